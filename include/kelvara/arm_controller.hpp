@@ -1,0 +1,78 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <Eigen/Core>
+
+#include "kelvara/damiao_motor/dm_motor_control.hpp"
+#include "kelvara/export.hpp"
+
+/// Drives a six-joint arm on one CAN interface from a 400 Hz control thread of its own.
+///
+/// Commands check their arguments, replace the one command that stands (there is no queue; the
+/// last writer wins) and return at once; the control thread acts on it in its next cycle. Queries
+/// copy the latest feedback, at most some milliseconds old. Both may be called from any thread,
+/// but not while `cleanup()` or the destructor runs; after `cleanup()` they throw
+/// std::runtime_error. Joint vectors hold six values, joint 1 (at the base) first; radians, rad/s,
+/// N·m.
+class KELVARA_EXPORT ArmController {
+ public:
+  class Impl;
+
+  /// Opens the bus, reads the robot description, brings the motors up in the given mode, starts the
+  /// control thread and sends the arm to the all-zero pose in 2 s: the arm moves. Blocks for some
+  /// 10 ms in MIT mode and some 300 ms in position/velocity mode.
+  ///
+  /// Ends the whole process with status 1, after a line on standard error, when the robot
+  /// description cannot be opened or parsed while its controller part is read, when a motor
+  /// parameter reads back different from the configured one, and when joint 2 starts below -1.57
+  /// rad.
+  /// @param with_gripper  true: a gripper motor is fitted.
+  /// @param can_interface Interface name, for example "can0"; must be up.
+  /// @param bus_flag      true: CAN-FD frames, false: classic ones.
+  /// @param mode          `MIT_MODE` or `POS_VEL_MODE`.
+  /// @throws kelvara::canbus::CANSocketException when the interface cannot be opened.
+  /// @throws std::runtime_error for a malformed robot description.
+  /// @throws std::invalid_argument for another mode, or motor signs other than +1 and -1.
+  ArmController(bool with_gripper, const std::string& can_interface, bool bus_flag,
+                kelvara::damiao_motor::ControlMode mode);
+  /// `cleanup()`.
+  ~ArmController();
+
+  ArmController(const ArmController&) = delete;
+  ArmController& operator=(const ArmController&) = delete;
+
+  /// Stops the control thread, disables all motors (an arm without brakes sinks) and releases
+  /// everything. Only the first call acts. Blocks for at most some milliseconds; never throws.
+  void cleanup();
+
+  /// Holds a joint target, approached at the joints' speed and acceleration limits.
+  /// @param q_end Target angles, clamped to the joint limits.
+  /// @param v_end Target velocities, a feed-forward in MIT mode, not clamped.
+  /// @throws std::invalid_argument "q_end length does not match num_joints", "v_end length does
+  ///         not match num_joints", "q_end must be finite", "v_end must be finite".
+  void set_joint_raw(const std::vector<double>& q_end, const std::vector<double>& v_end);
+  /// Moves from the present pose to a target in a given time, at rest at both ends (a polynomial of
+  /// the seventh degree in time), then holds it.
+  /// @param q_end Target angles, clamped to the joint limits.
+  /// @param tf    Duration in seconds; the speed that it asks for is not limited.
+  /// @throws std::invalid_argument "q_end size mismatch", "tf must be positive", "q_end must be
+  ///         finite".
+  void set_joint(const std::vector<double>& q_end, double tf);
+
+  /// Measured joint angles; six zeros before the first feedback.
+  Eigen::VectorXd get_joint();
+  /// Measured joint velocities; six zeros before the first feedback.
+  Eigen::VectorXd get_joint_velocities();
+  /// Measured joint torques; six zeros before the first feedback.
+  Eigen::VectorXd get_joint_torques();
+
+ private:
+  Impl& impl() const;
+
+  std::atomic<bool> cleaned_up{false};
+  std::unique_ptr<Impl> impl_;
+};

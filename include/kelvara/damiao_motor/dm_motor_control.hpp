@@ -1,0 +1,202 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "kelvara/export.hpp"
+
+namespace kelvara::damiao_motor {
+
+/// Motor models by the ranges that their frames are scaled with: V = velocity range in rad/s,
+/// T = torque range in N·m. The position range is 12.5 rad for all. Values are indices into
+/// `MOTOR_LIMIT_PARAMS`.
+enum class MotorType : std::uint8_t {
+  V50_T5 = 0,
+  V30_T10 = 1,  // joints 4 to 6 and the gripper
+  V50_T10 = 2,
+  V8_T28 = 3,  // joints 1 to 3
+  V10_T28 = 4,
+  V45_T20 = 5,
+  V45_T40 = 6,
+  V45_T54 = 7,
+  V25_T200 = 8,
+  V20_T200 = 9,
+  V280_T1 = 10,
+  V45_T10 = 11,
+  V45_T10_B = 12,
+};
+
+/// Scaling ranges of one motor model; each quantity is packed over [-max, +max].
+struct LimitParam {
+  double pmax;  // rad
+  double vmax;  // rad/s
+  double tmax;  // N·m
+};
+
+/// One row per `MotorType` value.
+inline constexpr std::array<LimitParam, 13> MOTOR_LIMIT_PARAMS{{
+    {12.5, 50, 5},
+    {12.5, 30, 10},
+    {12.5, 50, 10},
+    {12.5, 8, 28},
+    {12.5, 10, 28},
+    {12.5, 45, 20},
+    {12.5, 45, 40},
+    {12.5, 45, 54},
+    {12.5, 25, 200},
+    {12.5, 20, 200},
+    {12.5, 280, 1},
+    {12.5, 45, 10},
+    {12.5, 45, 10},
+}};
+
+/// The motors' registers that the library uses.
+enum Register : int {
+  kAccelerationRegister = 4,
+  kDecelerationRegister = 5,
+  kTimeoutRegister = 9,  // in units of 50 microseconds, 0 = off
+  kControlModeRegister = 10,
+  kKpAprRegister = 27,
+};
+
+/// Values of the motors' control-mode register.
+enum ControlMode : int { MIT_MODE = 1, POS_VEL_MODE = 2 };
+
+/// Plain record of one motor on the bus. Written by the thread that drains the bus, without locks.
+class KELVARA_EXPORT Motor {
+ public:
+  /// @param type      Model; must be one of the table's rows.
+  /// @param can_id    Identifier the motor is commanded on.
+  /// @param master_id Identifier its feedback carries.
+  Motor(MotorType type, unsigned can_id, unsigned master_id);
+
+  void set_enabled(bool value);
+  /// Overwrites the seven feedback fields at once (rad, rad/s, N·m, whole degrees, nibbles).
+  void update_state(double position, double velocity, double torque, int t_mos, int t_rotor,
+                    int feedback_id, int error_code);
+  void set_state_tmos(int value);
+  void set_state_trotor(int value);
+  void set_state_feedback_id(int value);
+  void set_state_error_code(int value);
+  /// Stores a register value read back.
+  void set_temp_param(int rid, double value);
+  /// The register's last value read back, or -1.0 when it never was.
+  double get_param(int rid) const;
+  /// The model's scaling ranges.
+  /// @throws std::invalid_argument "Invalid motor type: N" for a value that is no row.
+  static LimitParam get_limit_param(MotorType type);
+
+  std::uint32_t can_id;
+  std::uint32_t master_id;
+  MotorType type;
+  bool enabled = false;
+  double position = 0.0;              // rad, motor side
+  double velocity = 0.0;              // rad/s, motor side
+  double torque = 0.0;                // N·m, motor side
+  std::int32_t t_mos = 0;             // driver temperature, degrees Celsius
+  std::int32_t t_rotor = 0;           // rotor temperature, degrees Celsius
+  std::int32_t feedback_id = 0;       // identifier nibble of the last feedback
+  std::int32_t error_code = 0;        // state nibble of the last feedback
+  std::map<int, double> temp_params;  // register -> last value read back
+};
+
+/// A frame to send: identifier and data bytes.
+struct CANPacket {
+  std::uint32_t can_id;
+  std::vector<std::uint8_t> data;
+};
+
+/// One MIT-mode command, motor side.
+struct MITParam {
+  double kp;   // N·m/rad, sent over [0, 500]
+  double kd;   // N·m·s/rad, sent over [0, 5]
+  double q;    // target position, rad
+  double dq;   // target velocity, rad/s
+  double tau;  // feed-forward torque, N·m
+};
+
+/// One position/velocity-mode command, motor side; its eight bytes are the payload.
+struct POS_VELParam {
+  float q;   // target position, rad
+  float dq;  // velocity limit, rad/s
+};
+
+/// A decoded feedback frame, motor side.
+struct StateResult {
+  double position;  // rad
+  double velocity;  // rad/s
+  double torque;    // N·m
+  std::int32_t t_mos;
+  std::int32_t t_rotor;
+  std::int32_t feedback_id;
+  std::int32_t error_code;
+  bool valid;
+};
+
+/// A decoded register reply.
+struct ParamResult {
+  std::int32_t rid;
+  double value;
+  std::uint8_t command;  // 0x33 query reply, 0x55 write echo
+  bool valid;
+};
+
+/// min(x, max), then max of that and min; NaN gives `min`.
+KELVARA_EXPORT double limit_min_max(double x, double min, double max);
+/// Clamps x to [min, max] and maps it to 0 .. 2^bits - 1, truncating; NaN gives 0.
+KELVARA_EXPORT unsigned double_to_uint(double x, double min, double max, int bits);
+/// Maps 0 .. 2^bits - 1 to [min, max].
+KELVARA_EXPORT double uint_to_double(std::uint16_t x, double min, double max, int bits);
+/// Little-endian: b0 is the least significant byte.
+KELVARA_EXPORT std::uint32_t uint8s_to_uint32(std::uint8_t b0, std::uint8_t b1, std::uint8_t b2,
+                                              std::uint8_t b3);
+/// The four little-endian bytes of an IEEE-754 single.
+KELVARA_EXPORT float uint8s_to_float(const std::array<std::uint8_t, 4>& bytes);
+/// True when the register holds an unsigned 32-bit integer; every other register holds a float.
+KELVARA_EXPORT bool is_in_ranges(int rid);
+
+/// Builds the command frames of one motor; every payload has eight bytes. Stateless: any thread.
+/// Values out of range are clamped into their field, never rejected.
+class KELVARA_EXPORT CanPacketEncoder {
+ public:
+  static CANPacket create_enable_command(const Motor& motor);
+  static CANPacket create_disable_command(const Motor& motor);
+  /// Makes the present position the motor's zero.
+  static CANPacket create_set_zero_command(const Motor& motor);
+  static CANPacket create_clrErr_command(const Motor& motor);
+  /// Asks for one feedback frame; carries only the low byte of the motor's identifier.
+  static CANPacket create_refresh_command(const Motor& motor);
+  static CANPacket create_query_param_command(const Motor& motor, int rid);
+  static CANPacket create_write_param_command(const Motor& motor, int rid, unsigned int value);
+  static CANPacket create_write_param_command(const Motor& motor, int rid, float value);
+  /// Writes the control-mode register; `mode` is a `ControlMode` value.
+  static CANPacket create_param_write_RID_command(const Motor& motor, int mode);
+  static CANPacket create_mit_control_command(const Motor& motor, const MITParam& param);
+  /// Goes out on the motor's identifier + 0x100.
+  static CANPacket create_pos_vel_control_command(const Motor& motor, const POS_VELParam& param);
+
+  static std::vector<std::uint8_t> pack_command_data(std::uint8_t cmd);
+  static std::vector<std::uint8_t> pack_query_param_data(unsigned id, int rid);
+  static std::vector<std::uint8_t> pack_write_param_data(unsigned id, int rid, unsigned value);
+  static std::vector<std::uint8_t> pack_write_param_data(unsigned id, int rid, float value);
+  static std::vector<std::uint8_t> pack_switch_control_mode_data(unsigned id, int mode);
+  static std::vector<std::uint8_t> pack_mit_control_data(MotorType type, const MITParam& param);
+  static std::vector<std::uint8_t> pack_posvel_control_data(MotorType type,
+                                                            const POS_VELParam& param);
+};
+
+/// Decodes the data bytes of received frames. Stateless: any thread. Never throws.
+class KELVARA_EXPORT CanPacketDecoder {
+ public:
+  /// Decodes feedback with the motor's scaling. Fewer than eight bytes: a warning line on standard
+  /// error and an all-zero result that is not valid.
+  static StateResult parse_motor_state_data(const Motor& motor,
+                                            const std::vector<std::uint8_t>& data);
+  /// Decodes a register reply. Fewer than eight bytes: not valid, silently. A command byte other
+  /// than 0x33 and 0x55: not valid, with a warning line on standard error.
+  static ParamResult parse_motor_param_data(const std::vector<std::uint8_t>& data);
+};
+
+}  // namespace kelvara::damiao_motor

@@ -1,0 +1,139 @@
+#include "kelvara/canbus/can_socket.hpp"
+
+#include <linux/can/raw.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+
+namespace kelvara::canbus {
+namespace {
+
+constexpr int kReceiveTimeoutUs = 100;
+constexpr int kMicrosecondsPerSecond = 1'000'000;
+
+ifreq make_interface_request(const std::string& interface) {
+  ifreq request{};
+  std::strncpy(request.ifr_name, interface.c_str(), IFNAMSIZ - 1);
+  return request;
+}
+
+}  // namespace
+
+CANSocket::CANSocket(const std::string& interface, bool canfd)
+    : interface_name(interface), canfd_enabled(canfd) {
+  if (!initialize_socket(interface)) {
+    throw CANSocketException("Failed to initialize socket for interface: " + interface);
+  }
+  initialized = true;
+}
+
+CANSocket::~CANSocket() { cleanup(); }
+
+bool CANSocket::initialize_socket(const std::string& interface) {
+  socket_fd = socket(AF_CAN, SOCK_RAW, CAN_RAW);
+  if (socket_fd < 0) {
+    return false;
+  }
+  if (!bind_to_interface(interface)) {
+    close(socket_fd);
+    socket_fd = -1;
+    return false;
+  }
+  return true;
+}
+
+bool CANSocket::bind_to_interface(const std::string& interface) {
+  ifreq request = make_interface_request(interface);
+  if (ioctl(socket_fd, SIOCGIFINDEX, &request) < 0) {
+    return false;
+  }
+  sockaddr_can address{};
+  address.can_family = AF_CAN;
+  address.can_ifindex = request.ifr_ifindex;
+
+  if (canfd_enabled) {
+    const int enable = 1;
+    if (setsockopt(socket_fd, SOL_CAN_RAW, CAN_RAW_FD_FRAMES, &enable, sizeof(enable)) < 0) {
+      return false;
+    }
+  }
+  if (bind(socket_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) < 0) {
+    return false;
+  }
+  const timeval timeout{0, kReceiveTimeoutUs};
+  if (setsockopt(socket_fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) < 0) {
+    return false;
+  }
+
+  // Binding succeeds on an interface that is down, so its flags tell whether frames can pass.
+  request = make_interface_request(interface);
+  if (ioctl(socket_fd, SIOCGIFFLAGS, &request) < 0) {
+    std::perror("ioctl(SIOCGIFFLAGS)");
+    return false;
+  }
+  if ((request.ifr_flags & IFF_UP) == 0) {
+    std::cerr << "CAN interface \"" << interface << "\" is DOWN. Did you run: sudo ip link set "
+              << interface << " up type can bitrate 1000000 ?\n";
+    return false;
+  }
+  return true;
+}
+
+void CANSocket::cleanup() {
+  if (socket_fd > 0) {
+    close(socket_fd);
+    socket_fd = -1;
+  }
+}
+
+ssize_t CANSocket::read_raw_frame(void* buf, size_t len) {
+  return initialized ? read(socket_fd, buf, len) : -1;
+}
+
+ssize_t CANSocket::write_raw_frame(const void* buf, size_t len) {
+  return initialized ? write(socket_fd, buf, len) : -1;
+}
+
+bool CANSocket::read_can_frame(can_frame& frame) {
+  return initialized && read(socket_fd, &frame, sizeof(frame)) == ssize_t{sizeof(frame)};
+}
+
+bool CANSocket::read_canfd_frame(canfd_frame& frame) {
+  return initialized && read(socket_fd, &frame, sizeof(frame)) == ssize_t{sizeof(frame)};
+}
+
+bool CANSocket::write_can_frame(const can_frame& frame) {
+  return write(socket_fd, &frame, sizeof(frame)) == ssize_t{sizeof(frame)};
+}
+
+bool CANSocket::write_canfd_frame(const canfd_frame& frame) {
+  return write(socket_fd, &frame, sizeof(frame)) == ssize_t{sizeof(frame)};
+}
+
+bool CANSocket::is_data_available(int timeout_us) {
+  if (!initialized || socket_fd < 0) {
+    return false;
+  }
+  if (socket_fd >= FD_SETSIZE) {
+    // A descriptor set cannot name it: an application with very many files open.
+    pollfd waiting{socket_fd, POLLIN, 0};
+    const timespec timeout{timeout_us / kMicrosecondsPerSecond,
+                           (timeout_us % kMicrosecondsPerSecond) * 1000L};
+    return ppoll(&waiting, 1, &timeout, nullptr) > 0;
+  }
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(socket_fd, &readable);
+  timeval timeout{timeout_us / kMicrosecondsPerSecond, timeout_us % kMicrosecondsPerSecond};
+  return select(socket_fd + 1, &readable, nullptr, nullptr, &timeout) > 0;
+}
+
+}  // namespace kelvara::canbus

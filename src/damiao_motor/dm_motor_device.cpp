@@ -1,0 +1,141 @@
+#include "kelvara/damiao_motor/dm_motor_device.hpp"
+
+#include <algorithm>
+#include <iostream>
+#include <mutex>
+#include <sstream>
+#include <unordered_map>
+
+#include "damiao_motor/frame_building.hpp"
+#include "damiao_motor/frame_payload.hpp"
+
+namespace kelvara::damiao_motor {
+namespace {
+
+const char* error_text(int code) {
+  switch (code) {
+    case 0x0:
+      return "Disabled";
+    case 0x1:
+      return "Enabled";
+    case 0x8:
+      return "Over-voltage";
+    case 0x9:
+      return "Under-voltage";
+    case 0xA:
+      return "Over-current";
+    case 0xB:
+      return "MOS over-temperature";
+    case 0xC:
+      return "Coil over-temperature";
+    case 0xD:
+      return "Communication lost";
+    case 0xE:
+      return "Overload";
+    default:
+      return "Unknown/Reserved";
+  }
+}
+
+/// Stores the code as the motor's last one; true and the code before it when it changed.
+bool exchange_error_code(unsigned master_id, int new_code, int& old_code) {
+  // Keyed by identifier alone, so controllers on different buses share entries, and their threads
+  // share the map: hence the lock, never contended with a single controller.
+  static std::mutex mutex;
+  static std::unordered_map<unsigned, int> last_error_code;
+  const std::lock_guard<std::mutex> lock(mutex);
+  const auto [entry, inserted] = last_error_code.try_emplace(master_id, new_code);
+  old_code = inserted ? 0 : entry->second;
+  entry->second = new_code;
+  return inserted || old_code != new_code;
+}
+
+void maybe_report_motor_error(const Motor& motor, const StateResult& state) {
+  int old_code = 0;
+  if (!exchange_error_code(motor.master_id, state.error_code, old_code)) {
+    return;
+  }
+  // Assembled first, so that lines of several threads do not mix.
+  std::ostringstream line;
+  line << "[DM ERR] recv_id=0x" << std::hex << motor.master_id << std::dec
+       << " feedback_id=" << state.feedback_id << std::hex << " ERR: 0x" << old_code << " -> 0x"
+       << state.error_code << std::dec << " (" << error_text(state.error_code)
+       << ") t_mos=" << state.t_mos << " t_rotor=" << state.t_rotor << '\n';
+  std::cerr << line.str();
+}
+
+}  // namespace
+
+DMCANDevice::DMCANDevice(Motor& motor_record, unsigned int aux_id, bool canfd)
+    : CANDevice(motor_record.can_id, motor_record.master_id, aux_id, canfd),
+      motor(motor_record),
+      canfd_enabled(canfd) {}
+
+DMCANDevice::~DMCANDevice() = default;
+
+void DMCANDevice::callback(const can_frame& frame) {
+  if (canfd_enabled) {
+    std::cerr << "WARNING: WRONG CALLBACK FUNCTION\n";
+    return;
+  }
+  const std::size_t size = std::min<std::size_t>(frame.can_dlc, CAN_MAX_DLEN);
+  if (callback_mode == CallbackMode::STATE) {
+    if (size >= kPayloadSize && frame.can_id == motor.master_id) {
+      update_state(frame.data, size);
+    }
+  } else if (callback_mode == CallbackMode::PARAM) {
+    update_param(frame.data, size);
+  }
+}
+
+void DMCANDevice::callback(const canfd_frame& frame) {
+  if (!canfd_enabled) {
+    std::cerr << "WARNING: CANFD MODE NOT ENABLED\n";
+    return;
+  }
+  if (frame.can_id != motor.master_id) {
+    std::cerr << "WARNING: CANFD FRAME ID DOES NOT MATCH MOTOR ID\n";
+    return;
+  }
+  const std::size_t size = std::min<std::size_t>(frame.len, CANFD_MAX_DLEN);
+  if (callback_mode == CallbackMode::STATE) {
+    update_state(frame.data, size);
+  } else if (callback_mode == CallbackMode::PARAM) {
+    update_param(frame.data, size);
+  }
+}
+
+void DMCANDevice::update_state(const std::uint8_t* data, std::size_t size) {
+  const StateResult state = decode_state(motor.type, data, size);
+  if (!state.valid) {
+    return;
+  }
+  motor.update_state(state.position, state.velocity, state.torque, state.t_mos, state.t_rotor,
+                     state.feedback_id, state.error_code);
+  maybe_report_motor_error(motor, state);
+}
+
+void DMCANDevice::update_param(const std::uint8_t* data, std::size_t size) {
+  const ParamResult param = decode_param(data, size);
+  if (param.valid && param.command == kQueryCommand) {
+    motor.set_temp_param(param.rid, param.value);
+  }
+}
+
+std::vector<std::uint8_t> DMCANDevice::get_data_from_frame(const can_frame& frame) {
+  return {frame.data, frame.data + std::min<std::size_t>(frame.can_dlc, CAN_MAX_DLEN)};
+}
+
+std::vector<std::uint8_t> DMCANDevice::get_data_from_frame(const canfd_frame& frame) {
+  return {frame.data, frame.data + std::min<std::size_t>(frame.len, CANFD_MAX_DLEN)};
+}
+
+can_frame DMCANDevice::create_can_frame(unsigned id, std::vector<std::uint8_t> data) {
+  return make_can_frame(id, data.data(), data.size());
+}
+
+canfd_frame DMCANDevice::create_canfd_frame(unsigned id, std::vector<std::uint8_t> data) {
+  return make_canfd_frame(id, data.data(), data.size());
+}
+
+}  // namespace kelvara::damiao_motor

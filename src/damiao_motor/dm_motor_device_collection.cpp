@@ -1,0 +1,219 @@
+#include "kelvara/damiao_motor/dm_motor_device_collection.hpp"
+
+#include <algorithm>
+
+#include "damiao_motor/frame_building.hpp"
+#include "damiao_motor/frame_payload.hpp"
+
+namespace kelvara::damiao_motor {
+namespace {
+
+// A time-out is written to at most this many motors: six joints and a gripper.
+constexpr std::size_t kMaxMotorsWithTimeout = 7;
+
+template <typename Value>
+void write_param_each(DMDeviceCollection& collection, int rid, const std::vector<Value>& values) {
+  for (std::size_t k = 0; k < values.size(); ++k) {
+    collection.write_param_one(static_cast<int>(k), rid, values[k]);
+  }
+}
+
+}  // namespace
+
+DMDeviceCollection::DMDeviceCollection(canbus::CANSocket& socket)
+    : socket_(socket), device_collection_(socket) {}
+
+DMDeviceCollection::~DMDeviceCollection() = default;
+
+template <typename Action>
+void DMDeviceCollection::for_each_device(Action action) const {
+  for (const auto& [response_id, device] : device_collection_.get_devices()) {
+    if (auto* motor_device = dynamic_cast<DMCANDevice*>(device.get())) {
+      action(*motor_device);
+    }
+  }
+}
+
+DMCANDevice* DMDeviceCollection::find_device(int index) const {
+  for (const auto& [response_id, device] : device_collection_.get_devices()) {
+    auto* motor_device = dynamic_cast<DMCANDevice*>(device.get());
+    if (motor_device != nullptr && index-- == 0) {
+      return motor_device;
+    }
+  }
+  return nullptr;
+}
+
+template <typename MakePacket>
+void DMDeviceCollection::send_to_all(MakePacket make_packet) {
+  for_each_device([&](DMCANDevice& device) { send(make_packet(device.get_motor())); });
+}
+
+void DMDeviceCollection::send(const CANPacket& packet) {
+  write_frame(packet.can_id, packet.data.data(), packet.data.size());
+}
+
+void DMDeviceCollection::send(std::uint32_t can_id, const Payload& payload) {
+  write_frame(can_id, payload.data(), payload.size());
+}
+
+void DMDeviceCollection::write_frame(std::uint32_t can_id, const std::uint8_t* data,
+                                     std::size_t size) {
+  if (socket_.is_canfd_enabled()) {
+    socket_.write_canfd_frame(make_canfd_frame(can_id, data, size));
+  } else {
+    socket_.write_can_frame(make_can_frame(can_id, data, size));
+  }
+}
+
+void DMDeviceCollection::send_command_to_device(std::shared_ptr<DMCANDevice> device,
+                                                const CANPacket& packet) {
+  if (device) {
+    send(packet);
+  }
+}
+
+std::vector<std::shared_ptr<DMCANDevice>> DMDeviceCollection::get_dm_devices() const {
+  std::vector<std::shared_ptr<DMCANDevice>> devices;
+  for (const auto& [response_id, device] : device_collection_.get_devices()) {
+    if (auto motor_device = std::dynamic_pointer_cast<DMCANDevice>(device)) {
+      devices.push_back(std::move(motor_device));
+    }
+  }
+  return devices;
+}
+
+std::vector<Motor> DMDeviceCollection::get_motors() const {
+  std::vector<Motor> motors;
+  for_each_device([&](const DMCANDevice& device) { motors.push_back(device.get_motor()); });
+  return motors;
+}
+
+const Motor* DMDeviceCollection::find_motor(int index) const {
+  const DMCANDevice* device = find_device(index);
+  return device == nullptr ? nullptr : &device->get_motor();
+}
+
+void DMDeviceCollection::set_callback_mode_all(CallbackMode mode) {
+  for_each_device([&](DMCANDevice& device) { device.set_callback_mode(mode); });
+}
+
+// ---- Set-up commands ------------------------------------------------------
+
+void DMDeviceCollection::enable_all() { send_to_all(CanPacketEncoder::create_enable_command); }
+
+void DMDeviceCollection::disable_all() { send_to_all(CanPacketEncoder::create_disable_command); }
+
+void DMDeviceCollection::set_zero_all() { send_to_all(CanPacketEncoder::create_set_zero_command); }
+
+void DMDeviceCollection::clrErr_all() { send_to_all(CanPacketEncoder::create_clrErr_command); }
+
+void DMDeviceCollection::switch_all_motors_mode(int mode) {
+  send_to_all([mode](const Motor& motor) {
+    return CanPacketEncoder::create_param_write_RID_command(motor, mode);
+  });
+}
+
+void DMDeviceCollection::query_param_all(int rid) {
+  send_to_all([rid](const Motor& motor) {
+    return CanPacketEncoder::create_query_param_command(motor, rid);
+  });
+}
+
+void DMDeviceCollection::query_param_one(int index, int rid) {
+  if (const Motor* motor = find_motor(index)) {
+    send(CanPacketEncoder::create_query_param_command(*motor, rid));
+  }
+}
+
+void DMDeviceCollection::query_acc_all() { query_param_all(kAccelerationRegister); }
+void DMDeviceCollection::query_dec_all() { query_param_all(kDecelerationRegister); }
+void DMDeviceCollection::query_kp_apr_all() { query_param_all(kKpAprRegister); }
+
+void DMDeviceCollection::write_param_one(int index, int rid, unsigned value) {
+  if (const Motor* motor = find_motor(index)) {
+    send(CanPacketEncoder::create_write_param_command(*motor, rid, value));
+  }
+}
+
+void DMDeviceCollection::write_param_one(int index, int rid, float value) {
+  if (const Motor* motor = find_motor(index)) {
+    send(CanPacketEncoder::create_write_param_command(*motor, rid, value));
+  }
+}
+
+void DMDeviceCollection::write_param_all(int rid, const std::vector<float>& values) {
+  write_param_each(*this, rid, values);
+}
+
+void DMDeviceCollection::write_param_all(int rid, const std::vector<unsigned>& values) {
+  write_param_each(*this, rid, values);
+}
+
+void DMDeviceCollection::set_acc_one(int index, float value) {
+  write_param_one(index, kAccelerationRegister, value);
+}
+
+void DMDeviceCollection::set_dec_one(int index, float value) {
+  write_param_one(index, kDecelerationRegister, value);
+}
+
+void DMDeviceCollection::set_kp_apr_one(int index, float value) {
+  write_param_one(index, kKpAprRegister, value);
+}
+
+void DMDeviceCollection::set_acc_all(const std::vector<float>& values) {
+  write_param_all(kAccelerationRegister, values);
+}
+
+void DMDeviceCollection::set_dec_all(const std::vector<float>& values) {
+  write_param_all(kDecelerationRegister, values);
+}
+
+void DMDeviceCollection::set_kp_apr_all(const std::vector<float>& values) {
+  write_param_all(kKpAprRegister, values);
+}
+
+void DMDeviceCollection::set_timeout_all(unsigned timeout) {
+  write_param_all(kTimeoutRegister, std::vector<unsigned>(kMaxMotorsWithTimeout, timeout));
+}
+
+// ---- Commands of the control cycle: no allocation -------------------------
+
+void DMDeviceCollection::refresh_all() {
+  for_each_device([this](DMCANDevice& device) {
+    send(kBroadcastId, refresh_payload(device.get_send_can_id()));
+  });
+}
+
+void DMDeviceCollection::refresh_one(int index) {
+  if (const Motor* motor = find_motor(index)) {
+    send(kBroadcastId, refresh_payload(motor->can_id));
+  }
+}
+
+void DMDeviceCollection::mit_control_one(int index, const MITParam& param) {
+  if (const Motor* motor = find_motor(index)) {
+    send(motor->can_id, mit_payload(motor->type, param));
+  }
+}
+
+void DMDeviceCollection::mit_control_all(const std::vector<MITParam>& params) {
+  for (std::size_t k = 0; k < params.size(); ++k) {
+    mit_control_one(static_cast<int>(k), params[k]);
+  }
+}
+
+void DMDeviceCollection::pos_vel_control_one(int index, const POS_VELParam& param) {
+  if (const Motor* motor = find_motor(index)) {
+    send(motor->can_id + kPosVelIdOffset, pos_vel_payload(param));
+  }
+}
+
+void DMDeviceCollection::pos_vel_control_all(const std::vector<POS_VELParam>& params) {
+  for (std::size_t k = 0; k < params.size(); ++k) {
+    pos_vel_control_one(static_cast<int>(k), params[k]);
+  }
+}
+
+}  // namespace kelvara::damiao_motor

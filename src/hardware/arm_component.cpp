@@ -1,0 +1,30 @@
+#include "kelvara/hardware/arm_component.hpp"
+
+#include <memory>
+#include <stdexcept>
+
+#include "damiao_motor/frame_payload.hpp"
+#include "kelvara/damiao_motor/dm_motor_device.hpp"
+
+namespace kelvara::can::socket {
+
+ArmComponent::ArmComponent(canbus::CANSocket& socket) : DMDeviceCollection(socket) {}
+
+ArmComponent::~ArmComponent() = default;
+
+void ArmComponent::init_motor_devices(std::vector<damiao_motor::MotorType> types,
+                                      std::vector<unsigned> can_ids,
+                                      std::vector<unsigned> master_ids, bool canfd) {
+  if (can_ids.size() < types.size() || master_ids.size() < types.size()) {
+    throw std::invalid_argument("init_motor_devices: fewer identifiers than motor types");
+  }
+  // Reserved once: the devices keep references to the elements.
+  motors.reserve(types.size());
+  for (std::size_t k = 0; k < types.size(); ++k) {
+    motors.emplace_back(types[k], can_ids[k], master_ids[k]);
+    get_device_collection().add_device(std::make_shared<damiao_motor::DMCANDevice>(
+        motors.back(), damiao_motor::kBroadcastId, canfd));
+  }
+}
+
+}  // namespace kelvara::can::socket

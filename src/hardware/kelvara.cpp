@@ -1,0 +1,100 @@
+#include "kelvara/hardware/kelvara.hpp"
+
+namespace kelvara::can::socket {
+
+using damiao_motor::DMDeviceCollection;
+
+Kelvara::Kelvara(const std::string& interface, bool canfd)
+    : interface_name(interface),
+      canfd_enabled(canfd),
+      socket_(std::make_unique<canbus::CANSocket>(interface, canfd)),
+      arm_(std::make_unique<ArmComponent>(*socket_)),
+      gripper_(std::make_unique<GripperComponent>(*socket_)),
+      device_collection(std::make_unique<canbus::CANDeviceCollection>(*socket_)) {}
+
+Kelvara::~Kelvara() = default;
+
+void Kelvara::init_arm_motors(const std::vector<damiao_motor::MotorType>& types,
+                              const std::vector<unsigned>& can_ids,
+                              const std::vector<unsigned>& master_ids) {
+  arm_->init_motor_devices(types, can_ids, master_ids, canfd_enabled);
+  register_dm_device_collection(*arm_);
+}
+
+void Kelvara::init_gripper_motor(damiao_motor::MotorType type, unsigned can_id,
+                                 unsigned master_id) {
+  gripper_->init_motor_device(type, can_id, master_id, canfd_enabled);
+  register_dm_device_collection(*gripper_);
+}
+
+void Kelvara::register_dm_device_collection(DMDeviceCollection& collection) {
+  for (const auto& [response_id, device] : collection.get_device_collection().get_devices()) {
+    device_collection->add_device(device);
+  }
+  collections.push_back(&collection);
+}
+
+void Kelvara::recv_all(int timeout_us) {
+  while (socket_->is_data_available(timeout_us) && receive_one()) {
+  }
+}
+
+bool Kelvara::receive_one() {
+  if (canfd_enabled) {
+    canfd_frame frame;
+    if (!socket_->read_canfd_frame(frame)) {
+      return false;
+    }
+    device_collection->dispatch_frame_callback(frame);
+    return true;
+  }
+  can_frame frame;
+  if (!socket_->read_can_frame(frame)) {
+    return false;
+  }
+  device_collection->dispatch_frame_callback(frame);
+  return true;
+}
+
+template <typename Operation, typename... Arguments>
+void Kelvara::forward(Operation operation, const Arguments&... arguments) {
+  for (DMDeviceCollection* collection : collections) {
+    (collection->*operation)(arguments...);
+  }
+}
+
+void Kelvara::enable_all() { forward(&DMDeviceCollection::enable_all); }
+void Kelvara::disable_all() { forward(&DMDeviceCollection::disable_all); }
+void Kelvara::set_zero_all() { forward(&DMDeviceCollection::set_zero_all); }
+void Kelvara::refresh_all() { forward(&DMDeviceCollection::refresh_all); }
+void Kelvara::query_acc_all() { forward(&DMDeviceCollection::query_acc_all); }
+void Kelvara::query_dec_all() { forward(&DMDeviceCollection::query_dec_all); }
+void Kelvara::query_kp_apr_all() { forward(&DMDeviceCollection::query_kp_apr_all); }
+
+void Kelvara::set_timeout_all(unsigned timeout) {
+  forward(&DMDeviceCollection::set_timeout_all, timeout);
+}
+
+void Kelvara::switch_all_motors_mode(int mode) {
+  forward(&DMDeviceCollection::switch_all_motors_mode, mode);
+}
+
+void Kelvara::query_param_all(int rid) { forward(&DMDeviceCollection::query_param_all, rid); }
+
+void Kelvara::set_acc_all(const std::vector<float>& values) {
+  forward(&DMDeviceCollection::set_acc_all, values);
+}
+
+void Kelvara::set_dec_all(const std::vector<float>& values) {
+  forward(&DMDeviceCollection::set_dec_all, values);
+}
+
+void Kelvara::set_kp_apr_all(const std::vector<float>& values) {
+  forward(&DMDeviceCollection::set_kp_apr_all, values);
+}
+
+void Kelvara::set_callback_mode_all(damiao_motor::CallbackMode mode) {
+  forward(&DMDeviceCollection::set_callback_mode_all, mode);
+}
+
+}  // namespace kelvara::can::socket
