@@ -1,0 +1,170 @@
+#include "simulation/virtual_can/interface_directory.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+#include "simulation/virtual_can/real_calls.hpp"
+
+namespace kelvara::simulation {
+namespace {
+
+constexpr const char* kStateSuffix = ".state";
+
+/// A hub holds its state file locked; a lock that can be had belongs to one that died.
+bool is_alive(const std::string& state_path) {
+  const int fd = open(state_path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    return false;
+  }
+  const bool locked = flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  real::close(fd);
+  return locked;
+}
+
+std::optional<InterfaceName> parse_state_file(const std::filesystem::path& path) {
+  const std::string stem = path.stem().string();
+  const std::size_t dash = stem.find('-');
+  int index = 0;
+  if (path.extension() != kStateSuffix || dash == std::string::npos ||
+      std::from_chars(stem.data(), stem.data() + dash, index).ec != std::errc()) {
+    return std::nullopt;
+  }
+  return InterfaceName{index, stem.substr(dash + 1)};
+}
+
+template <typename Predicate>
+std::optional<InterfaceName> find_if(Predicate predicate) {
+  for (InterfaceName& interface : list_interfaces()) {
+    if (predicate(interface)) {
+      return std::move(interface);
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::string runtime_directory() {
+  // NOLINTBEGIN(concurrency-mt-unsafe): the environment is read, never changed, here
+  if (const char* chosen = std::getenv("KELVARA_VIRTUAL_CAN_DIR")) {
+    return chosen;
+  }
+  const char* base = std::getenv("XDG_RUNTIME_DIR");
+  // NOLINTEND(concurrency-mt-unsafe)
+  return std::string(base != nullptr ? base : "/tmp") + "/kelvara-virtual-can-" +
+         std::to_string(getuid());
+}
+
+std::string InterfaceName::state_path() const {
+  return runtime_directory() + "/" + std::to_string(index) + "-" + name + kStateSuffix;
+}
+
+std::string InterfaceName::socket_path() const {
+  return runtime_directory() + "/" + std::to_string(index) + "-" + name + ".sock";
+}
+
+std::vector<InterfaceName> list_interfaces() {
+  std::vector<InterfaceName> interfaces;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(runtime_directory(), error), end;
+       !error && entry != end; entry.increment(error)) {
+    const auto interface = parse_state_file(entry->path());
+    if (interface && is_alive(entry->path().string())) {
+      interfaces.push_back(*interface);
+    }
+  }
+  std::sort(interfaces.begin(), interfaces.end(),
+            [](const auto& a, const auto& b) { return a.index < b.index; });
+  return interfaces;
+}
+
+std::optional<InterfaceName> find_interface(const std::string& name) {
+  return find_if([&](const InterfaceName& interface) { return interface.name == name; });
+}
+
+std::optional<InterfaceName> find_interface(int index) {
+  return find_if([&](const InterfaceName& interface) { return interface.index == index; });
+}
+
+std::shared_ptr<InterfaceState> map_state(const InterfaceName& interface) {
+  const int fd = open(interface.state_path().c_str(), O_RDWR | O_CLOEXEC);
+  if (fd < 0) {
+    return nullptr;
+  }
+  void* page = mmap(nullptr, sizeof(InterfaceState), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  real::close(fd);
+  if (page == MAP_FAILED) {
+    return nullptr;
+  }
+  return {static_cast<InterfaceState*>(page),
+          [](InterfaceState* state) { munmap(state, sizeof(InterfaceState)); }};
+}
+
+sockaddr_un hub_address(const InterfaceName& interface) {
+  const std::string path = interface.socket_path();
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(address.sun_path)) {
+    throw std::length_error("the path " + path + " is too long for a Unix socket");
+  }
+  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+  return address;
+}
+
+bool request_and_wait(int socket_fd, const ControlMessage& message) {
+  std::array<int, 2> done{};
+  if (pipe2(done.data(), O_CLOEXEC) != 0) {
+    return false;
+  }
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
+  iovec part{const_cast<ControlMessage*>(&message), sizeof(message)};
+  msghdr packet{};
+  packet.msg_iov = &part;
+  packet.msg_iovlen = 1;
+  packet.msg_control = control.data();
+  packet.msg_controllen = control.size();
+  cmsghdr* rights = CMSG_FIRSTHDR(&packet);
+  rights->cmsg_level = SOL_SOCKET;
+  rights->cmsg_type = SCM_RIGHTS;
+  rights->cmsg_len = CMSG_LEN(sizeof(int));
+  std::memcpy(CMSG_DATA(rights), &done[1], sizeof(int));
+
+  const bool sent = real::sendmsg(socket_fd, &packet, MSG_NOSIGNAL) == ssize_t{sizeof(message)};
+  real::close(done[1]);
+  // The end of the pipe without a byte: the hub died, or never had the message.
+  char byte = 0;
+  ssize_t answered = 0;
+  do {
+    answered = sent ? real::read(done[0], &byte, 1) : 0;
+  } while (answered < 0 && errno == EINTR);
+  real::close(done[0]);
+  return answered == 1;
+}
+
+bool request_of_hub(const InterfaceName& interface, Request request) {
+  const int fd = real::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    return false;
+  }
+  const sockaddr_un address = hub_address(interface);
+  ControlMessage message;
+  message.request = request;
+  const bool done =
+      connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
+      request_and_wait(fd, message);
+  real::close(fd);
+  return done;
+}
+
+}  // namespace kelvara::simulation

@@ -1,0 +1,117 @@
+// kelvara-virtual-can: runs and steers virtual CAN interfaces.
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <charconv>
+#include <cstdio>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "simulation/virtual_can/interface_directory.hpp"
+#include "simulation/virtual_can/virtual_can_hub.hpp"
+
+namespace {
+
+using kelvara::simulation::InterfaceName;
+using kelvara::simulation::VirtualCanHub;
+namespace simulation = kelvara::simulation;
+
+constexpr const char* kUsage =
+    "usage: kelvara-virtual-can run NAME [--mtu 16|72] | up NAME | down NAME | "
+    "enobufs NAME COUNT | list";
+
+/// Arguments that make no sense.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+unsigned parse_number(const std::string& text) {
+  unsigned value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) {
+    throw UsageError("'" + text + "' is not a number");
+  }
+  return value;
+}
+
+InterfaceName require_interface(const std::string& name) {
+  const auto interface = simulation::find_interface(name);
+  if (!interface) {
+    throw std::runtime_error("there is no interface " + name);
+  }
+  return *interface;
+}
+
+void run(const std::string& name, int mtu) {
+  // Blocked before the hub's thread starts, so that the signals end this wait and nothing else.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  const VirtualCanHub hub(name, {mtu});
+  std::printf("ready: %s in %s\n", name.c_str(), simulation::runtime_directory().c_str());
+  std::fflush(stdout);
+  int signal = 0;
+  sigwait(&signals, &signal);
+}
+
+void list() {
+  for (const InterfaceName& interface : simulation::list_interfaces()) {
+    const auto state = simulation::map_state(interface);
+    if (state) {
+      std::printf("%d: %s %s mtu %u frames %llu dropped %llu\n", interface.index,
+                  interface.name.c_str(), state->up != 0U ? "up" : "down", state->mtu.load(),
+                  static_cast<unsigned long long>(state->frames.load()),
+                  static_cast<unsigned long long>(state->dropped.load()));
+    }
+  }
+}
+
+void execute(const std::vector<std::string>& words) {
+  const auto is = [&](const char* command, std::size_t count) {
+    return words.size() == count && words[0] == command;
+  };
+  if (is("list", 1)) {
+    list();
+  } else if (is("run", 2)) {
+    run(words[1], 72);
+  } else if (is("run", 4) && words[2] == "--mtu") {
+    run(words[1], static_cast<int>(parse_number(words[3])));
+  } else if (is("up", 2) || is("down", 2)) {
+    const auto request =
+        words[0] == "up" ? simulation::Request::kBringUp : simulation::Request::kBringDown;
+    if (!simulation::request_of_hub(require_interface(words[1]), request)) {
+      throw std::runtime_error("the hub of " + words[1] + " does not answer");
+    }
+  } else if (is("enobufs", 3)) {
+    const auto state = simulation::map_state(require_interface(words[1]));
+    if (!state) {
+      throw std::runtime_error("cannot reach interface " + words[1]);
+    }
+    state->failing_writes = parse_number(words[2]);
+  } else {
+    throw UsageError(kUsage);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    execute({argv + 1, argv + argc});
+    return 0;
+  } catch (const UsageError& error) {
+    std::fprintf(stderr, "kelvara-virtual-can: %s\n", error.what());
+    return 2;
+  } catch (const std::invalid_argument& error) {
+    std::fprintf(stderr, "kelvara-virtual-can: %s\n", error.what());
+    return 2;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "kelvara-virtual-can: %s\n", error.what());
+    return 1;
+  }
+}
