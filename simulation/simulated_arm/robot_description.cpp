@@ -1,0 +1,140 @@
+#include "simulation/simulated_arm/robot_description.hpp"
+
+#include <tinyxml2.h>
+
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+#include <Eigen/Geometry>
+#include <yaml-cpp/yaml.h>
+
+namespace kelvara::simulation {
+namespace {
+
+using tinyxml2::XMLElement;
+
+[[noreturn]] void fail(const std::string& path, const std::string& what) {
+  throw std::runtime_error(path + ": " + what);
+}
+
+Triple parse_triple(const XMLElement* element, const char* attribute, const Triple& otherwise) {
+  const char* text = element == nullptr ? nullptr : element->Attribute(attribute);
+  if (text == nullptr) {
+    return otherwise;
+  }
+  Triple values{};
+  std::istringstream stream(text);
+  if (!(stream >> values[0] >> values[1] >> values[2])) {
+    throw std::runtime_error(std::string("'") + text + "' is not three numbers");
+  }
+  return values;
+}
+
+Eigen::Matrix3d rotation(const Triple& rpy) {
+  return (Eigen::AngleAxisd(rpy[2], Eigen::Vector3d::UnitZ()) *
+          Eigen::AngleAxisd(rpy[1], Eigen::Vector3d::UnitY()) *
+          Eigen::AngleAxisd(rpy[0], Eigen::Vector3d::UnitX()))
+      .toRotationMatrix();
+}
+
+LinkDescription parse_link(const XMLElement* link) {
+  LinkDescription result;
+  const XMLElement* inertial = link->FirstChildElement("inertial");
+  if (inertial == nullptr) {
+    return result;
+  }
+  const XMLElement* origin = inertial->FirstChildElement("origin");
+  result.com = parse_triple(origin, "xyz", {});
+  if (const XMLElement* mass = inertial->FirstChildElement("mass")) {
+    result.mass = mass->DoubleAttribute("value");
+  }
+  if (const XMLElement* inertia = inertial->FirstChildElement("inertia")) {
+    const double xx = inertia->DoubleAttribute("ixx"), xy = inertia->DoubleAttribute("ixy");
+    const double xz = inertia->DoubleAttribute("ixz"), yy = inertia->DoubleAttribute("iyy");
+    const double yz = inertia->DoubleAttribute("iyz"), zz = inertia->DoubleAttribute("izz");
+    Eigen::Matrix3d tensor;
+    tensor << xx, xy, xz, xy, yy, yz, xz, yz, zz;
+    const Eigen::Matrix3d R = rotation(parse_triple(origin, "rpy", {}));
+    tensor = R * tensor * R.transpose();
+    result.inertia = {tensor(0, 0), tensor(1, 1), tensor(2, 2),
+                      tensor(0, 1), tensor(0, 2), tensor(1, 2)};
+  }
+  return result;
+}
+
+JointDescription parse_joint(const XMLElement* element,
+                             const std::map<std::string, LinkDescription>& links) {
+  JointDescription joint;
+  const char* name = element->Attribute("name");
+  const XMLElement* child = element->FirstChildElement("child");
+  const char* child_link = child == nullptr ? nullptr : child->Attribute("link");
+  const XMLElement* limit = element->FirstChildElement("limit");
+  if (name == nullptr || child_link == nullptr || limit == nullptr ||
+      links.count(child_link) == 0) {
+    throw std::runtime_error("a joint lacks its name, child link or limits");
+  }
+  joint.name = name;
+  const XMLElement* origin = element->FirstChildElement("origin");
+  joint.origin = parse_triple(origin, "xyz", {});
+  joint.rpy = parse_triple(origin, "rpy", {});
+  joint.axis = parse_triple(element->FirstChildElement("axis"), "xyz", joint.axis);
+  joint.lower = limit->DoubleAttribute("lower");
+  joint.upper = limit->DoubleAttribute("upper");
+  joint.child = links.at(child_link);
+  return joint;
+}
+
+void load_urdf(const std::string& path, RobotDescription& description) {
+  tinyxml2::XMLDocument document;
+  if (document.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
+    fail(path, document.ErrorStr());
+  }
+  const XMLElement* robot = document.FirstChildElement("robot");
+  if (robot == nullptr) {
+    fail(path, "no <robot> element");
+  }
+  std::map<std::string, LinkDescription> links;
+  for (const XMLElement* link = robot->FirstChildElement("link"); link != nullptr;
+       link = link->NextSiblingElement("link")) {
+    const char* name = link->Attribute("name");
+    links[name == nullptr ? "" : name] = parse_link(link);
+  }
+  for (const XMLElement* joint = robot->FirstChildElement("joint"); joint != nullptr;
+       joint = joint->NextSiblingElement("joint")) {
+    description.joints.push_back(parse_joint(joint, links));
+  }
+  if (description.joints.size() != 6) {
+    fail(path, "the arm must have six joints");
+  }
+}
+
+void load_config(const std::string& path, RobotDescription& description) {
+  const YAML::Node root = YAML::LoadFile(path);
+  description.tool = root["kinematics"]["tool"]["xyz"].as<Triple>();
+  if (const YAML::Node payload = root["kinematics"]["payload"]) {
+    description.payload.mass = payload["mass"].as<double>();
+    const YAML::Node com = payload["com"] ? payload["com"] : payload["origin"]["xyz"];
+    description.payload.com = com.as<Triple>();
+  }
+  description.motor_signs = root["motor_signs"].as<std::vector<double>>();
+  if (description.motor_signs.size() != description.joints.size()) {
+    fail(path, "motor_signs must hold one sign for each joint");
+  }
+}
+
+}  // namespace
+
+RobotDescription load_robot_description(const std::string& urdf_path,
+                                        const std::string& config_path) {
+  RobotDescription description;
+  load_urdf(urdf_path, description);
+  try {
+    load_config(config_path, description);
+  } catch (const YAML::Exception& error) {
+    fail(config_path, error.what());
+  }
+  return description;
+}
+
+}  // namespace kelvara::simulation

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+namespace kelvara::simulation {
+
+using Triple = std::array<double, 3>;
+
+struct LinkDescription {
+  double mass = 0.0;                // kg
+  Triple com{};                     // m, in the link frame
+  std::array<double, 6> inertia{};  // xx yy zz xy xz yz about the com, link axes, kg·m²
+};
+
+struct JointDescription {
+  std::string name;
+  Triple origin{};  // m, in the parent link
+  Triple rpy{};     // rad
+  Triple axis{0, 0, 1};
+  double lower = 0.0;     // rad
+  double upper = 0.0;     // rad
+  LinkDescription child;  // the link that the joint carries
+};
+
+/// What the physics needs of the URDF and the YAML file.
+struct RobotDescription {
+  std::vector<JointDescription> joints;  // base first
+  LinkDescription payload;               // a point mass on the last link; mass 0 when there is none
+  Triple tool{};                         // m, on the last link
+  std::vector<double> motor_signs;       // motor angle = sign * joint angle
+};
+
+/// Reads both files; the joints must stand in the URDF in order, base first.
+/// @throws std::runtime_error that names the file and what is wrong.
+RobotDescription load_robot_description(const std::string& urdf_path,
+                                        const std::string& config_path);
+
+}  // namespace kelvara::simulation

@@ -1,0 +1,91 @@
+#include "simulation/simulated_arm/simulated_arm.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace kelvara::simulation {
+namespace {
+
+constexpr MotorModel kLargeMotor{12.5, 8.0, 28.0, 40.0};
+constexpr MotorModel kSmallMotor{12.5, 30.0, 10.0, 3.0};
+constexpr unsigned kMasterIdOffset = 0x10;
+
+// The jaws, as the gripper's motor feels them.
+constexpr double kJawInertia = 0.003;        // kg·m²
+constexpr double kJawViscous = 0.02;         // N·m·s/rad
+constexpr double kJawOpenAngle = -1.235463;  // rad, at its stop
+constexpr double kJawClosedAngle = 0.0;      // rad, at its stop
+
+}  // namespace
+
+SimulatedArm::SimulatedArm(const RobotDescription& description, const Options& options)
+    : physics_(description, options.load_kg) {
+  std::copy_n(description.motor_signs.begin(), signs_.size(), signs_.begin());
+  const unsigned count = options.with_gripper ? 7 : 6;
+  for (unsigned id = 1; id <= count; ++id) {
+    motors_.emplace_back(id <= 3 ? kLargeMotor : kSmallMotor, id, id + kMasterIdOffset);
+  }
+  set_joint_positions(options.start);
+}
+
+void SimulatedArm::receive(const canfd_frame& frame, std::vector<canfd_frame>& replies) {
+  for (SimulatedMotor& motor : motors_) {
+    if (const auto reply = motor.handle(frame)) {
+      replies.push_back(*reply);
+    }
+  }
+}
+
+void SimulatedArm::set_joint_positions(const Joints& q) {
+  physics_.set_positions(q);
+  for (std::size_t i = 0; i < q.size(); ++i) {
+    motors_[i].advance(0.0, q[i] * signs_[i], 0.0);
+  }
+}
+
+SimulatedArm::Joints SimulatedArm::joint_torques() const {
+  Joints torque;
+  for (std::size_t i = 0; i < torque.size(); ++i) {
+    torque[i] = motors_[i].applied_torque() * signs_[i];
+  }
+  return torque;
+}
+
+void SimulatedArm::advance(std::chrono::nanoseconds time) {
+  constexpr std::chrono::milliseconds kStep{1};
+  for (pending_ += time; pending_ >= kStep; pending_ -= kStep) {
+    step();
+  }
+}
+
+void SimulatedArm::step() {
+  const Joints q = physics_.positions();
+  const Joints dq = physics_.velocities();
+  Joints torque;
+  for (std::size_t i = 0; i < torque.size(); ++i) {
+    torque[i] =
+        motors_[i].advance(ArmPhysics::kStepS, q[i] * signs_[i], dq[i] * signs_[i]) * signs_[i];
+  }
+  in_cradle_ = in_cradle_ && std::none_of(motors_.begin(), motors_.begin() + kGripper,
+                                          [](const auto& motor) { return motor.is_enabled(); });
+  if (!in_cradle_) {
+    physics_.step(torque);
+  }
+  if (motors_.size() > kGripper) {
+    step_gripper();
+  }
+}
+
+void SimulatedArm::step_gripper() {
+  constexpr double kStepS = ArmPhysics::kStepS;
+  const double torque = motors_[kGripper].advance(kStepS, gripper_angle_, gripper_velocity_);
+  gripper_velocity_ += kStepS / kJawInertia * torque;
+  gripper_velocity_ /= 1.0 + kStepS * kJawViscous / kJawInertia;
+  gripper_angle_ += kStepS * gripper_velocity_;
+  if (gripper_angle_ < kJawOpenAngle || gripper_angle_ > kJawClosedAngle) {
+    gripper_angle_ = std::clamp(gripper_angle_, kJawOpenAngle, kJawClosedAngle);
+    gripper_velocity_ = 0.0;
+  }
+}
+
+}  // namespace kelvara::simulation

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <linux/can.h>
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <vector>
+
+#include "simulation/simulated_arm/arm_physics.hpp"
+#include "simulation/simulated_arm/robot_description.hpp"
+#include "simulation/simulated_motor/simulated_motor.hpp"
+
+namespace kelvara::simulation {
+
+/// The whole arm behind its bus: six joint motors on rigid-body physics, and a gripper motor on
+/// jaws of its own. It has no clock and no bus: frames are handed to it and time passes when it is
+/// told to, so that a test or a real-time loop drives it alike.
+///
+/// Until its motors are enabled for the first time the arm rests in a cradle at its start pose;
+/// from then on, motors that are disabled let it sink.
+class SimulatedArm {
+ public:
+  using Joints = ArmPhysics::Joints;
+  static constexpr std::size_t kGripper = 6;  // index of the gripper's motor
+
+  struct Options {
+    bool with_gripper = true;
+    double load_kg = 0.0;  // held in the gripper
+    Joints start{};        // rad
+  };
+
+  SimulatedArm(const RobotDescription& description, const Options& options);
+
+  /// Hands a frame to every motor (classic frames, too, in a canfd_frame) and appends the answers.
+  void receive(const canfd_frame& frame, std::vector<canfd_frame>& replies);
+  /// Lets time pass in whole milliseconds; what is left over is kept for the next call.
+  void advance(std::chrono::nanoseconds time);
+
+  /// Puts the joints at these angles (rad), at rest; they are held there if still in the cradle.
+  void set_joint_positions(const Joints& q);
+
+  // What is true, joint side.
+  Joints joint_positions() const { return physics_.positions(); }    // rad
+  Joints joint_velocities() const { return physics_.velocities(); }  // rad/s
+  Joints joint_torques() const;                                      // N·m, of the motors
+  Triple tool_position() const { return physics_.tool_position(); }  // m
+  double gripper_angle() const { return gripper_angle_; }            // rad, motor side
+
+  std::size_t motor_count() const { return motors_.size(); }
+  /// Joint motors by index 0 to 5, `kGripper` the gripper's.
+  SimulatedMotor& motor(std::size_t index) { return motors_.at(index); }
+  const SimulatedMotor& motor(std::size_t index) const { return motors_.at(index); }
+
+ private:
+  void step();
+  void step_gripper();
+
+  ArmPhysics physics_;
+  Joints signs_{};
+  std::vector<SimulatedMotor> motors_;
+  std::chrono::nanoseconds pending_{0};
+  bool in_cradle_ = true;
+  double gripper_angle_ = 0.0;     // rad, 0 closed
+  double gripper_velocity_ = 0.0;  // rad/s
+};
+
+}  // namespace kelvara::simulation

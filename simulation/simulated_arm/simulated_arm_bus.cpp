@@ -1,0 +1,137 @@
+#include "simulation/simulated_arm/simulated_arm_bus.hpp"
+
+#include <linux/can/raw.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+
+namespace kelvara::simulation {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::milliseconds kStep{1};
+// Lateness beyond this is given up.
+constexpr std::chrono::milliseconds kMaxLateness{10};
+constexpr std::chrono::milliseconds kProbeTime{50};
+constexpr int kMaxFramesAtOnce = 256;
+
+}  // namespace
+
+SimulatedArmBus::SimulatedArmBus(SimulatedArm& arm, const std::string& interface, bool fd)
+    : arm_(arm), fd_frames_(fd) {
+  replies_.reserve(16);
+  try {
+    open_socket(interface);
+    refuse_second_arm(interface);
+  } catch (...) {
+    if (socket_ >= 0) {
+      close(socket_);
+    }
+    throw;
+  }
+}
+
+SimulatedArmBus::~SimulatedArmBus() { close(socket_); }
+
+void SimulatedArmBus::open_socket(const std::string& interface) {
+  socket_ = socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC, CAN_RAW);
+  if (socket_ < 0) {
+    throw std::runtime_error(
+        "this kernel has no SocketCAN; run the program through scripts/with-virtual-can");
+  }
+  ifreq request{};
+  std::strncpy(request.ifr_name, interface.c_str(), IFNAMSIZ - 1);
+  if (ioctl(socket_, SIOCGIFINDEX, &request) != 0) {
+    throw std::runtime_error("there is no interface " + interface);
+  }
+  sockaddr_can address{};
+  address.can_family = AF_CAN;
+  address.can_ifindex = request.ifr_ifindex;
+  const int enable = 1;
+  if (setsockopt(socket_, SOL_CAN_RAW, CAN_RAW_FD_FRAMES, &enable, sizeof(enable)) != 0 ||
+      bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+    throw std::runtime_error("cannot use interface " + interface);
+  }
+  if (ioctl(socket_, SIOCGIFFLAGS, &request) != 0 || (request.ifr_flags & IFF_UP) == 0) {
+    throw std::runtime_error("interface " + interface + " is down");
+  }
+}
+
+void SimulatedArmBus::refuse_second_arm(const std::string& interface) {
+  canfd_frame refresh{};
+  refresh.can_id = 0x7FF;
+  refresh.len = 8;
+  refresh.data[0] = 0x01;
+  refresh.data[2] = 0xCC;
+  send(refresh);
+  const auto end = Clock::now() + kProbeTime;
+  canfd_frame frame{};
+  while (wait_readable(end - Clock::now())) {
+    if (recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) > 0 && frame.can_id == 0x11) {
+      throw std::runtime_error("interface " + interface + " is busy: an arm answers there already");
+    }
+  }
+}
+
+bool SimulatedArmBus::wait_readable(std::chrono::nanoseconds timeout) const {
+  const auto wait = std::max(timeout, std::chrono::nanoseconds::zero());
+  const timespec time{wait / std::chrono::seconds(1), (wait % std::chrono::seconds(1)).count()};
+  pollfd waiting{socket_, POLLIN, 0};
+  return ppoll(&waiting, 1, &time, nullptr) > 0 && timeout.count() > 0;
+}
+
+void SimulatedArmBus::send(const canfd_frame& frame) {
+  canfd_frame out = frame;
+  ssize_t sent = 0;
+  if (fd_frames_) {
+    out.flags = CANFD_BRS;
+    sent = write(socket_, &out, CANFD_MTU);
+  } else {
+    sent = write(socket_, &out, CAN_MTU);  // the first sixteen bytes are a classic frame
+  }
+  static_cast<void>(sent);  // a frame that finds no room is lost, as on a wire
+}
+
+void SimulatedArmBus::handle_frames() {
+  canfd_frame frame{};
+  // Bounded, so that a flood of frames does not stop the physics.
+  for (int count = 0;
+       count < kMaxFramesAtOnce && recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) > 0;
+       ++count) {
+    replies_.clear();
+    arm_.receive(frame, replies_);
+    for (const canfd_frame& reply : replies_) {
+      send(reply);
+    }
+    frame = {};
+  }
+}
+
+void SimulatedArmBus::run(const std::atomic<bool>& stop, const std::function<void()>& after_step) {
+  auto next_step = Clock::now() + kStep;
+  while (!stop) {
+    if (wait_readable(next_step - Clock::now())) {
+      handle_frames();
+      continue;
+    }
+    handle_frames();
+    arm_.advance(kStep);
+    if (after_step) {
+      after_step();
+    }
+    next_step += kStep;
+    const auto lateness = Clock::now() - next_step;
+    if (lateness > kMaxLateness) {
+      slipped_ms_ += static_cast<std::uint64_t>(lateness / kStep);
+      next_step = Clock::now();
+    }
+  }
+}
+
+}  // namespace kelvara::simulation
