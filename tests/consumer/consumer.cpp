@@ -1,0 +1,40 @@
+// Uses the installed library as an application does: every public header, the model, an error.
+// Usage: consumer PREFIX, where PREFIX is the installed tree that all files must come from.
+#include <cmath>
+#include <cstdio>
+#include <kelvara/arm_controller.hpp>
+#include <kelvara/canbus/can_device_collection.hpp>
+#include <kelvara/canbus/can_socket.hpp>
+#include <kelvara/damiao_motor/dm_motor_control.hpp>
+#include <kelvara/damiao_motor/dm_motor_device.hpp>
+#include <kelvara/damiao_motor/dm_motor_device_collection.hpp>
+#include <kelvara/hardware/arm_component.hpp>
+#include <kelvara/hardware/gripper_component.hpp>
+#include <kelvara/hardware/kelvara.hpp>
+#include <kelvara/kinematics/kinematics.hpp>
+#include <string>
+
+int main(int, char** argv) {
+  const std::string prefix = std::string(argv[1]) + "/";
+  for (const std::string& path : {kelvara::algorithms::resolve_robot_urdf_path(),
+                                  kelvara::algorithms::resolve_robot_kinematics_config_path()}) {
+    std::printf("found %s\n", path.c_str());
+    if (path.rfind(prefix, 0) != 0) {
+      return 1;
+    }
+  }
+  const RobotKinematics model;
+  const Eigen::Matrix4d T = model.forward_kinematics(Eigen::VectorXd::Zero(6));
+  const double reach = 0.26498 + 0.08415 + 0.124 + 0.13;
+  std::printf("tool at %.5f %.5f %.5f m\n", T(0, 3), T(1, 3), T(2, 3));
+  if (std::abs(T(0, 3) - reach) > 1e-9) {
+    return 1;
+  }
+  try {
+    const ArmController arm(false, "kelvara-none", false, kelvara::damiao_motor::MIT_MODE);
+  } catch (const kelvara::canbus::CANSocketException& error) {
+    std::printf("caught: %s\n", error.what());
+    return 0;
+  }
+  return 1;
+}

@@ -1,0 +1,101 @@
+"""Reads a candump log and decodes the motors' frames in it, from the wire format alone."""
+
+import re
+import struct
+from dataclasses import dataclass, field
+
+import numpy as np
+
+LINE = re.compile(r"^\((\d+\.\d+)\) (\S+) ([0-9A-Fa-f]+)(##[0-9A-Fa-f]|#)([0-9A-Fa-f]*)")
+# PMAX, VMAX, TMAX of joints 1 to 6
+RANGES = [(12.5, 8.0, 28.0)] * 3 + [(12.5, 30.0, 10.0)] * 3
+SPECIAL = {b"\xff" * 7 + bytes([code]) for code in (0xFB, 0xFC, 0xFD, 0xFE)}
+CLASSIC_OVERHEAD_BITS = 47  # of a standard data frame, stuffing apart
+
+
+@dataclass
+class Record:
+    """What a log says of six joints, joint side. Times in seconds since the first frame."""
+
+    commands: list = field(default_factory=lambda: [[] for _ in range(6)])  # (t, q, dq)
+    replies: list = field(default_factory=lambda: [[] for _ in range(6)])  # (t, q, dq, tau, asked)
+    frames: int = 0
+    bits: int = 0
+    duration: float = 0.0
+    position_velocity: bool = False
+
+
+def unpack(raw, limit, bits):
+    return -limit + 2 * limit * raw / ((1 << bits) - 1)
+
+
+def decode_command(joint, can_id, data):
+    """The position and velocity that a motion command asks of a motor, or None."""
+    if can_id == joint + 1 and data not in SPECIAL:
+        pmax, vmax, _ = RANGES[joint]
+        position = unpack(data[0] << 8 | data[1], pmax, 16)
+        velocity = unpack(data[2] << 4 | data[3] >> 4, vmax, 12)
+        kp = (data[3] & 0x0F) << 8 | data[4]
+        return (position, velocity) if kp else None
+    if can_id == joint + 0x101:
+        return struct.unpack("<ff", data)
+    return None
+
+
+def decode_feedback(joint, data):
+    """Position, velocity and torque of an enabled motor's feedback, or None."""
+    if data[0] != 0x10 | (joint + 1):
+        return None
+    pmax, vmax, tmax = RANGES[joint]
+    return (
+        unpack(data[1] << 8 | data[2], pmax, 16),
+        unpack(data[3] << 4 | data[4] >> 4, vmax, 12),
+        unpack((data[4] & 0x0F) << 8 | data[5], tmax, 12),
+    )
+
+
+def read_log(path, signs):
+    """Decodes a log. The feedback that answers a command is kept with what was asked."""
+    record = Record()
+    start = None
+    waiting = [[] for _ in range(6)]  # commands not yet answered; None for those without motion
+    with open(path, encoding="ascii", errors="replace") as log:
+        for line in log:
+            match = LINE.match(line)
+            if not match or len(match[5]) % 2:
+                continue
+            start = float(match[1]) if start is None else start
+            time, can_id, data = float(match[1]) - start, int(match[3], 16), bytes.fromhex(match[5])
+            record.frames += 1
+            record.bits += CLASSIC_OVERHEAD_BITS + 8 * len(data)
+            record.duration = time
+            if len(data) != 8:
+                continue
+            if can_id == 0x7FF:
+                # A refresh is answered with feedback too; register traffic with a register.
+                if data[2] in (0x33, 0x55, 0xCC) and 1 <= data[0] <= 6:
+                    waiting[data[0] - 1].append(data[2])
+                continue
+            joint = (can_id & 0x0F) - 1
+            if not 0 <= joint < 6:
+                continue
+            if 0x11 <= can_id <= 0x16:
+                take_reply(record, joint, time, data, signs[joint], waiting[joint])
+            elif can_id < 7 or 0x101 <= can_id <= 0x106:
+                command = decode_command(joint, can_id, data)
+                waiting[joint].append(command)
+                if command:
+                    record.position_velocity |= can_id > 0x100
+                    position, velocity = command[0] * signs[joint], command[1] * signs[joint]
+                    record.commands[joint].append((time, position, velocity))
+    record.commands = [np.array(rows).reshape(-1, 3) for rows in record.commands]
+    record.replies = [np.array(rows).reshape(-1, 5) for rows in record.replies]
+    return record
+
+
+def take_reply(record, joint, time, data, sign, waiting):
+    asked = waiting.pop(0) if waiting else None
+    state = decode_feedback(joint, data) if asked not in (0x33, 0x55) else None
+    if state and isinstance(asked, tuple):
+        position, velocity, torque = (value * sign for value in state)
+        record.replies[joint].append((time, position, velocity, torque, asked[0] * sign))
