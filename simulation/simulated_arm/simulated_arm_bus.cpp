@@ -72,8 +72,9 @@ void SimulatedArmBus::refuse_second_arm(const std::string& interface) {
   send(refresh);
   const auto end = Clock::now() + kProbeTime;
   canfd_frame frame{};
-  while (wait_readable(end - Clock::now())) {
-    if (recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) > 0 && frame.can_id == 0x11) {
+  while (Clock::now() < end) {
+    if (wait_readable(end - Clock::now()) &&
+        recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) > 0 && frame.can_id == 0x11) {
       throw std::runtime_error("interface " + interface + " is busy: an arm answers there already");
     }
   }
@@ -83,7 +84,7 @@ bool SimulatedArmBus::wait_readable(std::chrono::nanoseconds timeout) const {
   const auto wait = std::max(timeout, std::chrono::nanoseconds::zero());
   const timespec time{wait / std::chrono::seconds(1), (wait % std::chrono::seconds(1)).count()};
   pollfd waiting{socket_, POLLIN, 0};
-  return ppoll(&waiting, 1, &time, nullptr) > 0 && timeout.count() > 0;
+  return ppoll(&waiting, 1, &time, nullptr) > 0;
 }
 
 void SimulatedArmBus::send(const canfd_frame& frame) {
@@ -98,29 +99,33 @@ void SimulatedArmBus::send(const canfd_frame& frame) {
   static_cast<void>(sent);  // a frame that finds no room is lost, as on a wire
 }
 
-void SimulatedArmBus::handle_frames() {
+int SimulatedArmBus::handle_frames(std::chrono::nanoseconds timeout) {
+  if (!wait_readable(timeout)) {
+    return 0;
+  }
+  int handled = 0;
   canfd_frame frame{};
   // Bounded, so that a flood of frames does not stop the physics.
-  for (int count = 0;
-       count < kMaxFramesAtOnce && recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) > 0;
-       ++count) {
+  while (handled < kMaxFramesAtOnce && recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) > 0) {
     replies_.clear();
     arm_.receive(frame, replies_);
     for (const canfd_frame& reply : replies_) {
       send(reply);
     }
     frame = {};
+    ++handled;
   }
+  return handled;
 }
 
 void SimulatedArmBus::run(const std::atomic<bool>& stop, const std::function<void()>& after_step) {
   auto next_step = Clock::now() + kStep;
   while (!stop) {
-    if (wait_readable(next_step - Clock::now())) {
-      handle_frames();
+    const auto until_step = next_step - Clock::now();
+    handle_frames(until_step);
+    if (Clock::now() < next_step) {
       continue;
     }
-    handle_frames();
     arm_.advance(kStep);
     if (after_step) {
       after_step();

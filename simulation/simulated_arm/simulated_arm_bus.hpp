@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -30,6 +31,10 @@ class SimulatedArmBus {
   /// @param after_step Called after every millisecond of physics.
   void run(const std::atomic<bool>& stop, const std::function<void()>& after_step = {});
 
+  /// Waits at most `timeout` for a frame and handles all that wait then, without letting time pass.
+  /// @return how many were handled.
+  int handle_frames(std::chrono::nanoseconds timeout);
+
   /// Milliseconds given up so far.
   std::uint64_t slipped_ms() const { return slipped_ms_; }
 
@@ -37,7 +42,6 @@ class SimulatedArmBus {
   void open_socket(const std::string& interface);
   void refuse_second_arm(const std::string& interface);
   bool wait_readable(std::chrono::nanoseconds timeout) const;
-  void handle_frames();
   void send(const canfd_frame& frame);
 
   SimulatedArm& arm_;

@@ -28,7 +28,7 @@ namespace {
 
 constexpr int kFirstIndex = 3;
 constexpr int kMaxMessagesPerTurn = 64;  // of one socket, so that none starves the others
-constexpr int kBufferBytes = 4 << 20;
+constexpr int kBufferBytes = 1 << 20;
 
 /// A file descriptor with an owner.
 class Descriptor {

@@ -2,6 +2,8 @@
 // Usage: consumer PREFIX, where PREFIX is the installed tree that all files must come from.
 #include <cmath>
 #include <cstdio>
+#include <string>
+
 #include <kelvara/arm_controller.hpp>
 #include <kelvara/canbus/can_device_collection.hpp>
 #include <kelvara/canbus/can_socket.hpp>
@@ -12,7 +14,6 @@
 #include <kelvara/hardware/gripper_component.hpp>
 #include <kelvara/hardware/kelvara.hpp>
 #include <kelvara/kinematics/kinematics.hpp>
-#include <string>
 
 int main(int, char** argv) {
   const std::string prefix = std::string(argv[1]) + "/";

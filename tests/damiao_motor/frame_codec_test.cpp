@@ -55,9 +55,9 @@ TEST(FrameCodec, PacksMitFieldsAndClampsThemIntoRange) {
               ElementsAre(0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF));
   EXPECT_THAT(pack({-1, -1, -99, -99, -99}), ElementsAre(0, 0, 0, 0, 0, 0, 0, 0));
   EXPECT_THAT(pack({kNaN, kNaN, kNaN, kNaN, kNaN}), ElementsAre(0, 0, 0, 0, 0, 0, 0, 0));
-  // kp 0x4CC, kd 0x333, q 0xB333, dq 0x955, tau 0x666: every nibble in its place.
+  // kp 0x4CC, kd 0x333, q 0xB332, dq 0x954, tau 0x666: every nibble in its place.
   EXPECT_THAT(pack({150.0, 1.0, 5.0, 5.0, -2.0}),
-              ElementsAre(0xB3, 0x32, 0x95, 0x54, 0xCC, 0x33, 0x36, 0x65));
+              ElementsAre(0xB3, 0x32, 0x95, 0x44, 0xCC, 0x33, 0x36, 0x66));
 }
 
 TEST(FrameCodec, LosesAtMostOneStepThereAndBack) {

@@ -1,0 +1,123 @@
+#include "kelvara/canbus/can_socket.hpp"
+
+#include <gtest/gtest.h>
+
+#include "kelvara/canbus/can_device_collection.hpp"
+#include "support/captured_output.hpp"
+#include "support/virtual_bus.hpp"
+
+namespace kelvara::canbus {
+namespace {
+
+std::string error_of(const std::string& interface) {
+  try {
+    const CANSocket socket(interface, false);
+  } catch (const CANSocketException& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(CanSocket, CarriesWholeFramesBothWays) {
+  VirtualBus bus;
+  BusPeer peer;
+  CANSocket classic(VirtualBus::kInterface, false);
+  can_frame frame{};
+  frame.can_id = 0x123;
+  frame.can_dlc = 2;
+  frame.data[0] = 0xAB;
+  EXPECT_TRUE(classic.write_can_frame(frame));
+  EXPECT_EQ(peer.receive(), (std::vector{parse_frame("123#AB00")}));
+  EXPECT_FALSE(classic.is_data_available(0));
+  peer.send(parse_frame("011#0102"));
+  EXPECT_TRUE(classic.is_data_available(2'000'000));
+  EXPECT_TRUE(classic.read_can_frame(frame));
+  EXPECT_EQ(frame.can_id, 0x11U);
+  EXPECT_EQ(frame.can_dlc, 2);
+  EXPECT_FALSE(classic.read_can_frame(frame)) << "nothing is left; the read ends by itself";
+
+  CANSocket fd(VirtualBus::kInterface, true);
+  canfd_frame fd_frame{};
+  peer.send(parse_frame("011#0102"));
+  EXPECT_TRUE(fd.is_data_available(2'000'000));
+  EXPECT_FALSE(fd.read_canfd_frame(fd_frame)) << "a classic frame is no whole CAN-FD frame";
+  peer.send(parse_frame("012#0304", true));
+  EXPECT_TRUE(fd.is_data_available(2'000'000));
+  EXPECT_TRUE(fd.read_canfd_frame(fd_frame));
+  EXPECT_EQ(fd_frame.len, 2);
+}
+
+TEST(CanSocket, CutsLongInterfaceNameToFifteenCharacters) {
+  VirtualBus bus;
+  const simulation::VirtualCanHub hub("abcdefghijklmno");
+  EXPECT_EQ(error_of("abcdefghijklmnopqrstuvwxyz"), "");
+}
+
+TEST(CanSocket, RefusesInterfacesThatAreMissingOrDown) {
+  VirtualBus bus;
+  CapturedOutput output;
+  EXPECT_EQ(error_of("can9"), "Socket error: Failed to initialize socket for interface: can9");
+  EXPECT_EQ(output.err(), "");
+  bus.hub().set_up(false);
+  EXPECT_EQ(error_of("can0"), "Socket error: Failed to initialize socket for interface: can0");
+  EXPECT_EQ(output.err(),
+            "CAN interface \"can0\" is DOWN. Did you run: sudo ip link set can0 up type can "
+            "bitrate 1000000 ?\n");
+}
+
+TEST(CanSocket, FailsQuietlyOnceClosedAndWhenTheBusFails) {
+  VirtualBus bus;
+  CANSocket socket(VirtualBus::kInterface, false);
+  can_frame frame{};
+  bus.hub().fail_next_writes_with_enobufs(1);
+  EXPECT_FALSE(socket.write_can_frame(frame));
+  EXPECT_TRUE(socket.write_can_frame(frame));
+  bus.hub().set_up(false);
+  EXPECT_FALSE(socket.write_can_frame(frame));
+  EXPECT_TRUE(socket.is_data_available(2'000'000)) << "the error is there to be read";
+  EXPECT_FALSE(socket.read_can_frame(frame));
+  bus.hub().set_up(true);
+  EXPECT_TRUE(socket.write_can_frame(frame));
+  socket.cleanup();
+  socket.cleanup();
+  EXPECT_FALSE(socket.write_can_frame(frame));
+  EXPECT_FALSE(socket.read_can_frame(frame));
+  EXPECT_FALSE(socket.is_data_available(0));
+}
+
+struct RecordingDevice : CANDevice {
+  explicit RecordingDevice(std::uint32_t id) : CANDevice(1, id, 0x7FF, false) {}
+  void callback(const can_frame&) override { ++classic; }
+  void callback(const canfd_frame&) override { ++fd; }
+  int classic = 0;
+  int fd = 0;
+};
+
+TEST(CanDeviceCollection, HandsFramesToTheDeviceRegisteredLastUnderTheWholeIdentifier) {
+  VirtualBus bus;
+  CANSocket socket(VirtualBus::kInterface, false);
+  CANDeviceCollection devices(socket);
+  const auto first = std::make_shared<RecordingDevice>(0x11);
+  const auto second = std::make_shared<RecordingDevice>(0x11);
+  devices.add_device(nullptr);
+  devices.add_device(first);
+  devices.add_device(second);
+  can_frame frame{};
+  frame.can_id = 0x11;
+  canfd_frame fd_frame{};
+  fd_frame.can_id = 0x11;
+  devices.dispatch_frame_callback(frame);
+  devices.dispatch_frame_callback(fd_frame);
+  for (const canid_t stranger : {0x12U, 0x11U | CAN_EFF_FLAG, 0x11U | CAN_ERR_FLAG}) {
+    frame.can_id = stranger;
+    devices.dispatch_frame_callback(frame);
+  }
+  EXPECT_EQ(first->classic + first->fd, 0);
+  EXPECT_EQ(second->classic, 1);
+  EXPECT_EQ(second->fd, 1);
+  devices.remove_device(first);  // by identifier, whichever device holds it
+  EXPECT_TRUE(devices.get_devices().empty());
+}
+
+}  // namespace
+}  // namespace kelvara::canbus
