@@ -107,7 +107,7 @@ TEST_F(Kinematics, ExponentialOfAPureTranslationMovesStraight) {
   EXPECT_EQ((exp_se3(screw, 0.5).topRightCorner<3, 1>()), Eigen::Vector3d(0.5, 1.0, 1.5));
 }
 
-TEST_F(Kinematics, InverseDynamicsIsTheSumOfItsPartsAndConservesEnergy) {
+TEST_F(Kinematics, InverseDynamicsIsTheSumOfItsParts) {
   std::normal_distribution<double> normal;
   for (int trial = 0; trial < 100; ++trial) {
     const Joints q = random_joints();
@@ -128,7 +128,7 @@ TEST_F(Kinematics, InverseDynamicsIsTheSumOfItsPartsAndConservesEnergy) {
       EXPECT_NEAR(whole[i], inertial[i] + coriolis[i], 1e-12);
       EXPECT_EQ(whole[i], reused[i]);
     }
-    // Gravity is the slope of the potential energy; joint 1 is vertical.
+    // Joint 1 is vertical: gravity does not turn it.
     EXPECT_NEAR(gravity[0], 0.0, 1e-12);
   }
 }
@@ -159,7 +159,9 @@ TEST_F(Kinematics, IkFindsPosesAndReportsWhatItHadToClip) {
                                  {3.0, 0, 0, 0, 0, 0}, solution));
   EXPECT_EQ(solution[0], 2.8);
   EXPECT_THAT(output.err(), HasSubstr("solve_ik_kdl diagnostics: target_pos=[-0."));
-  EXPECT_THAT(output.err(), ContainsRegex("clipped_joints=\\[joint1: 3\\.[01][0-9]* -> 2\\.8\\], raw_fk_pos=\\[-0"));
+  EXPECT_THAT(
+      output.err(),
+      ContainsRegex("clipped_joints=\\[joint1: 3\\.[01][0-9]* -> 2\\.8\\], raw_fk_pos=\\[-0"));
 }
 
 TEST_F(Kinematics, IkFailsCleanlyOnWhatItCannotSolve) {

@@ -1,0 +1,178 @@
+// What a controller puts on the bus before it moves anything, and when it refuses to start.
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "controller/arm_controller_impl.hpp"
+#include "support/captured_output.hpp"
+#include "support/simulated_hardware.hpp"
+#include "support/temporary_directory.hpp"
+
+namespace {
+
+using kelvara::damiao_motor::ControlMode;
+using kelvara::damiao_motor::MIT_MODE;
+using kelvara::damiao_motor::POS_VEL_MODE;
+
+struct Case {
+  ControlMode mode;
+  bool gripper;
+  bool fd;
+};
+
+std::ostream& operator<<(std::ostream& out, const Case& c) {
+  return out << (c.mode == MIT_MODE ? "MIT" : "position/velocity") << (c.gripper ? " gripper" : "")
+             << (c.fd ? " FD" : " classic");
+}
+
+/// Builds the frames that should be seen; in a pattern, @ stands for the motor's number.
+class Expected {
+ public:
+  explicit Expected(bool fd) : fd_(fd) {}
+  void add(const std::string& pattern, int first, int last) {
+    for (int motor = first; motor <= last; ++motor) {
+      std::string text = pattern;
+      text.replace(text.find('@'), 1, std::to_string(motor));
+      frames.push_back(parse_frame(text, fd_));
+    }
+  }
+  std::vector<BusFrame> frames;
+
+ private:
+  bool fd_;
+};
+
+std::vector<BusFrame> commands_of(const std::vector<BusFrame>& frames) {
+  std::vector<BusFrame> commands;
+  for (BusFrame frame : frames) {
+    if (frame.id < 0x11 || frame.id > 0x17) {
+      commands.push_back(frame);
+    }
+  }
+  return commands;
+}
+
+struct Startup : ::testing::TestWithParam<Case> {};
+
+TEST_P(Startup, BringsTheMotorsUpFrameByFrame) {
+  const auto [mode, gripper, fd] = GetParam();
+  SimulatedHardware hardware(fd);
+  BusPeer witness;
+  hardware.answer();
+  CapturedOutput output;
+  ArmController::Impl impl(VirtualBus::kInterface, fd, nullptr, gripper, mode);
+
+  Expected expected(fd);
+  const int last = gripper ? 7 : 6;
+  if (gripper) {
+    expected.add("00@#FFFFFFFFFFFFFFFB", 7, 7);
+    expected.add("7FF#0@00550A01000000", 7, 7);
+  }
+  expected.add("7FF#0@00550900000000", 1, last);  // time-out off
+  expected.add("00@#FFFFFFFFFFFFFFFB", 1, 6);     // clear errors
+  if (mode == MIT_MODE) {
+    expected.add("7FF#0@00550A01000000", 1, 6);
+  } else {
+    const auto query = [&] {
+      for (const char* rid : {"04", "05", "1B"}) {
+        expected.add(std::string("7FF#0@0033") + rid + "00000000", 1, 6);
+      }
+    };
+    expected.add("7FF#0@00550A02000000", 1, 6);
+    query();
+    for (const char* rid : {"04", "05"}) {
+      expected.add(std::string("7FF#0@0055") + rid + "0000F041", 1, 3);  // 30 rad/s²
+      expected.add(std::string("7FF#0@0055") + rid + "00007042", 4, 6);  // 60 rad/s²
+    }
+    expected.add("7FF#0@00551B00007042", 1, 3);  // 60 1/s
+    expected.add("7FF#0@00551B0000A042", 4, 6);  // 80 1/s
+    query();
+  }
+  expected.add("7FF#0@005509E8030000", 1, last);  // time-out 1000 * 50 µs
+  expected.add("00@#FFFFFFFFFFFFFFFC", 1, last);  // enable
+  expected.add("7FF#0@00CC0000000000", 1, 6);     // where is the arm?
+  EXPECT_EQ(commands_of(witness.receive()), expected.frames);
+
+  hardware.halt();
+  for (std::size_t i = 0; i < 7; ++i) {
+    EXPECT_EQ(hardware.arm().motor(i).is_enabled(), i < 6 || gripper) << i;
+    EXPECT_EQ(hardware.arm().motor(i).control_mode(), i < 6 ? mode : MIT_MODE) << i;
+  }
+  const std::string enabling =
+      "\n=== Enabling Motors ===\n\n=== Enabling Motors Timeout Protection ===\n";
+  EXPECT_THAT(output.out(), ::testing::EndsWith(enabling));
+  if (mode == POS_VEL_MODE) {
+    EXPECT_THAT(output.out(),
+                ::testing::HasSubstr("Initial ACC: [2.000, 2.000, 2.000, 2.000, 2.000, 2.000]\n"));
+    EXPECT_THAT(output.out(),
+                ::testing::HasSubstr(
+                    "Verified KP_APR: [60.000, 60.000, 60.000, 80.000, 80.000, 80.000]\n"));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllModes, Startup,
+                         ::testing::Values(Case{MIT_MODE, false, false}, Case{MIT_MODE, true, true},
+                                           Case{POS_VEL_MODE, false, true},
+                                           Case{POS_VEL_MODE, true, false}));
+
+struct RefusedStartDeathTest : ::testing::Test {
+  RefusedStartDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+  static void start(SimulatedHardware& hardware, ControlMode mode) {
+    hardware.answer();
+    const ArmController controller(false, VirtualBus::kInterface, false, mode);
+  }
+};
+
+TEST_F(RefusedStartDeathTest, EndsTheProcessWhenAParameterDoesNotStick) {
+  SimulatedHardware hardware(false);
+  hardware.arm().motor(2).set_registers_read_only(true);
+  EXPECT_EXIT(start(hardware, POS_VEL_MODE), ::testing::ExitedWithCode(1),
+              "ACC verification failed at joint 3: expected 30, got 2\n");
+}
+
+TEST_F(RefusedStartDeathTest, EndsTheProcessWhenAMotorNeverAnswers) {
+  SimulatedHardware hardware(false);
+  hardware.arm().motor(0).set_silent(true);
+  EXPECT_EXIT(start(hardware, POS_VEL_MODE), ::testing::ExitedWithCode(1),
+              "ACC verification failed at joint 1: expected 30, got -1\n");
+}
+
+TEST_F(RefusedStartDeathTest, EndsTheProcessWhenJointTwoLiesBehindTheBase) {
+  SimulatedHardware hardware(false);
+  hardware.arm().set_joint_positions({0, -1.6, 0, 0, 0, 0});
+  EXPECT_EXIT(start(hardware, MIT_MODE), ::testing::ExitedWithCode(1),
+              "\\[ArmController\\] Startup rejected: joint2=-1.[0-9]* rad is below the safety "
+              "threshold -1.57 rad.\n");
+}
+
+TEST(RefusedStart, ThrowsForAnotherModeAndForMotorSignsThatAreNone) {
+  SimulatedHardware hardware(false);
+  BusPeer witness;
+  const auto message = [](ControlMode mode) -> std::string {
+    try {
+      const ArmController controller(false, VirtualBus::kInterface, false, mode);
+    } catch (const std::invalid_argument& error) {
+      return error.what();
+    }
+    return "";
+  };
+  EXPECT_EQ(message(static_cast<ControlMode>(3)),
+            "ArmController only supports MIT_MODE or POS_VEL_MODE.");
+  std::stringstream config;
+  config << std::ifstream("config/robot_kinematics.yaml").rdbuf();
+  std::string text = config.str();
+  text.replace(text.find("motor_signs: [1,"), 16, "motor_signs: [0.5,");
+  const auto urdf = std::filesystem::absolute("config/BrimloV2.SLDASM.urdf");
+  const TemporaryWorkingDirectory directory;
+  directory.write("config/robot_kinematics.yaml", text);
+  std::filesystem::copy(urdf, directory.path() / "config");
+  EXPECT_EQ(message(MIT_MODE), "motor_signs must contain only +1 or -1");
+  EXPECT_TRUE(witness.receive().empty()) << "nothing is sent before the settings are known good";
+}
+
+}  // namespace
