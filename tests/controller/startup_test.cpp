@@ -85,8 +85,8 @@ TEST_P(Startup, BringsTheMotorsUpFrameByFrame) {
     expected.add("7FF#0@00550A02000000", 1, 6);
     query();
     for (const char* rid : {"04", "05"}) {
-      expected.add(std::string("7FF#0@0055") + rid + "0000F041", 1, 3);  // 30 rad/s²
-      expected.add(std::string("7FF#0@0055") + rid + "00007042", 4, 6);  // 60 rad/s²
+      expected.add(std::string("7FF#0@0055") + rid + "00007041", 1, 3);  // 15 rad/s²
+      expected.add(std::string("7FF#0@0055") + rid + "0000F041", 4, 6);  // 30 rad/s²
     }
     expected.add("7FF#0@00551B00007042", 1, 3);  // 60 1/s
     expected.add("7FF#0@00551B0000A042", 4, 6);  // 80 1/s
@@ -132,14 +132,14 @@ TEST_F(RefusedStartDeathTest, EndsTheProcessWhenAParameterDoesNotStick) {
   SimulatedHardware hardware(false);
   hardware.arm().motor(2).set_registers_read_only(true);
   EXPECT_EXIT(start(hardware, POS_VEL_MODE), ::testing::ExitedWithCode(1),
-              "ACC verification failed at joint 3: expected 30, got 2\n");
+              "ACC verification failed at joint 3: expected 15, got 2\n");
 }
 
 TEST_F(RefusedStartDeathTest, EndsTheProcessWhenAMotorNeverAnswers) {
   SimulatedHardware hardware(false);
   hardware.arm().motor(0).set_silent(true);
   EXPECT_EXIT(start(hardware, POS_VEL_MODE), ::testing::ExitedWithCode(1),
-              "ACC verification failed at joint 1: expected 30, got -1\n");
+              "ACC verification failed at joint 1: expected 15, got -1\n");
 }
 
 TEST_F(RefusedStartDeathTest, EndsTheProcessWhenJointTwoLiesBehindTheBase) {

@@ -1,0 +1,125 @@
+// The whole controller with its thread, on an arm that lives in real time.
+
+#include "kelvara/arm_controller.hpp"
+
+#include <atomic>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "controller/arm_controller_impl.hpp"
+#include "support/captured_output.hpp"
+#include "support/simulated_hardware.hpp"
+
+namespace {
+
+using kelvara::damiao_motor::MIT_MODE;
+
+template <typename Action>
+std::string error_of(Action action) {
+  try {
+    action();
+  } catch (const std::invalid_argument& error) {
+    return std::string("invalid argument: ") + error.what();
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+  return "";
+}
+
+struct RunningController : ::testing::Test {
+  RunningController() {
+    hardware.live();
+    arm = std::make_unique<ArmController>(false, VirtualBus::kInterface, false, MIT_MODE);
+    while (arm->get_joint().isZero()) {  // before the first feedback
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+
+  /// Waits until the arm stands at q; false after a long time.
+  bool arrives_at(const Eigen::VectorXd& q) {
+    for (int tries = 0; tries < 2000; ++tries) {
+      if ((arm->get_joint() - q).cwiseAbs().maxCoeff() < 0.01) {
+        return true;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  }
+
+  CapturedOutput output;
+  SimulatedHardware hardware{
+      false, {.with_gripper = false, .load_kg = 0.0, .start = {0.2, -0.2, 0.2, 0.1, 0.2, 0.3}}};
+  std::unique_ptr<ArmController> arm;
+};
+
+TEST_F(RunningController, GoesHomeAndMovesWhileEveryQueryIsAskedFromOtherThreads) {
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> readers;
+  for (int k = 0; k < 4; ++k) {
+    readers.emplace_back([&] {
+      while (!stop) {
+        EXPECT_TRUE(arm->get_joint().allFinite());
+        EXPECT_TRUE(arm->get_joint_velocities().allFinite());
+        EXPECT_TRUE(arm->get_joint_torques().allFinite());
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+      }
+    });
+  }
+  EXPECT_TRUE(arrives_at(Eigen::VectorXd::Zero(6)));
+  arm->set_joint({0.3, 0.2, -0.1, 0.2, -0.3, 0.4}, 0.5);
+  EXPECT_TRUE(arrives_at((Eigen::VectorXd(6) << 0.3, 0.2, -0.1, 0.2, -0.3, 0.4).finished()));
+  arm->set_joint_raw({0, 0, 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0});
+  EXPECT_TRUE(arrives_at(Eigen::VectorXd::Zero(6)));
+  stop = true;
+  for (std::thread& reader : readers) {
+    reader.join();
+  }
+}
+
+TEST_F(RunningController, RefusesBadArgumentsBeforeAnythingChanges) {
+  const std::vector<double> six(6, 0.1);
+  const std::vector<double> five(5, 0.1);
+  std::vector<double> odd = six;
+  odd[3] = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_EQ(error_of([&] { arm->set_joint(five, 0.0); }), "invalid argument: q_end size mismatch");
+  EXPECT_EQ(error_of([&] { arm->set_joint(six, 0.0); }), "invalid argument: tf must be positive");
+  EXPECT_EQ(error_of([&] { arm->set_joint(odd, 1.0); }), "invalid argument: q_end must be finite");
+  EXPECT_EQ(error_of([&] { arm->set_joint_raw(five, five); }),
+            "invalid argument: q_end length does not match num_joints");
+  EXPECT_EQ(error_of([&] { arm->set_joint_raw(six, five); }),
+            "invalid argument: v_end length does not match num_joints");
+  EXPECT_EQ(error_of([&] { arm->set_joint_raw(six, odd); }),
+            "invalid argument: v_end must be finite");
+  EXPECT_TRUE(arrives_at(Eigen::VectorXd::Zero(6))) << "still on its way home";
+}
+
+TEST_F(RunningController, StopsItsThreadThenDisablesTheMotorsOnce) {
+  BusPeer witness;
+  std::thread other([&] { arm->cleanup(); });
+  arm->cleanup();
+  other.join();
+  arm->cleanup();
+  EXPECT_EQ(error_of([&] { arm->get_joint(); }), "ArmController: called after cleanup()");
+  EXPECT_EQ(error_of([&] { arm->set_joint(std::vector<double>(6, 0.0), 1.0); }),
+            "ArmController: called after cleanup()");
+  arm.reset();
+  int disabled = 0;
+  int commands_after = 0;
+  for (const BusFrame& frame : witness.receive()) {
+    const bool disable = frame.data == "FFFFFFFFFFFFFFFD";
+    disabled += disable ? 1 : 0;
+    commands_after += !disable && disabled > 0 && frame.id < 0x11 ? 1 : 0;
+  }
+  EXPECT_EQ(disabled, 6);
+  EXPECT_EQ(commands_after, 0);
+  hardware.halt();
+  for (std::size_t i = 0; i < 6; ++i) {
+    EXPECT_FALSE(hardware.arm().motor(i).is_enabled()) << i;
+  }
+}
+
+}  // namespace

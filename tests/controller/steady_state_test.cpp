@@ -1,0 +1,90 @@
+// What the steady-state cycle asks of the system: nothing but the bus, the clock and the sleep.
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdlib>
+
+#include <gtest/gtest.h>
+
+#include "controller/arm_controller_impl.hpp"
+#include "support/captured_output.hpp"
+#include "support/simulated_hardware.hpp"
+
+namespace {
+
+thread_local bool counting = false;
+thread_local long allocations = 0;
+
+}  // namespace
+
+// Every allocation of the process comes through here: C++'s operator new, Eigen's, the C library's.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* pointer, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+
+void* malloc(std::size_t size) {
+  allocations += counting ? 1 : 0;
+  return __libc_malloc(size);
+}
+void* calloc(std::size_t count, std::size_t size) {
+  allocations += counting ? 1 : 0;
+  return __libc_calloc(count, size);
+}
+void* realloc(void* pointer, std::size_t size) {
+  allocations += counting ? 1 : 0;
+  return __libc_realloc(pointer, size);
+}
+void* aligned_alloc(std::size_t alignment, std::size_t size) {
+  allocations += counting ? 1 : 0;
+  return __libc_memalign(alignment, size);
+}
+}
+
+namespace {
+
+using kelvara::controller::TimePoint;
+using kelvara::damiao_motor::ControlMode;
+
+struct SteadyState : ::testing::TestWithParam<ControlMode> {};
+
+TEST_P(SteadyState, CyclesAllocateNothing) {
+  SimulatedHardware hardware(false);
+  hardware.answer();
+  CapturedOutput output;
+  ArmController::Impl impl(VirtualBus::kInterface, false, nullptr, true, GetParam());
+  TimePoint now{std::chrono::hours(1)};
+  impl.begin_loop(now);
+  impl.mit_config.gravity_tau_limits.fill(1e3);  // clipping is an event, and reported
+  impl.command.gripper_command_valid = true;
+  impl.command.gripper_command_active = true;
+  const auto allocations_of = [&](int cycles) {
+    allocations = 0;
+    counting = true;
+    for (int k = 0; k < cycles; ++k) {
+      impl.run_cycle(now);
+      now += std::chrono::microseconds(2500);
+    }
+    counting = false;
+    return allocations;
+  };
+  const std::vector<double> somewhere(6, 0.2);
+  const std::vector<double> at_rest(6, 0.0);
+  allocations_of(10);  // the first feedback of every motor is reported
+  impl.publish_joint_trajectory_command(somewhere, 0.5);
+  EXPECT_EQ(allocations_of(300), 0) << "a timed move and the hold after it";
+  impl.publish_joint_raw_command(at_rest, at_rest);
+  EXPECT_EQ(allocations_of(100), 0) << "a joint target";
+  counting = true;
+  free(malloc(1));
+  counting = false;
+  EXPECT_EQ(allocations, 1) << "the counter counts";
+}
+
+INSTANTIATE_TEST_SUITE_P(BothModes, SteadyState,
+                         ::testing::Values(kelvara::damiao_motor::MIT_MODE,
+                                           kelvara::damiao_motor::POS_VEL_MODE));
+
+}  // namespace

@@ -1,0 +1,108 @@
+#include "simulation/simulated_motor/simulated_motor.hpp"
+
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+#include "support/virtual_bus.hpp"
+
+namespace kelvara::simulation {
+namespace {
+
+constexpr MotorModel kModel{12.5, 30.0, 10.0, 3.0};
+
+struct SimulatedMotorTest : ::testing::Test {
+  /// The answer to a frame as candump would write it; "" without one.
+  std::string ask(const std::string& text) {
+    const BusFrame frame = parse_frame(text);
+    canfd_frame raw{};
+    raw.can_id = frame.id;
+    raw.len = static_cast<std::uint8_t>(frame.data.size() / 2);
+    for (std::size_t i = 0; i < raw.len; ++i) {
+      raw.data[i] = static_cast<std::uint8_t>(std::stoul(frame.data.substr(2 * i, 2), nullptr, 16));
+    }
+    const auto reply = motor.handle(raw);
+    if (!reply) {
+      return "";
+    }
+    std::string out;
+    for (std::size_t i = 0; i < reply->len; ++i) {
+      constexpr const char* kDigits = "0123456789ABCDEF";
+      out += {kDigits[reply->data[i] >> 4], kDigits[reply->data[i] & 0xF]};
+    }
+    EXPECT_EQ(reply->can_id, 0x14U);
+    return out;
+  }
+
+  SimulatedMotor motor{kModel, 4, 0x14};
+};
+
+TEST_F(SimulatedMotorTest, AnswersRegisterTraffic) {
+  EXPECT_EQ(ask("7FF#0400330A00000000"), "0400330A01000000");
+  EXPECT_EQ(ask("7FF#0400550A02000000"), "0400550A02000000");
+  EXPECT_EQ(motor.control_mode(), 2U);
+  EXPECT_EQ(ask("7FF#0400550A09000000"), "0400550A02000000") << "no such mode";
+  EXPECT_EQ(ask("7FF#040055040000F041"), "040055040000F041");
+  EXPECT_EQ(ask("7FF#0400330400000000"), "040033040000F041");
+  EXPECT_EQ(ask("7FF#0500330400000000"), "") << "another motor's";
+  EXPECT_EQ(ask("7FF#0401330400000000"), "") << "another motor's";
+}
+
+TEST_F(SimulatedMotorTest, EnablesDisablesAndObeysOnlyItsMode) {
+  motor.advance(0.001, 1.0, 0.0);
+  EXPECT_EQ(ask("7FF#0400CC0000000000").substr(0, 10), "048A3D8008");
+  EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFC").substr(0, 2), "14");
+  EXPECT_EQ(motor.advance(0.001, 1.0, 0.0), 0.0) << "enabled, nothing asked yet";
+  // kp 0, kd 0, torque 0xFFF: all that the motor has.
+  ask("004#7FFF7FF000000FFF");
+  EXPECT_EQ(motor.advance(0.001, 1.0, 0.0), 10.0);
+  ask("004#7FFF7FF0FFF007FF");  // kp 15.6 N·m/rad, to zero from 1 rad: more than there is
+  EXPECT_EQ(motor.advance(0.001, 1.0, 0.0), -10.0);
+  EXPECT_EQ(ask("104#0000803F00002041"), "") << "a position/velocity command in MIT mode";
+  EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFE").substr(2, 4), "8000") << "here is zero now";
+  EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFD").substr(0, 2), "04");
+  EXPECT_EQ(motor.advance(0.001, 1.0, 0.0), 0.0);
+}
+
+TEST_F(SimulatedMotorTest, LetsGoWhenItsCommandsStop) {
+  ask("7FF#04005509E8030000");  // 1000 units of 50 µs
+  ask("004#FFFFFFFFFFFFFFFC");
+  for (int k = 0; k < 49; ++k) {
+    motor.advance(0.001, 0.0, 0.0);
+  }
+  EXPECT_TRUE(motor.is_enabled());
+  motor.advance(0.002, 0.0, 0.0);
+  EXPECT_EQ(ask("7FF#0400CC0000000000").substr(0, 2), "D4");
+  EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFC").substr(0, 2), "D4") << "an error must be cleared first";
+  EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFB").substr(0, 2), "04");
+  EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFC").substr(0, 2), "14");
+}
+
+TEST_F(SimulatedMotorTest, PositionVelocityModeIsATrapezoidThatHoldsAWeight) {
+  ask("7FF#0400550A02000000");
+  ask("7FF#040055040000A040");  // acceleration 5 rad/s²
+  ask("7FF#040055050000A040");  // deceleration 5 rad/s²
+  ask("7FF#0400551B00002042");  // position gain 40 1/s
+  ask("004#FFFFFFFFFFFFFFFC");
+  ask("104#0000803F0000003F");  // to 1 rad at 0.5 rad/s
+  double position = 0.0;
+  double velocity = 0.0;
+  double fastest = 0.0;
+  double furthest = 0.0;
+  double arrived = 0.0;
+  for (int k = 0; k < 4000; ++k) {
+    const double torque = motor.advance(0.001, position, velocity) - 3.0 * std::cos(position);
+    velocity += 0.001 * torque / 0.05;
+    position += 0.001 * velocity;
+    fastest = k > 500 ? std::max(fastest, velocity) : 0.0;  // the weight is caught by then
+    furthest = std::max(furthest, position);
+    arrived = position < 0.99 ? k * 0.001 : arrived;
+  }
+  EXPECT_NEAR(position, 1.0, 1e-3);
+  EXPECT_NEAR(fastest, 0.5, 0.05);
+  EXPECT_LT(furthest, 1.01);
+  EXPECT_NEAR(arrived, 2.1, 0.1);  // 2 s at full speed and half a ramp at either end
+}
+
+}  // namespace
+}  // namespace kelvara::simulation
