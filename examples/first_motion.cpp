@@ -1,40 +1,38 @@
 // Goes home, makes one timed joint move and comes back.
 // Usage: first_motion INTERFACE [--fd] [--pos-vel]
 #include <chrono>
-#include <cstdio>
 #include <exception>
+#include <iostream>
 #include <string>
 #include <thread>
 
 #include <kelvara/arm_controller.hpp>
 
 int main(int argc, char** argv) {
-  std::string interface;
   bool can_fd = false;
   auto mode = kelvara::damiao_motor::MIT_MODE;
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument == "--fd") {
-      can_fd = true;
-    } else if (argument == "--pos-vel") {
-      mode = kelvara::damiao_motor::POS_VEL_MODE;
-    } else if (argument.rfind('-', 0) == std::string::npos && interface.empty()) {
-      interface = argument;
-    }
+  bool usable = argc > 1 && argv[1][0] != '-';
+  for (const std::string& option : std::vector<std::string>(argv + (usable ? 2 : 1), argv + argc)) {
+    can_fd = can_fd || option == "--fd";
+    mode = option == "--pos-vel" ? kelvara::damiao_motor::POS_VEL_MODE : mode;
+    usable = usable && (option == "--fd" || option == "--pos-vel");
+  }
+  if (!usable) {
+    std::cerr << "usage: first_motion INTERFACE [--fd] [--pos-vel]\n";
+    return 2;
   }
   try {
     const auto wait = [] { std::this_thread::sleep_for(std::chrono::milliseconds(2500)); };
-    ArmController arm(/*with_gripper=*/false, interface, can_fd, mode);  // goes home in 2 s
+    ArmController arm(/*with_gripper=*/false, argv[1], can_fd, mode);  // goes home in 2 s
     wait();
     arm.set_joint({0.6, 0.5, -0.4, 0.5, -0.6, 0.8}, 2.0);  // radians, seconds
     wait();
-    const Eigen::VectorXd q = arm.get_joint();
-    std::printf("joints: %.3f %.3f %.3f %.3f %.3f %.3f rad\n", q[0], q[1], q[2], q[3], q[4], q[5]);
+    std::cout << "joints: " << arm.get_joint().transpose() << " rad\n";
     arm.set_joint(std::vector<double>(6, 0.0), 2.0);
     wait();
-    arm.cleanup();  // disables the motors: the arm sinks, so end at a low pose
+    arm.cleanup();  // disables the motors: the arm sinks
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "first_motion: %s\n", error.what());
+    std::cerr << "first_motion: " << error.what() << '\n';
     return 1;
   }
 }

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 
@@ -114,6 +115,9 @@ int SimulatedArmBus::handle_frames(std::chrono::nanoseconds timeout) {
     }
     frame = {};
     ++handled;
+  }
+  if (handled == 0 && errno == ENODEV) {
+    throw std::runtime_error("the interface is gone");
   }
   return handled;
 }

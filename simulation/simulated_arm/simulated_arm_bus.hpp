@@ -28,11 +28,13 @@ class SimulatedArmBus {
   SimulatedArmBus& operator=(const SimulatedArmBus&) = delete;
 
   /// Runs until `stop` is set; ends within a few milliseconds of it.
+  /// @throws std::runtime_error when the interface has gone.
   /// @param after_step Called after every millisecond of physics.
   void run(const std::atomic<bool>& stop, const std::function<void()>& after_step = {});
 
   /// Waits at most `timeout` for a frame and handles all that wait then, without letting time pass.
   /// @return how many were handled.
+  /// @throws std::runtime_error when the interface has gone.
   int handle_frames(std::chrono::nanoseconds timeout);
 
   /// Milliseconds given up so far.

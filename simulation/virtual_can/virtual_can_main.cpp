@@ -1,8 +1,12 @@
 // kelvara-virtual-can: runs and steers virtual CAN interfaces.
 
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
 
+#include <array>
 #include <charconv>
 #include <cstdio>
 #include <exception>
@@ -20,7 +24,7 @@ using kelvara::simulation::VirtualCanHub;
 namespace simulation = kelvara::simulation;
 
 constexpr const char* kUsage =
-    "usage: kelvara-virtual-can run NAME [--mtu 16|72] | up NAME | down NAME | "
+    "usage: kelvara-virtual-can run NAME [--mtu 16|72 | --until-eof] | up NAME | down NAME | "
     "enobufs NAME COUNT | list";
 
 /// Arguments that make no sense.
@@ -45,18 +49,36 @@ InterfaceName require_interface(const std::string& name) {
   return *interface;
 }
 
-void run(const std::string& name, int mtu) {
-  // Blocked before the hub's thread starts, so that the signals end this wait and nothing else.
+/// Waits for a signal to end, or, when `until_eof`, for the end of standard input.
+void wait_for_end(const sigset_t& signals, bool until_eof) {
+  const int signal_fd = signalfd(-1, &signals, SFD_CLOEXEC);
+  std::array<pollfd, 2> events{{{signal_fd, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
+  std::array<char, 256> ignored{};
+  for (;;) {
+    if (poll(events.data(), until_eof ? 2 : 1, -1) < 0 || events[0].revents != 0) {
+      return;
+    }
+    if (events[1].revents != 0 && read(STDIN_FILENO, ignored.data(), ignored.size()) <= 0) {
+      return;
+    }
+  }
+}
+
+void run(const std::string& name, int mtu, bool until_eof) {
+  // Blocked before the hub's thread starts, so that they end the wait below and nothing else. A bus
+  // that lives as long as its users must outlast the interrupt that ends them.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  if (until_eof) {
+    sigdelset(&signals, SIGINT);
+  }
   const VirtualCanHub hub(name, {mtu});
   std::printf("ready: %s in %s\n", name.c_str(), simulation::runtime_directory().c_str());
   std::fflush(stdout);
-  int signal = 0;
-  sigwait(&signals, &signal);
+  wait_for_end(signals, until_eof);
 }
 
 void list() {
@@ -78,9 +100,11 @@ void execute(const std::vector<std::string>& words) {
   if (is("list", 1)) {
     list();
   } else if (is("run", 2)) {
-    run(words[1], 72);
+    run(words[1], 72, false);
+  } else if (is("run", 3) && words[2] == "--until-eof") {
+    run(words[1], 72, true);
   } else if (is("run", 4) && words[2] == "--mtu") {
-    run(words[1], static_cast<int>(parse_number(words[3])));
+    run(words[1], static_cast<int>(parse_number(words[3])), false);
   } else if (is("up", 2) || is("down", 2)) {
     const auto request =
         words[0] == "up" ? simulation::Request::kBringUp : simulation::Request::kBringDown;
