@@ -130,7 +130,7 @@ int VirtualSocket::set_filters(const void* value, socklen_t length) {
   if (length % sizeof(can_filter) != 0 || count > kMaxFilters) {
     return fail(EINVAL);
   }
-  std::memcpy(static_cast<void*>(options_.filters.data()), value, length);
+  std::copy_n(static_cast<const can_filter*>(value), count, options_.filters.begin());
   options_.filter_count = static_cast<std::uint32_t>(count);
   return apply_options();
 }

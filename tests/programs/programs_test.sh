@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The programs as a user meets them: Debian's CAN tools on the virtual bus, and one clear line for
 # every mistake. usage: programs_test.sh BUILD_DIR
+# shellcheck disable=SC2016 # the inner shells expand
 set -euo pipefail
 
 build=$(cd "$1" && pwd)

@@ -2,6 +2,7 @@
 # first_motion drives the simulated arm in real time; the bus report judges it from the log alone.
 # usage: tracking_test.sh BUILD_DIR [--pos-vel] [--fd]
 # Status 77 when the machine starved the programs: nothing can be told then.
+# shellcheck disable=SC2016 # the inner shells expand
 set -euo pipefail
 
 build=$(cd "$1" && pwd)

@@ -1,0 +1,165 @@
+// What one MIT control cycle computes, and its parts, beside the same dynamics written with fresh
+// vectors and matrices: ratios within one run tell, absolute times depend on the machine.
+
+#include <linux/can.h>
+
+#include <array>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <kdl/chaindynparam.hpp>
+#include <kdl/jntarray.hpp>
+#include <kdl/jntspaceinertiamatrix.hpp>
+
+#include "controller/setpoint.hpp"
+#include "damiao_motor/frame_building.hpp"
+#include "damiao_motor/frame_payload.hpp"
+#include "kelvara/damiao_motor/dm_motor_device.hpp"
+#include "kelvara/kinematics/kinematics.hpp"
+
+namespace {
+
+using namespace kelvara::controller;    // NOLINT(google-build-using-namespace): one program
+using namespace kelvara::damiao_motor;  // NOLINT(google-build-using-namespace)
+
+constexpr JointArray kPose{0.3, 0.5, -0.4, 0.2, -0.3, 0.6};
+constexpr JointArray kRates{0.5, -0.4, 0.3, 0.6, -0.2, 0.1};
+constexpr JointArray kAccelerations{1.0, 2.0, -1.0, 0.5, 3.0, -2.0};
+
+RobotKinematics& model() {
+  static RobotKinematics robot;
+  return robot;
+}
+
+/// Everything that a cycle works on, and its inputs.
+struct Cycle {
+  Cycle() {
+    limits.velocity = kJointVelocityLimits;
+    limits.acceleration.fill(15.0);
+    command.begin_command(kSmoothMove);
+    command.target_q = kPose;
+    command.traj_duration_s = 2.0;
+    for (unsigned i = 0; i < 6; ++i) {
+      motors.emplace_back(kJointMotorTypes[i], kJointCanIds[i], kJointMasterIds[i]);
+    }
+    for (unsigned i = 0; i < 6; ++i) {
+      devices.push_back(std::make_unique<DMCANDevice>(motors[i], kBroadcastId, false));
+      feedback[i].can_id = kJointMasterIds[i];
+      feedback[i].can_dlc = 8;
+      const Payload data{static_cast<std::uint8_t>(0x11 + i), 0x90, 0x12, 0x80, 0x08, 0x12, 31, 29};
+      std::copy(data.begin(), data.end(), feedback[i].data);
+    }
+  }
+
+  void decode() {
+    for (unsigned i = 0; i < 6; ++i) {
+      devices[i]->callback(feedback[i]);
+      measured[i] = motors[i].position;
+    }
+  }
+
+  SetPoint evaluate() {
+    now += std::chrono::microseconds(1);
+    return evaluate_setpoint(command, measured, now, limits, MIT_MODE, reference);
+  }
+
+  void pack(const SetPoint& point, const JointArray& torque) {
+    for (unsigned i = 0; i < 6; ++i) {
+      const Payload data =
+          mit_payload(motors[i].type, {150.0, 4.0, point.q[i], point.dq[i], torque[i]});
+      frames[i] = make_can_frame(motors[i].can_id, data.data(), data.size());
+    }
+  }
+
+  CommandSlot command;
+  SetPointLimits limits;
+  MitReference reference;
+  JointArray measured{};
+  TimePoint now{};
+  std::vector<Motor> motors;
+  std::vector<std::unique_ptr<DMCANDevice>> devices;
+  std::array<can_frame, 6> feedback{};
+  std::array<can_frame, 6> frames{};
+};
+
+void WholeCycle(benchmark::State& state) {
+  Cycle cycle;
+  JointArray torque{};
+  model();
+  for (auto step : state) {
+    cycle.decode();
+    const SetPoint point = cycle.evaluate();
+    model().inverse_dynamics(point.model_q.data(), point.model_dq.data(), point.model_ddq.data(),
+                             torque.data());
+    cycle.pack(point, torque);
+    benchmark::DoNotOptimize(cycle.frames);
+  }
+}
+BENCHMARK(WholeCycle);
+
+void DecodeSixFeedbackFrames(benchmark::State& state) {
+  Cycle cycle;
+  for (auto step : state) {
+    cycle.decode();
+    benchmark::DoNotOptimize(cycle.measured);
+  }
+}
+BENCHMARK(DecodeSixFeedbackFrames);
+
+void EvaluateSetPoint(benchmark::State& state) {
+  Cycle cycle;
+  for (auto step : state) {
+    benchmark::DoNotOptimize(cycle.evaluate());
+  }
+}
+BENCHMARK(EvaluateSetPoint);
+
+void InverseDynamics(benchmark::State& state) {
+  JointArray torque{};
+  for (auto step : state) {
+    model().inverse_dynamics(kPose.data(), kRates.data(), kAccelerations.data(), torque.data());
+    benchmark::DoNotOptimize(torque);
+  }
+}
+BENCHMARK(InverseDynamics);
+
+/// The peer: the same three KDL calls, with vectors and matrices made for each.
+void InverseDynamicsWithFreshVectors(benchmark::State& state) {
+  KDL::ChainDynParam solver(model().chain(), KDL::Vector(0.0, 0.0, -9.81));
+  for (auto step : state) {
+    KDL::JntArray q(6), qd(6), qdd(6);
+    for (unsigned i = 0; i < 6; ++i) {
+      q(i) = kPose[i];
+      qd(i) = kRates[i];
+      qdd(i) = kAccelerations[i];
+    }
+    KDL::JntSpaceInertiaMatrix mass(6);
+    KDL::JntArray coriolis(6), gravity(6), inertial(6);
+    solver.JntToMass(q, mass);
+    solver.JntToCoriolis(q, qd, coriolis);
+    solver.JntToGravity(q, gravity);
+    KDL::Multiply(mass, qdd, inertial);
+    std::vector<double> torque(6);
+    for (unsigned i = 0; i < 6; ++i) {
+      torque[i] = inertial(i) + coriolis(i) + gravity(i);
+    }
+    benchmark::DoNotOptimize(torque);
+  }
+}
+BENCHMARK(InverseDynamicsWithFreshVectors);
+
+void PackSixMitFrames(benchmark::State& state) {
+  Cycle cycle;
+  SetPoint point;
+  point.q = kPose;
+  point.dq = kRates;
+  for (auto step : state) {
+    cycle.pack(point, kAccelerations);
+    benchmark::DoNotOptimize(cycle.frames);
+  }
+}
+BENCHMARK(PackSixMitFrames);
+
+}  // namespace
+
+BENCHMARK_MAIN();
