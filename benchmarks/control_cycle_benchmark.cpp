@@ -86,7 +86,7 @@ void WholeCycle(benchmark::State& state) {
   Cycle cycle;
   JointArray torque{};
   model();
-  for (auto step : state) {
+  while (state.KeepRunning()) {
     cycle.decode();
     const SetPoint point = cycle.evaluate();
     model().inverse_dynamics(point.model_q.data(), point.model_dq.data(), point.model_ddq.data(),
@@ -99,7 +99,7 @@ BENCHMARK(WholeCycle);
 
 void DecodeSixFeedbackFrames(benchmark::State& state) {
   Cycle cycle;
-  for (auto step : state) {
+  while (state.KeepRunning()) {
     cycle.decode();
     benchmark::DoNotOptimize(cycle.measured);
   }
@@ -108,7 +108,7 @@ BENCHMARK(DecodeSixFeedbackFrames);
 
 void EvaluateSetPoint(benchmark::State& state) {
   Cycle cycle;
-  for (auto step : state) {
+  while (state.KeepRunning()) {
     benchmark::DoNotOptimize(cycle.evaluate());
   }
 }
@@ -116,7 +116,7 @@ BENCHMARK(EvaluateSetPoint);
 
 void InverseDynamics(benchmark::State& state) {
   JointArray torque{};
-  for (auto step : state) {
+  while (state.KeepRunning()) {
     model().inverse_dynamics(kPose.data(), kRates.data(), kAccelerations.data(), torque.data());
     benchmark::DoNotOptimize(torque);
   }
@@ -126,7 +126,7 @@ BENCHMARK(InverseDynamics);
 /// The peer: the same three KDL calls, with vectors and matrices made for each.
 void InverseDynamicsWithFreshVectors(benchmark::State& state) {
   KDL::ChainDynParam solver(model().chain(), KDL::Vector(0.0, 0.0, -9.81));
-  for (auto step : state) {
+  while (state.KeepRunning()) {
     KDL::JntArray q(6), qd(6), qdd(6);
     for (unsigned i = 0; i < 6; ++i) {
       q(i) = kPose[i];
@@ -153,7 +153,7 @@ void PackSixMitFrames(benchmark::State& state) {
   SetPoint point;
   point.q = kPose;
   point.dq = kRates;
-  for (auto step : state) {
+  while (state.KeepRunning()) {
     cycle.pack(point, kAccelerations);
     benchmark::DoNotOptimize(cycle.frames);
   }

@@ -210,6 +210,7 @@ char* if_indextoname(unsigned index, char* name) noexcept {
   return name;
 }
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the C library's names
 // What programs compiled with fortification call instead; the size of their buffer is given last.
 ssize_t __read_chk(int fd, void* buffer, size_t size, size_t /*buffer_size*/) {
   return read(fd, buffer, size);
@@ -222,5 +223,6 @@ ssize_t __recvfrom_chk(int fd, void* buffer, size_t size, size_t /*buffer_size*/
   return recvfrom(fd, buffer, size, flags, address, length);
 }
 
+// NOLINTEND(bugprone-reserved-identifier)
 }  // extern "C"
 #pragma GCC visibility pop

@@ -113,13 +113,13 @@ std::uint64_t realtime_ns() {
 
 /// The largest message that a socket sends, and the descriptor that may come with it.
 struct Received {
-  alignas(ControlMessage) std::array<std::uint8_t, sizeof(ControlMessage)> bytes;
+  alignas(ControlMessage) std::array<std::uint8_t, sizeof(ControlMessage)> bytes{};
   std::size_t size = 0;
   Descriptor passed;
 };
 
 bool receive(int fd, Received& message) {
-  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control;
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
   iovec part{message.bytes.data(), message.bytes.size()};
   msghdr packet{};
   packet.msg_iov = &part;
@@ -199,7 +199,7 @@ class VirtualCanHub::Loop {
   }
 
   void run() {
-    std::array<epoll_event, 16> events;
+    std::array<epoll_event, 16> events{};
     for (;;) {
       const int count =
           epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), -1);

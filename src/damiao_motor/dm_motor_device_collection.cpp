@@ -66,6 +66,8 @@ void DMDeviceCollection::write_frame(std::uint32_t can_id, const std::uint8_t* d
   }
 }
 
+// The public signature takes its share of the device.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void DMDeviceCollection::send_command_to_device(std::shared_ptr<DMCANDevice> device,
                                                 const CANPacket& packet) {
   if (device) {

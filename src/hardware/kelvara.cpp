@@ -41,14 +41,14 @@ void Kelvara::recv_all(int timeout_us) {
 
 bool Kelvara::receive_one() {
   if (canfd_enabled) {
-    canfd_frame frame;
+    canfd_frame frame{};
     if (!socket_->read_canfd_frame(frame)) {
       return false;
     }
     device_collection->dispatch_frame_callback(frame);
     return true;
   }
-  can_frame frame;
+  can_frame frame{};
   if (!socket_->read_can_frame(frame)) {
     return false;
   }

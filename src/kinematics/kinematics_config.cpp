@@ -48,15 +48,16 @@ YAML::Node child(const YAML::Node& node, const char* key) {
 }
 
 Triple parse_vec3(const YAML::Node& node, const std::string& field_name, const std::string& path) {
+  const std::string field = "field '" + field_name + "' ";
   if (!node.IsDefined() || !node.IsSequence() || node.size() != 3) {
-    fail(path, "field '" + field_name + "' must be a sequence of 3 numbers");
+    fail(path, field + "must be a sequence of 3 numbers");
   }
   Triple values{};
   for (std::size_t i = 0; i < values.size(); ++i) {
     const std::string text = node[i].Scalar();
     const std::optional<double> value = parse_number(text);
     if (!value) {
-      fail(path, "field '" + field_name + "' contains a non-numeric value: " + text);
+      fail(path, field + "contains a non-numeric value: " + text);
     }
     values[i] = *value;
   }
