@@ -57,7 +57,7 @@ Triple parse_vec3(const YAML::Node& node, const std::string& field_name, const s
     const std::string text = node[i].Scalar();
     const std::optional<double> value = parse_number(text);
     if (!value) {
-      fail(path, field + "contains a non-numeric value: " + text);
+      fail(path, std::string(field).append("contains a non-numeric value: ").append(text));
     }
     values[i] = *value;
   }
