@@ -18,17 +18,6 @@ using kelvara::damiao_motor::ControlMode;
 using kelvara::damiao_motor::MIT_MODE;
 using kelvara::damiao_motor::POS_VEL_MODE;
 
-struct Case {
-  ControlMode mode;
-  bool gripper;
-  bool fd;
-};
-
-std::ostream& operator<<(std::ostream& out, const Case& c) {
-  return out << (c.mode == MIT_MODE ? "MIT" : "position/velocity") << (c.gripper ? " gripper" : "")
-             << (c.fd ? " FD" : " classic");
-}
-
 /// Builds the frames that should be seen; in a pattern, @ stands for the motor's number.
 class Expected {
  public:
@@ -56,7 +45,8 @@ std::vector<BusFrame> commands_of(const std::vector<BusFrame>& frames) {
   return commands;
 }
 
-struct Startup : ::testing::TestWithParam<Case> {};
+/// Control mode, with a gripper, with CAN-FD.
+struct Startup : ::testing::TestWithParam<std::tuple<ControlMode, bool, bool>> {};
 
 TEST_P(Startup, BringsTheMotorsUpFrameByFrame) {
   const auto [mode, gripper, fd] = GetParam();
@@ -115,9 +105,8 @@ TEST_P(Startup, BringsTheMotorsUpFrameByFrame) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllModes, Startup,
-                         ::testing::Values(Case{MIT_MODE, false, false}, Case{MIT_MODE, true, true},
-                                           Case{POS_VEL_MODE, false, true},
-                                           Case{POS_VEL_MODE, true, false}));
+                         ::testing::Combine(::testing::Values(MIT_MODE, POS_VEL_MODE),
+                                            ::testing::Bool(), ::testing::Bool()));
 
 struct RefusedStartDeathTest : ::testing::Test {
   RefusedStartDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
