@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <iomanip>
 #include <iostream>
@@ -20,6 +21,9 @@ constexpr double kParameterTolerance = 1e-4;
 constexpr int kQuietAfterCommandUs = 2000;
 constexpr int kQuietAfterParameterUs = 20000;
 constexpr int kQuietAfterEnableUs = 500;
+
+// How many such waits a motor's first state is given.
+constexpr int kStartPosePatience = 25;
 
 // The motors stop by themselves when nothing is heard for this long, in units of 50 µs: 50 ms.
 constexpr unsigned kMotorTimeout = 1000;
@@ -48,6 +52,13 @@ std::vector<double> collect_parameter(const damiao_motor::DMDeviceCollection& mo
     values.push_back(motor.get_param(rid));
   }
   return values;
+}
+
+/// Whether every motor has reported that it is enabled, or an error; a register's echo reads as 0.
+bool all_motors_reported(const damiao_motor::DMDeviceCollection& motors) {
+  const std::vector<damiao_motor::Motor> records = motors.get_motors();
+  return std::all_of(records.begin(), records.end(),
+                     [](const damiao_motor::Motor& motor) { return motor.error_code != 0; });
 }
 
 /// The three motor parameters of position/velocity mode, as read back.
@@ -197,7 +208,12 @@ void ArmController::Impl::write_and_verify_motor_parameters() {
 void ArmController::Impl::check_start_pose() {
   auto& arm = hardware.get_arm();
   arm.refresh_all();
-  hardware.recv_all(kQuietAfterCommandUs);
+  // Until a motor reports a state, its record may hold the echo of a register write, read as if it
+  // were feedback: no place to start a move from. An answer can be late on a loaded machine.
+  int patience = kStartPosePatience;
+  do {
+    hardware.recv_all(kQuietAfterCommandUs);
+  } while (!all_motors_reported(arm) && --patience > 0);
   const std::vector<damiao_motor::Motor> motors = arm.get_motors();
   if (motors.size() < 2) {
     return;

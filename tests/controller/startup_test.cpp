@@ -108,6 +108,18 @@ INSTANTIATE_TEST_SUITE_P(AllModes, Startup,
                          ::testing::Combine(::testing::Values(MIT_MODE, POS_VEL_MODE),
                                             ::testing::Bool(), ::testing::Bool()));
 
+TEST(LateStart, WaitsForTheArmsOwnPositions) {
+  const std::array<double, 6> start{0.3, -0.2, 0.4, 0.1, -0.5, 0.6};
+  SimulatedHardware hardware(false, {.with_gripper = false, .load_kg = 0.0, .start = start});
+  hardware.answer(std::chrono::milliseconds(6));
+  CapturedOutput output;
+  ArmController::Impl impl(VirtualBus::kInterface, false, nullptr, false, POS_VEL_MODE);
+  for (std::size_t i = 0; i < 6; ++i) {
+    const double motor_angle = impl.hardware.get_arm().find_motor(static_cast<int>(i))->position;
+    EXPECT_NEAR(motor_angle * impl.motor_signs[i], start[i], 0.001) << "joint " << i + 1;
+  }
+}
+
 struct RefusedStartDeathTest : ::testing::Test {
   RefusedStartDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 

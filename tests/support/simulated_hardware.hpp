@@ -27,10 +27,11 @@ class SimulatedHardware {
   VirtualBus& bus() { return bus_; }
   SimulatedArm& arm() { return arm_; }
 
-  /// Answers frames on a thread, without letting time pass.
-  void answer() {
-    thread_ = std::thread([this] {
+  /// Answers frames on a thread, without letting time pass; late, if so wished.
+  void answer(std::chrono::milliseconds delay = std::chrono::milliseconds(0)) {
+    thread_ = std::thread([this, delay] {
       while (!stop_) {
+        std::this_thread::sleep_for(delay);
         port_.handle_frames(std::chrono::milliseconds(1));
       }
     });
