@@ -10,7 +10,16 @@
 #include "kelvara/damiao_motor/dm_motor_control.hpp"
 #include "kelvara/export.hpp"
 
-/// Drives a six-joint arm on one CAN interface from a 400 Hz control thread of its own.
+/// A sampled joint trajectory.
+struct SeptupleTrajectory {
+  /// [joint][series][sample]: six joints; series 0 position (rad), 1 velocity (rad/s), 2
+  /// acceleration (rad/s²).
+  std::vector<std::vector<std::vector<double>>> joints;
+  std::vector<double> time;  // s from the start, one for each sample
+};
+
+/// Drives a six-joint arm on one CAN interface from a 400 Hz control thread of its own, beside a
+/// thread that watches the joints' torques.
 ///
 /// Commands check their arguments, replace the one command that stands (there is no queue; the
 /// last writer wins) and return at once; the control thread acts on it in its next cycle. Queries
@@ -23,8 +32,8 @@ class KELVARA_EXPORT ArmController {
   class Impl;
 
   /// Opens the bus, reads the robot description, brings the motors up in the given mode, starts the
-  /// control thread and sends the arm to the all-zero pose in 2 s: the arm moves. Blocks for some
-  /// 10 ms in MIT mode and some 300 ms in position/velocity mode.
+  /// threads, closes the gripper and sends the arm to the all-zero pose in 2 s: the arm moves.
+  /// Blocks some 10 ms in MIT mode and some 300 ms in position/velocity mode.
   ///
   /// Ends the whole process with status 1, after a line on standard error, when the robot
   /// description cannot be opened or parsed while its controller part is read, when a motor
@@ -45,8 +54,8 @@ class KELVARA_EXPORT ArmController {
   ArmController(const ArmController&) = delete;
   ArmController& operator=(const ArmController&) = delete;
 
-  /// Stops the control thread, disables all motors (an arm without brakes sinks) and releases
-  /// everything. Only the first call acts. Blocks for at most some milliseconds; never throws.
+  /// Stops both threads, disables all motors (an arm without brakes sinks) and releases
+  /// everything. Only the first call acts. Blocks for some 20 ms at most; never throws.
   void cleanup();
 
   /// Holds a joint target, approached at the joints' speed and acceleration limits.
@@ -62,6 +71,41 @@ class KELVARA_EXPORT ArmController {
   /// @throws std::invalid_argument "q_end size mismatch", "tf must be positive", "q_end must be
   ///         finite".
   void set_joint(const std::vector<double>& q_end, double tf);
+
+  /// Lets the arm float: in MIT mode the motors carry gravity alone, so that a hand can move it. In
+  /// position/velocity mode the arm stays where it is, with a warning. Both names do the same.
+  void identify_gravity_compensation();
+  void identify_gravity_compensation_kdl();
+
+  /// Gripper commands: the jaw distance is held until the next one. Without a gripper they print a
+  /// line on standard output and do nothing. Values out of range are clamped, with a warning.
+  void openGripper();
+  void closeGripper();
+  /// @param p Fraction of the full opening, 0 (closed) to 1.
+  void setGripperPosition(double p);
+  void setGripperPosition_raw(double p);
+  /// @param d     Jaw distance in metres, 0 to 0.085.
+  /// @param speed Position gain of the gripper's motor, clamped to [0.1, 20] N·m/rad.
+  /// @param force Velocity gain of the gripper's motor, clamped to [0.1, 1] N·m·s/rad.
+  void setGripperDistance(double d, double speed, double force);
+  /// With speed 8 and force 0.1.
+  void setGripperDistance(double d);
+  /// The measured opening as a fraction, 0 to 1; 0 before the first feedback, -1 without a gripper.
+  double get_gripper_position();
+  /// The measured jaw distance in metres; 0 before the first feedback, -1 without a gripper.
+  double get_gripper_distance();
+
+  /// Samples a move from rest to rest, velocity, acceleration and jerk zero at both ends (a
+  /// polynomial of the seventh degree in time). Pure: any thread; nothing moves.
+  /// @param q_start,q_end Six angles each, or one each for all joints.
+  /// @param tf            Duration, s.
+  /// @param freq          Samples a second, Hz; the last sample is `q_end` exactly.
+  /// @throws std::invalid_argument "q_start/q_end length must be num_joints or 1", "tf must be
+  ///         positive", "freq must be positive".
+  /// @throws std::length_error or std::bad_alloc when there would be too many samples.
+  static SeptupleTrajectory generate_septuple_trajectory(const std::vector<double>& q_start,
+                                                         const std::vector<double>& q_end,
+                                                         double tf, double freq);
 
   /// Measured joint angles; six zeros before the first feedback.
   Eigen::VectorXd get_joint();

@@ -53,5 +53,10 @@ build_preset() {
   (cd "$root" && cmake --preset "$preset" -G Ninja "${launcher[@]}" "${configure_options[@]}" \
     --log-level=WARNING >/dev/null && cmake --build "build/$preset" --target "$@")
 }
+# cxx_files FOLDER...: the C++ files in these folders, relative to the root, each ended by a null.
+cxx_files() {
+  (cd "$root" && find "$@" \( -name '*.cpp' -o -name '*.hpp' \) -print0)
+}
+
 # Further options of a script's builds.
 configure_options=()

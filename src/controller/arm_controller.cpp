@@ -31,6 +31,9 @@ ArmController::ArmController(bool with_gripper, const std::string& can_interface
                              kelvara::damiao_motor::ControlMode mode)
     : impl_(std::make_unique<Impl>(can_interface, bus_flag, this, with_gripper, mode)) {
   try {
+    if (with_gripper) {
+      closeGripper();
+    }
     impl_->start_two_thread();
     set_joint({kHomePose.begin(), kHomePose.end()}, kHomingTime);
   } catch (...) {

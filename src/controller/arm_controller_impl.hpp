@@ -13,12 +13,13 @@
 #include "controller/controller_config.hpp"
 #include "controller/joint_limits.hpp"
 #include "controller/setpoint.hpp"
+#include "hardware/jaw_geometry.hpp"
 #include "kelvara/arm_controller.hpp"
 #include "kelvara/export.hpp"
 #include "kelvara/hardware/kelvara.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 
-/// All of the controller's state, and its control thread.
+/// All of the controller's state, and its two threads.
 ///
 /// Three mutexes guard what threads share. Each is taken alone and only to copy; none is held while
 /// anything else is called. The flags that threads poll are atomic. The hardware belongs to the
@@ -35,9 +36,9 @@ class KELVARA_HIDDEN ArmController::Impl {
 
   // ---- Life cycle ----
 
-  /// Starts `control_loop` on its thread.
+  /// Starts `control_loop`, then `monitor_motor_torque`, each on its thread.
   void start_two_thread();
-  /// Asks the control thread to end and waits for it. May be called again.
+  /// Asks both threads to end and waits for them. May be called again.
   void request_stop_and_join();
   bool uses_pos_vel_mode() const { return control_mode == kelvara::damiao_motor::POS_VEL_MODE; }
 
@@ -50,11 +51,26 @@ class KELVARA_HIDDEN ArmController::Impl {
   /// One cycle at the instant `now`. Reports exceptions on standard error; lets none out.
   void run_cycle(TimePoint now);
 
+  // ---- Monitor thread ----
+
+  /// Watches the published torques in passes of 20 ms until `exit_flag` is set; sets
+  /// `emergency_stop_flag` when a joint's average has been too high for too long.
+  void monitor_motor_torque();
+
   // ---- Application threads ----
 
   void publish_joint_raw_command(const std::vector<double>& q_end,
                                  const std::vector<double>& v_end);
   void publish_joint_trajectory_command(const std::vector<double>& q_end, double tf);
+  void publish_gravity_comp_command();
+  void publish_kdl_gravity_comp_command();
+  /// Jaw distance in metres, clamped; speed and force stay as they were.
+  void publish_gripper_distance_command(double d);
+  /// Speed, clamped to [0.1, 20], and force, to [0.1, 1], are the gripper motor's gains kp and kd.
+  void publish_gripper_distance_command(double d, double speed, double force);
+
+  KELVARA_EXPORT static SeptupleTrajectory generate_septuple_trajectory(
+      const std::vector<double>& q_start, const std::vector<double>& q_end, double tf, double freq);
 
   /// Each copies the latest feedback; false, with `out` untouched, before there is any.
   bool try_get_latest_joint_state(JointArray& out);
@@ -66,6 +82,8 @@ class KELVARA_HIDDEN ArmController::Impl {
   /// min(x, hi), then the larger of that and lo; NaN gives lo.
   KELVARA_EXPORT static double clamp(double x, double lo, double hi);
   double clamp_to_urdf_joint_limit(int joint, double q) const;
+
+  static constexpr double gripper_max_distance = kelvara::can::socket::kMaxJawDistance;  // m
 
   // ---- Command slot ----
   std::mutex command_mutex;
@@ -129,4 +147,5 @@ class KELVARA_HIDDEN ArmController::Impl {
   void report_clipping(TimePoint now);
 
   std::thread control_thread;
+  std::thread monitor_thread;
 };

@@ -1,12 +1,10 @@
-#include <time.h>
-
-#include <cerrno>
 #include <cmath>
 #include <exception>
 #include <iostream>
 #include <sstream>
 
 #include "controller/arm_controller_impl.hpp"
+#include "controller/sleep_until.hpp"
 #include "hardware/jaw_geometry.hpp"
 
 using kelvara::controller::Clock;
@@ -37,18 +35,6 @@ void advance_past(kelvara::controller::TimePoint& next, std::chrono::millisecond
   }
 }
 
-void sleep_until(kelvara::controller::TimePoint wake) {
-  const auto remaining =
-      std::chrono::duration_cast<std::chrono::nanoseconds>(wake - Clock::now()).count();
-  if (remaining <= 0) {
-    return;
-  }
-  constexpr long kNanosecondsPerSecond = 1'000'000'000;
-  timespec time{remaining / kNanosecondsPerSecond, remaining % kNanosecondsPerSecond};
-  while (nanosleep(&time, &time) != 0 && errno == EINTR) {
-  }
-}
-
 }  // namespace
 
 void ArmController::Impl::control_loop() {
@@ -58,7 +44,7 @@ void ArmController::Impl::control_loop() {
     if (exit_flag) {
       break;
     }
-    sleep_until(next_cycle);
+    kelvara::controller::sleep_until(next_cycle);
     next_cycle += kCyclePeriod;
   }
   std::ostringstream line;

@@ -13,6 +13,9 @@ void ArmController::Impl::request_stop_and_join() {
   if (control_thread.joinable()) {
     control_thread.join();
   }
+  if (monitor_thread.joinable()) {
+    monitor_thread.join();
+  }
 }
 
 void ArmController::cleanup() {

@@ -92,7 +92,7 @@ void verify_parameter(const std::string& name, const kelvara::controller::JointA
     fail_startup(message.str());
   }
   for (std::size_t i = 0; i < configured.size(); ++i) {
-    if (std::abs(read_back[i] - configured[i]) > kParameterTolerance) {
+    if (!(std::abs(read_back[i] - configured[i]) <= kParameterTolerance)) {
       message << name << " verification failed at joint " << i + 1 << ": expected " << configured[i]
               << ", got " << read_back[i];
       fail_startup(message.str());
@@ -229,4 +229,5 @@ void ArmController::Impl::check_start_pose() {
 
 void ArmController::Impl::start_two_thread() {
   control_thread = std::thread(&Impl::control_loop, this);
+  monitor_thread = std::thread(&Impl::monitor_motor_torque, this);
 }

@@ -30,6 +30,39 @@ std::string error_of(Action action) {
   return "";
 }
 
+TEST(ArmControllerWithGripper, ClosesItAtTheStartAndMovesItsJawsAsTold) {
+  CapturedOutput output;
+  SimulatedHardware hardware(false);
+  hardware.live();
+  ArmController arm(true, VirtualBus::kInterface, false, MIT_MODE);
+  const auto comes_to = [&](double distance) {
+    for (int tries = 0; tries < 2000; ++tries) {
+      if (std::abs(arm.get_gripper_distance() - distance) < 0.002) {
+        return true;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  };
+  arm.openGripper();
+  EXPECT_TRUE(comes_to(0.085));
+  EXPECT_GT(arm.get_gripper_position(), 0.97);
+  arm.setGripperPosition(-0.1);
+  EXPECT_TRUE(comes_to(0.0));
+  arm.setGripperDistance(100);
+  EXPECT_TRUE(comes_to(0.085));
+  EXPECT_NE(output.err().find("[Warning] Gripper position must be in [0, 1], but got: -0.1. Value "
+                              "will be clamped.\n"),
+            std::string::npos);
+  EXPECT_NE(output.err().find("[Warning] Gripper distance must be in [0mm, 85 mm], but got: 100. "
+                              "Value will be clamped.\n"),
+            std::string::npos);
+  arm.identify_gravity_compensation();
+  const Eigen::VectorXd q = arm.get_joint();
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_LT((arm.get_joint() - q).norm(), 0.1);
+}
+
 struct RunningController : ::testing::Test {
   RunningController() {
     hardware.live();
@@ -95,6 +128,9 @@ TEST_F(RunningController, RefusesBadArgumentsBeforeAnythingChanges) {
   EXPECT_EQ(error_of([&] { arm->set_joint_raw(six, odd); }),
             "invalid argument: v_end must be finite");
   EXPECT_TRUE(arrives_at(Eigen::VectorXd::Zero(6))) << "still on its way home";
+  arm->openGripper();
+  EXPECT_EQ(arm->get_gripper_distance(), -1.0);
+  EXPECT_NE(output.out().find("该模式未包含夹爪\n该模式未包含夹爪\n"), std::string::npos);
 }
 
 TEST_F(RunningController, StopsItsThreadThenDisablesTheMotorsOnce) {
@@ -117,6 +153,8 @@ TEST_F(RunningController, StopsItsThreadThenDisablesTheMotorsOnce) {
   EXPECT_EQ(disabled, 6);
   EXPECT_EQ(commands_after, 0);
   hardware.halt();
+  EXPECT_NE(output.err().find("[torque_monitor] loop exited. exit_flag=1 emergency_stop_flag=0\n"),
+            std::string::npos);
   for (std::size_t i = 0; i < 6; ++i) {
     EXPECT_FALSE(hardware.arm().motor(i).is_enabled()) << i;
   }
