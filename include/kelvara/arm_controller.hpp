@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -71,6 +73,46 @@ class KELVARA_EXPORT ArmController {
   /// @throws std::invalid_argument "q_end size mismatch", "tf must be positive", "q_end must be
   ///         finite".
   void set_joint(const std::vector<double>& q_end, double tf);
+
+  /// Moves through waypoints in one smooth motion from where the arm is, then holds the last one.
+  /// Plans on the caller's thread before anything changes.
+  /// @param waypoints     Points of six angles each, clamped to the joint limits.
+  /// @param time_sec      Total duration in s; 0: as fast as the limits allow. A time too short for
+  ///                      the limits is reported on standard error for each joint, and kept.
+  /// @param speed_percent Fraction of the velocity limits, up to 1; goes before `time_sec`. 0 or
+  ///                      less: not given. With neither, the configured default fraction.
+  /// @param control_hz    Samples a second; the control loop's rate is 400.
+  /// @throws std::invalid_argument "waypoints must not be empty", "control_hz must be positive",
+  ///         "time_sec must be non-negative", "speed_percent must be in (0, 1] when provided",
+  ///         "each waypoint must have exactly 6 joint values", "waypoints must be finite".
+  /// @throws std::runtime_error before the first feedback, and for limits that are not positive.
+  /// @throws std::length_error or std::bad_alloc for a plan that is too large.
+  void move_joint_waypoints(const std::vector<std::vector<double>>& waypoints, double time_sec,
+                            double speed_percent, double control_hz);
+
+  /// Moves the tool to a pose in `tf` seconds, straight in joint space. Without a solution it
+  /// prints a line and does nothing.
+  /// @param target_pos   x, y, z in the base frame, m.
+  /// @param target_euler Roll, pitch, yaw, rad.
+  /// @throws std::invalid_argument "target_pos must have exactly 3 elements.", "target_euler must
+  ///         have exactly 3 elements.", and as `set_joint`.
+  void set_end_effector_pose(const std::vector<double>& target_pos,
+                             const std::vector<double>& target_euler, double tf);
+  /// Streams a pose: called again and again, 100 times a second or more, it makes the tool follow,
+  /// with a filtered velocity as feed-forward. A pose that is not finite, of the wrong size or out
+  /// of reach is passed over. From one thread at a time.
+  void set_end_effector_pose_raw(const std::vector<double>& target_pos,
+                                 const std::vector<double>& target_euler);
+  /// Joint angles for a pose, clamped to the joint limits; nothing moves.
+  /// @param q_seed Six angles to start from; empty: the latest measured ones.
+  /// @return nothing when the solver fails.
+  /// @throws std::invalid_argument "target_pos and target_euler must both have exactly 3
+  ///         elements.", "q_seed must have exactly 6 elements when provided."
+  std::optional<std::vector<double>> solve_ik(const std::vector<double>& target_pos,
+                                              const std::vector<double>& target_euler,
+                                              const std::vector<double>& q_seed);
+  /// The measured tool pose: x, y, z in m, roll, pitch, yaw in rad.
+  std::array<double, 6> get_end_effector_pose();
 
   /// Lets the arm float: in MIT mode the motors carry gravity alone, so that a hand can move it. In
   /// position/velocity mode the arm stays where it is, with a warning. Both names do the same.

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "controller/command_slot.hpp"
 #include "controller/controller_config.hpp"
 #include "controller/joint_limits.hpp"
+#include "controller/pose_stream.hpp"
 #include "controller/setpoint.hpp"
 #include "hardware/jaw_geometry.hpp"
 #include "kelvara/arm_controller.hpp"
@@ -62,6 +64,13 @@ class KELVARA_HIDDEN ArmController::Impl {
   void publish_joint_raw_command(const std::vector<double>& q_end,
                                  const std::vector<double>& v_end);
   void publish_joint_trajectory_command(const std::vector<double>& q_end, double tf);
+  void publish_joint_waypoint_trajectory_command(const std::vector<std::vector<double>>& waypoints,
+                                                 double time_sec, double speed_percent,
+                                                 double control_hz);
+  /// Joint angles for a pose, from the latest ones when no seed is given.
+  std::optional<std::vector<double>> solve_ik(const std::vector<double>& target_pos,
+                                              const std::vector<double>& target_euler,
+                                              const std::vector<double>& q_seed);
   void publish_gravity_comp_command();
   void publish_kdl_gravity_comp_command();
   /// Jaw distance in metres, clamped; speed and force stay as they were.
@@ -101,6 +110,10 @@ class KELVARA_HIDDEN ArmController::Impl {
   std::mutex torque_mutex;
   JointArray latest_tau{};        // N·m
   bool latest_tau_valid = false;  // guarded by torque_mutex
+
+  // ---- Poses ----
+  std::mutex kinematics_mutex;                  // one pose calculation at a time
+  kelvara::controller::PoseStream pose_stream;  // of the one thread that streams poses
 
   // ---- Flags polled by the threads ----
   std::atomic<bool> exit_flag{false};

@@ -58,10 +58,14 @@ void RobotKinematics::build_screw_axes() {
           t_from_xyzrpy(Eigen::Vector3d(tool_xyz_.data()), Eigen::Vector3d(tool_rpy_.data()));
 }
 
-Eigen::Matrix4d RobotKinematics::forward_kinematics(const Eigen::VectorXd& q) const {
+void RobotKinematics::check_screw_count(const Eigen::VectorXd& q) const {
   if (static_cast<std::size_t>(q.size()) != n_) {
     throw std::runtime_error("关节数不匹配");
   }
+}
+
+Eigen::Matrix4d RobotKinematics::forward_kinematics(const Eigen::VectorXd& q) const {
+  check_screw_count(q);
   Eigen::Matrix4d T_base_tool = Eigen::Matrix4d::Identity();
   for (std::size_t i = 0; i < n_; ++i) {
     T_base_tool *= exp_se3(screw_axes_[i], q[static_cast<Eigen::Index>(i)]);

@@ -53,6 +53,12 @@ class KELVARA_EXPORT RobotKinematics {
     std::array<double, 3> axis;  // unit axis
   };
 
+  /// What the Jacobian solver found; on failure the last iterate.
+  struct IkResult {
+    Eigen::VectorXd q;  // rad, one for each chain joint, inside [-π, π]
+    bool success;
+  };
+
   /// Finds and reads both files, builds both models, prints the number of moving joints.
   /// @throws std::runtime_error for a file that is missing or malformed.
   RobotKinematics();
@@ -74,6 +80,21 @@ class KELVARA_EXPORT RobotKinematics {
   /// quaternions (x, y, z, w) of any length.
   Eigen::Vector3d quaternion_error(const Eigen::Vector4d& q_target,
                                    const Eigen::Vector4d& q_current) const;
+  /// Inverse kinematics by damped least squares on a numerical Jacobian (one-sided differences).
+  /// Joint limits are not applied. Not converging is a line on standard error.
+  /// @param target_pos     Tool position, m.
+  /// @param target_euler   Roll, pitch, yaw, rad.
+  /// @param q_init         Start angles, one for each chain joint.
+  /// @param threshold_pos  Position error that counts as solved, m.
+  /// @param threshold_rot  Orientation error that counts as solved, rad.
+  /// @param max_iterations Updates at most; 0 or less fails at once.
+  /// @param damping        Added to the diagonal of JᵀJ.
+  /// @throws std::runtime_error "关节数不匹配" for another number of start angles.
+  IkResult inverse_kinematics_jacobian(const Eigen::Vector3d& target_pos,
+                                       const Eigen::Vector3d& target_euler,
+                                       const Eigen::VectorXd& q_init, double threshold_pos,
+                                       double threshold_rot, int max_iterations,
+                                       double damping) const;
   /// Computes the screw axes and the home transform from the joints and the tool.
   void build_screw_axes();
 
@@ -126,7 +147,11 @@ class KELVARA_EXPORT RobotKinematics {
 
  private:
   struct Dynamics;
+  struct JacobianWork;
 
+  void check_screw_count(const Eigen::VectorXd& q) const;
+  void fill_jacobian(const Eigen::VectorXd& q, const Eigen::Vector3d& position,
+                     const Eigen::Vector4d& orientation, JacobianWork& work) const;
   void check_joint_count(std::size_t count, const char* message) const;
   void report_ik_solution(const std::vector<double>& target_pos,
                           const std::vector<double>& target_euler, const std::vector<double>& seed,
