@@ -1,5 +1,3 @@
-#include <exception>
-
 #include "controller/arm_controller_impl.hpp"
 
 namespace {
@@ -27,7 +25,7 @@ void ArmController::cleanup() {
   try {
     impl_->hardware.disable_all();
     impl_->hardware.recv_all(kQuietAfterDisableUs);
-  } catch (const std::exception&) {
+  } catch (...) {
     // A bus that fails now must not keep the rest from being released.
   }
   impl_.reset();
