@@ -37,9 +37,26 @@ class SimulatedHardware {
     });
   }
 
-  /// Lives in real time on a thread.
+  /// Lives in real time on a thread, while commands come: on a machine that starves the controller
+  /// the arm waits for it, instead of believing that it has died.
   void live() {
-    thread_ = std::thread([this] { port_.run(stop_); });
+    thread_ = std::thread([this] {
+      using Clock = std::chrono::steady_clock;
+      constexpr std::chrono::milliseconds kStep{1};
+      Clock::time_point last_step = Clock::now();
+      Clock::time_point last_frame = last_step;
+      while (!stop_) {
+        const bool heard = port_.handle_frames(kStep) > 0;
+        const Clock::time_point now = Clock::now();
+        last_frame = heard ? now : last_frame;
+        if (now - last_frame > 20 * kStep || now - last_step > 10 * kStep) {
+          last_step = now;  // time that is given up
+        }
+        for (; now - last_step >= kStep; last_step += kStep) {
+          arm_.advance(kStep);
+        }
+      }
+    });
   }
 
   /// Ends either; the arm is the test's again.
