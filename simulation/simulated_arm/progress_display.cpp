@@ -31,9 +31,12 @@ std::string ProgressDisplay::motor_states() const {
     const std::string state = state_of(arm_.motor(i));
     const bool last_of_run = i + 1 == arm_.motor_count() || state_of(arm_.motor(i + 1)) != state;
     if (last_of_run) {
-      states += (states.empty() ? "" : ", ") + std::string(first == i ? "motor " : "motors ") +
-                std::to_string(first + 1) + (first == i ? "" : "-" + std::to_string(i + 1)) + " " +
-                state;
+      states.append(states.empty() ? "" : ", ").append(first == i ? "motor " : "motors ");
+      states.append(std::to_string(first + 1));
+      if (first != i) {
+        states.append("-").append(std::to_string(i + 1));
+      }
+      states.append(" ").append(state);
       first = i + 1;
     }
   }
