@@ -124,8 +124,13 @@ void ArmPhysics::set_positions(const Joints& q) {
 }
 
 void ArmPhysics::step(const Joints& torque) {
-  std::copy(torque.begin(), torque.end(), model_->data->qfrc_applied);
-  mj_step(model_->model.get(), model_->data.get());
+  const mjModel* model = model_->model.get();
+  mjData* data = model_->data.get();
+  std::copy(torque.begin(), torque.end(), data->qfrc_applied);
+  constexpr Triple kNoTorque{};
+  mj_applyFT(model, data, tool_force_.data(), kNoTorque.data(), data->site_xpos,
+             model->site_bodyid[0], data->qfrc_applied);
+  mj_step(model, data);
 }
 
 ArmPhysics::Joints ArmPhysics::positions() const { return joints_of(model_->data->qpos); }

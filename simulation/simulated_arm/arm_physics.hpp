@@ -23,6 +23,8 @@ class ArmPhysics {
 
   /// Puts the joints at these angles (rad), at rest.
   void set_positions(const Joints& q);
+  /// Pulls at the tool with this force (N, along the base frame's axes) until told otherwise.
+  void set_tool_force(const Triple& force) { tool_force_ = force; }
   /// One step under these joint torques (N·m), held over the step.
   void step(const Joints& torque);
 
@@ -39,6 +41,7 @@ class ArmPhysics {
  private:
   struct Model;
   std::unique_ptr<Model> model_;
+  Triple tool_force_{};
 };
 
 }  // namespace kelvara::simulation

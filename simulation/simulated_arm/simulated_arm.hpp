@@ -40,6 +40,10 @@ class SimulatedArm {
   /// Puts the joints at these angles (rad), at rest; they are held there if still in the cradle.
   void set_joint_positions(const Joints& q);
 
+  /// A hand that pulls at the tool with this force until told otherwise: N, along the base
+  /// frame's axes.
+  void set_tool_force(const Triple& force) { physics_.set_tool_force(force); }
+
   // What is true, joint side.
   Joints joint_positions() const { return physics_.positions(); }    // rad
   Joints joint_velocities() const { return physics_.velocities(); }  // rad/s

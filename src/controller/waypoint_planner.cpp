@@ -36,7 +36,7 @@ struct Quintic {
 
 /// The motion from one point to the next; velocities in radians per whole segment.
 struct Segment {
-  JointArray q0, q1, vs, ve;
+  JointArray q0{}, q1{}, vs{}, ve{};
   double duration = 0.0;  // s
   std::size_t steps = 1;
 

@@ -21,7 +21,7 @@ scripts/with-virtual-can bash -c '
   candump -L can0 >"$work/log" &
   "$bin/kelvara-simulated-arm" --interface can0 --no-gripper \
     --start 0.4,-0.5,0.5,0.3,-0.4,0.5 '"${arm_options[*]}"' >"$work/ready" &
-  until grep -q ready "$work/ready"; do sleep 0.05; done
+  until grep -qs ready "$work/ready"; do sleep 0.05; done
   "$bin/first_motion" can0 "$@"
   kill $(jobs -p)' - "$work" "$build/bin" "$@"
 /usr/bin/python3 tools/bus_report/bus_report.py "$work/log" --json "$work/report.json"

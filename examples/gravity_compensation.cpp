@@ -1,0 +1,27 @@
+// Lets the arm float for ten seconds: move it by hand, it stays where it is left.
+// Usage: gravity_compensation INTERFACE
+#include <chrono>
+#include <exception>
+#include <iostream>
+#include <thread>
+
+#include <kelvara/arm_controller.hpp>
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::cerr << "usage: gravity_compensation INTERFACE\n";
+    return 2;
+  }
+  try {
+    ArmController arm(false, argv[1], false, kelvara::damiao_motor::MIT_MODE);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // the arm goes home
+    arm.identify_gravity_compensation();
+    for (int second = 1; second <= 10; ++second) {
+      std::this_thread::sleep_for(std::chrono::seconds(1));
+      std::cout << second << " s: " << arm.get_joint().transpose() << " rad" << std::endl;
+    }
+  } catch (const std::exception& error) {
+    std::cerr << "gravity_compensation: " << error.what() << '\n';
+    return 1;
+  }
+}

@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Every example runs to its end on the simulated arm and says what it reached.
+# usage: examples_test.sh BUILD_DIR
+# shellcheck disable=SC2016 # the inner shell expands
+set -euo pipefail
+
+build=$(cd "$1" && pwd)
+cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+KELVARA_BUILD_DIR=$build
+KELVARA_VIRTUAL_CAN_DIR=$(mktemp -d)
+export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR
+trap 'rm -rf "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
+
+run_example() {
+  local name=$1 pattern=$2
+  scripts/with-virtual-can --interface "${name:0:15}" bash -c '
+    bin=$1 name=$2
+    "$bin/kelvara-simulated-arm" --interface "${name:0:15}" >"$KELVARA_VIRTUAL_CAN_DIR/$name" &
+    until grep -qs ready "$KELVARA_VIRTUAL_CAN_DIR/$name"; do sleep 0.05; done
+    "$bin/$name" "${name:0:15}" 2>&1 || echo "status $?"
+    kill $!' - "$build/bin" "$name" >"$KELVARA_VIRTUAL_CAN_DIR/$name.out"
+  if grep -q -E '^status|exception' "$KELVARA_VIRTUAL_CAN_DIR/$name.out" ||
+    ! grep -q -E "$pattern" "$KELVARA_VIRTUAL_CAN_DIR/$name.out"; then
+    echo "FAILED: $name"
+    cat "$KELVARA_VIRTUAL_CAN_DIR/$name.out"
+    return 1
+  fi
+}
+
+failures=0
+run_example waypoints '^in 3 s: .* rad$' || failures=1
+run_example gripper '^halfway: [0-9.]+ mm$' || failures=1
+run_example streamed_circle '^largest distance' || failures=1
+run_example gravity_compensation '^10 s: .* rad$' || failures=1
+exit "$failures"
