@@ -83,6 +83,7 @@ mjModel* compile(const std::string& text) {
   mjModel* model = mj_loadXML("arm.xml", &files, error.data(), static_cast<int>(error.size()));
   mj_deleteVFS(&files);
   if (model == nullptr) {
+    std::replace(error.begin(), error.end(), '\n', ' ');
     throw std::runtime_error(std::string("the arm cannot be simulated: ") + error.data());
   }
   return model;

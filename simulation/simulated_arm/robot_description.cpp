@@ -2,6 +2,7 @@
 
 #include <tinyxml2.h>
 
+#include <algorithm>
 #include <map>
 #include <sstream>
 #include <stdexcept>
@@ -13,10 +14,6 @@ namespace kelvara::simulation {
 namespace {
 
 using tinyxml2::XMLElement;
-
-[[noreturn]] void fail(const std::string& path, const std::string& what) {
-  throw std::runtime_error(path + ": " + what);
-}
 
 Triple parse_triple(const XMLElement* element, const char* attribute, const Triple& otherwise) {
   const char* text = element == nullptr ? nullptr : element->Attribute(attribute);
@@ -88,11 +85,11 @@ JointDescription parse_joint(const XMLElement* element,
 void load_urdf(const std::string& path, RobotDescription& description) {
   tinyxml2::XMLDocument document;
   if (document.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
-    fail(path, document.ErrorStr());
+    throw std::runtime_error(document.ErrorStr());
   }
   const XMLElement* robot = document.FirstChildElement("robot");
   if (robot == nullptr) {
-    fail(path, "no <robot> element");
+    throw std::runtime_error("no <robot> element");
   }
   std::map<std::string, LinkDescription> links;
   for (const XMLElement* link = robot->FirstChildElement("link"); link != nullptr;
@@ -100,12 +97,19 @@ void load_urdf(const std::string& path, RobotDescription& description) {
     const char* name = link->Attribute("name");
     links[name == nullptr ? "" : name] = parse_link(link);
   }
+  std::string tip;  // the link that the next joint must start from; any for the first
   for (const XMLElement* joint = robot->FirstChildElement("joint"); joint != nullptr;
        joint = joint->NextSiblingElement("joint")) {
     description.joints.push_back(parse_joint(joint, links));
+    const XMLElement* parent = joint->FirstChildElement("parent");
+    if (!tip.empty() && (parent == nullptr || !parent->Attribute("link", tip.c_str()))) {
+      throw std::runtime_error("joint '" + description.joints.back().name +
+                               "' does not continue the chain at link '" + tip + "'");
+    }
+    tip = joint->FirstChildElement("child")->Attribute("link");
   }
   if (description.joints.size() != 6) {
-    fail(path, "the arm must have six joints");
+    throw std::runtime_error("the arm must have six joints");
   }
 }
 
@@ -118,8 +122,10 @@ void load_config(const std::string& path, RobotDescription& description) {
     description.payload.com = com.as<Triple>();
   }
   description.motor_signs = root["motor_signs"].as<std::vector<double>>();
-  if (description.motor_signs.size() != description.joints.size()) {
-    fail(path, "motor_signs must hold one sign for each joint");
+  if (description.motor_signs.size() != description.joints.size() ||
+      !std::all_of(description.motor_signs.begin(), description.motor_signs.end(),
+                   [](double sign) { return sign == 1.0 || sign == -1.0; })) {
+    throw std::runtime_error("motor_signs must hold +1 or -1 for each joint");
   }
 }
 
@@ -128,11 +134,13 @@ void load_config(const std::string& path, RobotDescription& description) {
 RobotDescription load_robot_description(const std::string& urdf_path,
                                         const std::string& config_path) {
   RobotDescription description;
-  load_urdf(urdf_path, description);
+  const std::string* path = &urdf_path;
   try {
+    load_urdf(urdf_path, description);
+    path = &config_path;
     load_config(config_path, description);
-  } catch (const YAML::Exception& error) {
-    fail(config_path, error.what());
+  } catch (const std::exception& error) {
+    throw std::runtime_error(*path + ": " + error.what());
   }
   return description;
 }

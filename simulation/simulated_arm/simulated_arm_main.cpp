@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
@@ -19,6 +20,8 @@
 namespace {
 
 using namespace kelvara::simulation;  // NOLINT(google-build-using-namespace): one program
+
+constexpr double kStartRange = 12.5;  // rad, what the motors can report
 
 constexpr const char* kUsage =
     "usage: kelvara-simulated-arm --interface NAME [--fd] [--no-gripper] [--start Q1,...,Q6]\n"
@@ -63,10 +66,14 @@ SimulatedArm::Joints parse_joints(const std::string& text) {
     values.push_back(parse_number(part, "--start"));
   }
   SimulatedArm::Joints joints{};
-  if (values.size() != joints.size()) {
+  if (values.size() != joints.size() || text.back() == ',') {
     throw UsageError("--start needs six angles");
   }
   std::copy(values.begin(), values.end(), joints.begin());
+  if (std::any_of(values.begin(), values.end(),
+                  [](double angle) { return std::abs(angle) > kStartRange; })) {
+    throw UsageError("--start: angles must be within -12.5 to 12.5 rad");
+  }
   return joints;
 }
 
