@@ -150,6 +150,8 @@ void run(const Arguments& arguments) {
   if (arguments.show) {
     ProgressDisplay display(arm);
     bus.run(stop_requested, [&] { display.update(); });
+    std::printf("ended; %llu ms of the arm's time were given up because the machine was late\n",
+                static_cast<unsigned long long>(bus.slipped_ms()));
   } else {
     bus.run(stop_requested);
   }

@@ -117,7 +117,6 @@ TEST_F(WaypointPlanner, TakesTenThousandPointsAndRefusesWhatNoMemoryHolds) {
   EXPECT_GT(plan.samples.size(), 100'000U);
   EXPECT_EQ(plan.samples.size(), plan.samples.capacity());
   EXPECT_THROW(plan_waypoints(all(0.0), {all(1.0)}, limits, {.time_s = 1e300}), std::length_error);
-  EXPECT_ANY_THROW(plan_waypoints(all(0.0), {all(1.0)}, limits, {.time_s = 1e12}));
   EXPECT_THROW(plan_waypoints(all(0.0), {all(1.0)}, limits,
                               {.control_hz = std::numeric_limits<double>::quiet_NaN()}),
                std::length_error);
