@@ -8,8 +8,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <optional>
+#include <random>
 #include <stdexcept>
 
 namespace kelvara::simulation {
@@ -21,6 +24,32 @@ constexpr std::chrono::milliseconds kStep{1};
 constexpr std::chrono::milliseconds kMaxLateness{10};
 constexpr std::chrono::milliseconds kProbeTime{50};
 constexpr int kMaxFramesAtOnce = 256;
+
+// Asks motor 1 how it is. Motors read no further than byte 2; byte 3 tells another arm's probe from
+// a controller's request, and the last four are that arm's lot.
+constexpr std::array<std::uint8_t, 4> kProbe{0x01, 0x00, 0xCC, 0xA5};
+constexpr canid_t kProbeId = 0x7FF;
+constexpr canid_t kProbeAnswerId = 0x11;
+
+canfd_frame probe(std::uint32_t lot) {
+  canfd_frame frame{};
+  frame.can_id = kProbeId;
+  frame.len = 8;
+  std::copy(kProbe.begin(), kProbe.end(), frame.data);
+  std::memcpy(frame.data + kProbe.size(), &lot, sizeof(lot));
+  return frame;
+}
+
+/// The lot in a probe; nothing for other frames.
+std::optional<std::uint32_t> lot_of(const canfd_frame& frame) {
+  if (frame.can_id != kProbeId || frame.len != 8 ||
+      !std::equal(kProbe.begin(), kProbe.end(), frame.data)) {
+    return std::nullopt;
+  }
+  std::uint32_t lot = 0;
+  std::memcpy(&lot, frame.data + kProbe.size(), sizeof(lot));
+  return lot;
+}
 
 }  // namespace
 
@@ -65,18 +94,23 @@ void SimulatedArmBus::open_socket(const std::string& interface) {
 }
 
 void SimulatedArmBus::refuse_second_arm(const std::string& interface) {
-  canfd_frame refresh{};
-  refresh.can_id = 0x7FF;
-  refresh.len = 8;
-  refresh.data[0] = 0x01;
-  refresh.data[2] = 0xCC;
-  send(refresh);
+  const std::uint32_t own_lot = std::random_device{}();
+  send(probe(own_lot));
   const auto end = Clock::now() + kProbeTime;
   canfd_frame frame{};
   while (Clock::now() < end) {
-    if (wait_readable(end - Clock::now()) &&
-        recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) > 0 && frame.can_id == 0x11) {
+    if (!wait_readable(end - Clock::now()) ||
+        recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) <= 0) {
+      continue;
+    }
+    // Of two arms that start at once the one with the lower lot stays; the other hears its answer,
+    // or sees the lower lot.
+    const std::optional<std::uint32_t> lot = lot_of(frame);
+    if (frame.can_id == kProbeAnswerId || (lot && *lot <= own_lot)) {
       throw std::runtime_error("interface " + interface + " is busy: an arm answers there already");
+    }
+    if (lot) {
+      answer(frame);
     }
   }
 }
@@ -100,6 +134,14 @@ void SimulatedArmBus::send(const canfd_frame& frame) {
   static_cast<void>(sent);  // a frame that finds no room is lost, as on a wire
 }
 
+void SimulatedArmBus::answer(const canfd_frame& frame) {
+  replies_.clear();
+  arm_.receive(frame, replies_);
+  for (const canfd_frame& reply : replies_) {
+    send(reply);
+  }
+}
+
 int SimulatedArmBus::handle_frames(std::chrono::nanoseconds timeout) {
   if (!wait_readable(timeout)) {
     return 0;
@@ -108,11 +150,7 @@ int SimulatedArmBus::handle_frames(std::chrono::nanoseconds timeout) {
   canfd_frame frame{};
   // Bounded, so that a flood of frames does not stop the physics.
   while (handled < kMaxFramesAtOnce && recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) > 0) {
-    replies_.clear();
-    arm_.receive(frame, replies_);
-    for (const canfd_frame& reply : replies_) {
-      send(reply);
-    }
+    answer(frame);
     frame = {};
     ++handled;
   }

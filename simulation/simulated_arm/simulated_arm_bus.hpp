@@ -44,6 +44,7 @@ class SimulatedArmBus {
   void open_socket(const std::string& interface);
   void refuse_second_arm(const std::string& interface);
   bool wait_readable(std::chrono::nanoseconds timeout) const;
+  void answer(const canfd_frame& frame);
   void send(const canfd_frame& frame);
 
   SimulatedArm& arm_;

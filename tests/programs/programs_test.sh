@@ -60,8 +60,8 @@ expect 1 "can0 is busy" "$bin/kelvara-virtual-can" run can0
 "$bin/kelvara-virtual-can" down can0
 expect 1 "can0 is down" "${on_bus[@]}" "$bin/kelvara-simulated-arm" --interface can0
 "$bin/kelvara-virtual-can" up can0
-"${on_bus[@]}" "$bin/kelvara-simulated-arm" --interface can0 >"$work/ready" &
-until grep -qs ready "$work/ready"; do sleep 0.05; done
+"${on_bus[@]}" "$bin/kelvara-simulated-arm" --interface can0 >"$work/arm_ready" &
+until grep -qs ready "$work/arm_ready"; do sleep 0.05; done
 expect 1 "an arm answers there already" "${on_bus[@]}" "$bin/kelvara-simulated-arm" --interface can0
 expect 1 "holds no commands" /usr/bin/python3 tools/bus_report/bus_report.py "$work/log"
 exit "$((failures > 0))"
