@@ -39,12 +39,13 @@ std::uint32_t little_endian(const std::uint8_t* bytes) {
   return bytes[0] | bytes[1] << 8U | bytes[2] << 16U | static_cast<std::uint32_t>(bytes[3]) << 24U;
 }
 
-float little_endian_float(const std::uint8_t* bytes) {
-  const std::uint32_t bits = little_endian(bytes);
+float float_of(std::uint32_t bits) {
   float value = 0.0F;
   std::memcpy(&value, &bits, sizeof(value));
   return value;
 }
+
+float little_endian_float(const std::uint8_t* bytes) { return float_of(little_endian(bytes)); }
 
 /// A field of `bits` bits over [low, high].
 double unpack(unsigned raw, double low, double high, unsigned bits) {
@@ -102,9 +103,11 @@ std::optional<canfd_frame> SimulatedMotor::handle(const canfd_frame& frame) {
   if (frame.can_id == can_id_ + kPositionVelocityOffset &&
       control_mode() == kPositionVelocityMode) {
     unheard_s_ = 0.0;
-    if (enabled_) {
-      target_position_ = little_endian_float(data);
-      velocity_limit_ = std::abs(little_endian_float(data + 4));
+    const float position = little_endian_float(data);
+    const float velocity_limit = little_endian_float(data + 4);
+    if (enabled_ && std::isfinite(position) && std::isfinite(velocity_limit)) {
+      target_position_ = position;
+      velocity_limit_ = std::abs(velocity_limit);
     }
     return feedback();
   }
@@ -140,6 +143,7 @@ bool SimulatedMotor::obey_special(std::uint8_t command) {
       return true;
     case 0xFE:
       zero_offset_ = shaft_position_;
+      hold_here();
       return true;
     case 0xFB:
       error_ = 0;
@@ -154,8 +158,17 @@ void SimulatedMotor::enable() {
     return;  // an error must be cleared first
   }
   enabled_ = true;
+  start_afresh();
+}
+
+/// Forgets every command, so that nothing moves until the next one.
+void SimulatedMotor::start_afresh() {
   mit_ = {};
   integral_ = 0.0;
+  hold_here();
+}
+
+void SimulatedMotor::hold_here() {
   profile_position_ = target_position_ = shaft_position_ - zero_offset_;
   profile_velocity_ = 0.0;
   velocity_limit_ = 0.0;
@@ -174,10 +187,16 @@ void SimulatedMotor::raise_error(unsigned code) {
 void SimulatedMotor::write_register(std::uint8_t rid, std::uint32_t value) {
   const bool known_mode = value == kMitMode || value == kPositionVelocityMode;
   const bool fixed = rid >= 21 && rid <= 23;  // the ranges belong to the model
-  if (registers_read_only_ || fixed || (rid == kControlMode && !known_mode)) {
+  const bool tuning = rid == kAcceleration || rid == kDeceleration || rid == kPositionGain;
+  if (registers_read_only_ || fixed || (rid == kControlMode && !known_mode) ||
+      (tuning && !std::isfinite(float_of(value)))) {
     return;
   }
+  const bool other_mode = rid == kControlMode && value != control_mode();
   registers_[rid] = value;
+  if (other_mode) {
+    start_afresh();
+  }
 }
 
 canfd_frame SimulatedMotor::register_reply(std::uint8_t command, std::uint8_t rid) const {
@@ -214,10 +233,7 @@ canfd_frame SimulatedMotor::feedback() const {
 }
 
 float SimulatedMotor::register_float(std::uint8_t rid) const {
-  const std::uint32_t bits = registers_.at(rid);
-  float value = 0.0F;
-  std::memcpy(&value, &bits, sizeof(value));
-  return value;
+  return float_of(registers_.at(rid));
 }
 
 // ---- Motion ---------------------------------------------------------------

@@ -57,6 +57,8 @@ class SimulatedMotor {
   bool obey_special(std::uint8_t command);
   void enable();
   void disable();
+  void start_afresh();
+  void hold_here();
   void write_register(std::uint8_t rid, std::uint32_t value);
   canfd_frame register_reply(std::uint8_t command, std::uint8_t rid) const;
   canfd_frame feedback() const;

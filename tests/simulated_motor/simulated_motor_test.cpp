@@ -56,12 +56,42 @@ TEST_F(SimulatedMotorTest, EnablesDisablesAndObeysOnlyItsMode) {
   // kp 0, kd 0, torque 0xFFF: all that the motor has.
   ask("004#7FFF7FF000000FFF");
   EXPECT_EQ(motor.advance(0.001, 1.0, 0.0), 10.0);
-  ask("004#7FFF7FF0FFF007FF");  // kp 15.6 N·m/rad, to zero from 1 rad: more than there is
+  ask("004#7FFF7FF0FFF007FF");  // kp 31.1 N·m/rad, to zero from 1 rad: more than there is
   EXPECT_EQ(motor.advance(0.001, 1.0, 0.0), -10.0);
   EXPECT_EQ(ask("104#0000803F00002041"), "") << "a position/velocity command in MIT mode";
   EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFE").substr(2, 4), "8000") << "here is zero now";
   EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFD").substr(0, 2), "04");
   EXPECT_EQ(motor.advance(0.001, 1.0, 0.0), 0.0);
+}
+
+TEST_F(SimulatedMotorTest, EvaluatesTheMitLawFromEveryFieldOfTheFrame) {
+  ask("004#FFFFFFFFFFFFFFFC");
+  // 1.5627 rad, 7.5092 rad/s, kp 35.5311, kd 1.35531, torque -0.57875 N·m
+  ask("004#9000A00123456789");
+  EXPECT_NEAR(motor.advance(0.001, 1.5, 7.0), 2.3396326, 1e-6);
+  EXPECT_EQ(ask("7FF#0400CC0000000000").substr(0, 12), "148F5C9DD9DF");
+}
+
+TEST_F(SimulatedMotorTest, StaysWhereItIsWhenItsModeOrItsZeroChangesUnderPower) {
+  ask("004#FFFFFFFFFFFFFFFC");
+  motor.advance(0.001, 1.0, 0.0);  // carried here by hand, with no gains
+  ask("7FF#0400550A02000000");
+  EXPECT_EQ(motor.advance(0.001, 1.0, 0.0), 0.0);
+  ask("104#0000803F00000040");
+  ask("004#FFFFFFFFFFFFFFFE");
+  EXPECT_EQ(motor.advance(0.001, 1.0, 0.0), 0.0);
+}
+
+TEST_F(SimulatedMotorTest, IgnoresWhatIsNoNumber) {
+  EXPECT_EQ(ask("7FF#040055040000C07F"), "0400550400000040") << "acceleration";
+  EXPECT_EQ(ask("7FF#0400551B0000807F"), "0400551B00002041") << "position gain";
+  ask("7FF#0400550A02000000");
+  ask("004#FFFFFFFFFFFFFFFC");
+  EXPECT_EQ(ask("104#0000C07F0000803F").substr(0, 2), "14");
+  EXPECT_EQ(ask("104#0000803F0000C07F").substr(0, 2), "14");
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_EQ(motor.advance(0.001, 0.0, 0.0), 0.0);
+  }
 }
 
 TEST_F(SimulatedMotorTest, LetsGoWhenItsCommandsStop) {
