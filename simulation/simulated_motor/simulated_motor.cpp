@@ -82,6 +82,15 @@ std::optional<canfd_frame> SimulatedMotor::handle(const canfd_frame& frame) {
   if (silent_ || frame.len < 8) {
     return std::nullopt;
   }
+  const std::optional<canfd_frame> reply = obey(frame);
+  if (reply && replies_to_drop_ > 0) {
+    --replies_to_drop_;
+    return std::nullopt;
+  }
+  return reply;
+}
+
+std::optional<canfd_frame> SimulatedMotor::obey(const canfd_frame& frame) {
   const std::uint8_t* data = frame.data;
   if (frame.can_id == kSharedId) {
     return handle_shared(frame);

@@ -45,6 +45,8 @@ class SimulatedMotor {
   void raise_error(unsigned code);
   /// A silent motor neither obeys nor answers.
   void set_silent(bool silent) { silent_ = silent; }
+  /// The next `count` answers get lost; what was asked is still obeyed.
+  void drop_next_replies(unsigned count) { replies_to_drop_ = count; }
   /// Lets register writes be answered but not kept.
   void set_registers_read_only(bool read_only) { registers_read_only_ = read_only; }
 
@@ -53,6 +55,7 @@ class SimulatedMotor {
     double kp = 0.0, kd = 0.0, position = 0.0, velocity = 0.0, torque = 0.0;
   };
 
+  std::optional<canfd_frame> obey(const canfd_frame& frame);
   std::optional<canfd_frame> handle_shared(const canfd_frame& frame);
   bool obey_special(std::uint8_t command);
   void enable();
@@ -75,6 +78,7 @@ class SimulatedMotor {
   bool enabled_ = false;
   unsigned error_ = 0;
   bool silent_ = false;
+  unsigned replies_to_drop_ = 0;
   bool registers_read_only_ = false;
   double unheard_s_ = 0.0;  // since the last frame for this motor
 

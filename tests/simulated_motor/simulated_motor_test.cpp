@@ -108,6 +108,21 @@ TEST_F(SimulatedMotorTest, LetsGoWhenItsCommandsStop) {
   EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFC").substr(0, 2), "14");
 }
 
+TEST_F(SimulatedMotorTest, FailsInTheWaysThatTestsAskFor) {
+  motor.drop_next_replies(2);
+  EXPECT_EQ(ask("7FF#0500CC0000000000"), "") << "another motor's, and no answer to lose";
+  EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFC"), "");
+  EXPECT_TRUE(motor.is_enabled()) << "only the answer was lost";
+  EXPECT_EQ(ask("7FF#0400CC0000000000"), "");
+  EXPECT_EQ(ask("004#7FFF7FF000000FFF").substr(0, 2), "14");
+  motor.raise_error(0xE);
+  EXPECT_EQ(motor.advance(0.001, 0.0, 0.0), 0.0);
+  EXPECT_EQ(ask("7FF#0400CC0000000000").substr(0, 2), "E4");
+  motor.set_silent(true);
+  EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFB"), "");
+  EXPECT_EQ(motor.error(), 0xEU) << "a silent motor does not obey";
+}
+
 TEST_F(SimulatedMotorTest, PositionVelocityModeIsATrapezoidThatHoldsAWeight) {
   ask("7FF#0400550A02000000");
   ask("7FF#040055040000A040");  // acceleration 5 rad/s²
