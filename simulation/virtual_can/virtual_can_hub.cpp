@@ -118,7 +118,9 @@ struct Received {
   Descriptor passed;
 };
 
-bool receive(int fd, Received& message) {
+enum class Arrival { kMessage, kNothing, kEnd };
+
+Arrival receive(int fd, Received& message) {
   alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
   iovec part{message.bytes.data(), message.bytes.size()};
   msghdr packet{};
@@ -127,8 +129,11 @@ bool receive(int fd, Received& message) {
   packet.msg_control = control.data();
   packet.msg_controllen = control.size();
   const ssize_t size = real::recvmsg(fd, &packet, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+  if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
+    return Arrival::kNothing;
+  }
   if (size <= 0) {
-    return false;
+    return Arrival::kEnd;
   }
   message.size = static_cast<std::size_t>(size);
   const cmsghdr* rights = CMSG_FIRSTHDR(&packet);
@@ -137,7 +142,7 @@ bool receive(int fd, Received& message) {
     std::memcpy(&passed, CMSG_DATA(rights), sizeof(passed));
     message.passed = Descriptor(passed);
   }
-  return true;
+  return Arrival::kMessage;
 }
 
 }  // namespace
@@ -235,8 +240,9 @@ class VirtualCanHub::Loop {
     }
     for (int turn = 0; turn < kMaxMessagesPerTurn; ++turn) {
       Received& message = received_;
-      if (!receive(fd, message)) {
-        return errno == EAGAIN || errno == EINTR;
+      const Arrival arrival = receive(fd, message);
+      if (arrival != Arrival::kMessage) {
+        return arrival == Arrival::kNothing;
       }
       if (message.size == CAN_MTU || message.size == CANFD_MTU) {
         carry(entry->second, message.bytes.data(), message.size);
