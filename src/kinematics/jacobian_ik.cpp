@@ -33,6 +33,7 @@ double clamp_angle(double angle) {
 struct RobotKinematics::JacobianWork {
   explicit JacobianWork(std::size_t joints)
       : exponentials(joints),
+        differences(joints),
         suffixes(joints + 1),
         J(6, static_cast<Eigen::Index>(joints)),
         A(static_cast<Eigen::Index>(joints), static_cast<Eigen::Index>(joints)),
@@ -41,6 +42,7 @@ struct RobotKinematics::JacobianWork {
         factors(static_cast<Eigen::Index>(joints)) {}
 
   std::vector<Eigen::Matrix4d> exponentials;  // of each joint at the present angles
+  std::vector<Eigen::Matrix4d> differences;   // of each joint's difference step
   std::vector<Eigen::Matrix4d> suffixes;      // [j]: from joint j to the tool, home included
   Eigen::Matrix<double, 6, Eigen::Dynamic> J;
   Eigen::MatrixXd A;
@@ -49,20 +51,23 @@ struct RobotKinematics::JacobianWork {
   Eigen::LDLT<Eigen::MatrixXd> factors;
 };
 
-/// Moving joint j alone leaves the exponentials before and after it as they are: a column costs one
-/// exponential and two products instead of a whole forward kinematics.
-void RobotKinematics::fill_jacobian(const Eigen::VectorXd& q, const Eigen::Vector3d& position,
+/// Moving joint j alone leaves the exponentials before and after it as they are, and
+/// exp(S·(q + δ)) = exp(S·q)·exp(S·δ): a column costs two products instead of a whole forward
+/// kinematics.
+void RobotKinematics::fill_jacobian(const Eigen::Vector3d& position,
                                     const Eigen::Vector4d& orientation, JacobianWork& work) const {
   Eigen::Matrix4d prefix = Eigen::Matrix4d::Identity();
+  Eigen::Matrix4d moved;
+  Eigen::Matrix4d T;
   for (std::size_t j = 0; j < n_; ++j) {
     const auto column = static_cast<Eigen::Index>(j);
-    const Eigen::Matrix4d T =
-        prefix * exp_se3(screw_axes_[j], q[column] + kDifferenceStep) * work.suffixes[j + 1];
+    moved.noalias() = work.differences[j].lazyProduct(work.suffixes[j + 1]);
+    prefix = prefix.lazyProduct(work.exponentials[j]).eval();
+    T.noalias() = prefix.lazyProduct(moved);
     work.J.col(column).head<3>() = (T.topRightCorner<3, 1>() - position) / kDifferenceStep;
     work.J.col(column).tail<3>() =
         quaternion_error(rotation_matrix_to_quaternion(T.topLeftCorner<3, 3>()), orientation) /
         kDifferenceStep;
-    prefix *= work.exponentials[j];
   }
 }
 
@@ -75,6 +80,9 @@ RobotKinematics::IkResult RobotKinematics::inverse_kinematics_jacobian(
   JacobianWork work(n_);
   if (max_iterations > 0) {
     check_screw_count(q);
+  }
+  for (std::size_t j = 0; j < n_; ++j) {
+    work.differences[j] = exp_se3(screw_axes_[j], kDifferenceStep);
   }
   for (int k = 0; k < max_iterations; ++k) {
     work.suffixes[n_] = home_;
@@ -92,7 +100,7 @@ RobotKinematics::IkResult RobotKinematics::inverse_kinematics_jacobian(
     }
     Eigen::Matrix<double, 6, 1> error;
     error << position_error, kOrientationWeight * rotation_error;
-    fill_jacobian(q, position, orientation, work);
+    fill_jacobian(position, orientation, work);
     work.A.noalias() = work.J.transpose().lazyProduct(work.J);
     work.A.diagonal().array() += damping;
     work.b.noalias() = work.J.transpose().lazyProduct(error);

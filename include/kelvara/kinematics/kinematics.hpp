@@ -150,8 +150,8 @@ class KELVARA_EXPORT RobotKinematics {
   struct JacobianWork;
 
   void check_screw_count(const Eigen::VectorXd& q) const;
-  void fill_jacobian(const Eigen::VectorXd& q, const Eigen::Vector3d& position,
-                     const Eigen::Vector4d& orientation, JacobianWork& work) const;
+  void fill_jacobian(const Eigen::Vector3d& position, const Eigen::Vector4d& orientation,
+                     JacobianWork& work) const;
   void check_joint_count(std::size_t count, const char* message) const;
   void report_ik_solution(const std::vector<double>& target_pos,
                           const std::vector<double>& target_euler, const std::vector<double>& seed,
