@@ -48,8 +48,11 @@ void ProgressDisplay::print(const std::string& text) const {
   std::fflush(stdout);
 }
 
-void ProgressDisplay::update() {
+void ProgressDisplay::update(const std::string& news) {
   ++time_ms_;
+  if (!news.empty()) {
+    print(news);
+  }
   const std::string states = motor_states();
   if (states != last_states_) {
     last_states_ = states;

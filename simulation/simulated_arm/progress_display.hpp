@@ -14,8 +14,8 @@ class ProgressDisplay {
  public:
   explicit ProgressDisplay(const SimulatedArm& arm) : arm_(arm) {}
 
-  /// To be called after every millisecond.
-  void update();
+  /// To be called after every millisecond, with what else is worth a line.
+  void update(const std::string& news = "");
 
  private:
   std::string motor_states() const;

@@ -51,6 +51,11 @@ SimulatedArm::Joints SimulatedArm::joint_torques() const {
   return torque;
 }
 
+bool SimulatedArm::floats() const {
+  return std::all_of(motors_.begin(), motors_.begin() + kGripper,
+                     [](const SimulatedMotor& motor) { return motor.floats(); });
+}
+
 void SimulatedArm::advance(std::chrono::nanoseconds time) {
   constexpr std::chrono::milliseconds kStep{1};
   for (pending_ += time; pending_ >= kStep; pending_ -= kStep) {

@@ -49,7 +49,8 @@ class SimulatedArm {
   Joints joint_velocities() const { return physics_.velocities(); }  // rad/s
   Joints joint_torques() const;                                      // N·m, of the motors
   Triple tool_position() const { return physics_.tool_position(); }  // m
-  double gripper_angle() const { return gripper_angle_; }            // rad, motor side
+  bool floats() const;  // every joint motor is asked for a torque alone
+  double gripper_angle() const { return gripper_angle_; }  // rad, motor side
 
   std::size_t motor_count() const { return motors_.size(); }
   /// Joint motors by index 0 to 5, `kGripper` the gripper's.

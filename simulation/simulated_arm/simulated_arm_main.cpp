@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -16,21 +18,25 @@
 #include "simulation/simulated_arm/progress_display.hpp"
 #include "simulation/simulated_arm/simulated_arm.hpp"
 #include "simulation/simulated_arm/simulated_arm_bus.hpp"
+#include "simulation/simulated_arm/simulated_hand.hpp"
 
 namespace {
 
 using namespace kelvara::simulation;  // NOLINT(google-build-using-namespace): one program
 
 constexpr double kStartRange = 12.5;  // rad, what the motors can report
+constexpr double kHandRange = 1.0;    // m
 
 constexpr const char* kUsage =
     "usage: kelvara-simulated-arm --interface NAME [--fd] [--no-gripper] [--start Q1,...,Q6]\n"
-    "                             [--load KG] [--show] [--urdf FILE] [--config FILE]\n"
+    "                             [--load KG] [--hand DX,DY,DZ] [--show]\n"
+    "                             [--urdf FILE] [--config FILE]\n"
     "  --interface NAME   SocketCAN interface, real or virtual\n"
     "  --fd               answer with CAN-FD frames\n"
     "  --no-gripper       six motors instead of seven\n"
     "  --start Q1,...,Q6  joint angles at rest before the motors are enabled, rad\n"
     "  --load KG          mass held in the gripper, 0 to 5\n"
+    "  --hand DX,DY,DZ    a hand that carries the floating arm's tool so far, m, and lets go\n"
     "  --show             print what the arm does\n"
     "  --urdf FILE, --config FILE  another robot description";
 
@@ -45,6 +51,7 @@ struct Arguments {
   bool fd = false;
   bool show = false;
   bool help = false;
+  std::optional<Triple> hand;
   SimulatedArm::Options arm;
 };
 
@@ -59,22 +66,28 @@ double parse_number(const std::string& text, const std::string& option) {
   return value;
 }
 
-SimulatedArm::Joints parse_joints(const std::string& text) {
+/// Numbers separated by commas, each within [-range, range].
+template <std::size_t kCount>
+std::array<double, kCount> parse_numbers(const std::string& text, const std::string& option,
+                                         double range) {
   std::vector<double> values;
   std::istringstream stream(text);
   for (std::string part; std::getline(stream, part, ',');) {
-    values.push_back(parse_number(part, "--start"));
+    values.push_back(parse_number(part, option));
   }
-  SimulatedArm::Joints joints{};
-  if (values.size() != joints.size() || text.back() == ',') {
-    throw UsageError("--start needs six angles");
+  std::array<double, kCount> numbers{};
+  std::ostringstream problem;
+  if (values.size() != kCount || text.back() == ',') {
+    problem << option << " needs " << kCount << " numbers";
+    throw UsageError(problem.str());
   }
-  std::copy(values.begin(), values.end(), joints.begin());
-  if (std::any_of(values.begin(), values.end(),
-                  [](double angle) { return std::abs(angle) > kStartRange; })) {
-    throw UsageError("--start: angles must be within -12.5 to 12.5 rad");
+  std::copy(values.begin(), values.end(), numbers.begin());
+  if (!std::all_of(values.begin(), values.end(),
+                   [range](double value) { return std::abs(value) <= range; })) {
+    problem << option << ": numbers must be within " << -range << " to " << range;
+    throw UsageError(problem.str());
   }
-  return joints;
+  return numbers;
 }
 
 Arguments parse_arguments(const std::vector<std::string>& words) {
@@ -94,12 +107,14 @@ Arguments parse_arguments(const std::vector<std::string>& words) {
     } else if (option == "--no-gripper") {
       arguments.arm.with_gripper = false;
     } else if (option == "--start") {
-      arguments.arm.start = parse_joints(value());
+      arguments.arm.start = parse_numbers<6>(value(), option, kStartRange);
     } else if (option == "--load") {
       arguments.arm.load_kg = parse_number(value(), "--load");
       if (!(arguments.arm.load_kg >= 0.0 && arguments.arm.load_kg <= 5.0)) {
         throw UsageError("--load must be 0 to 5 kg");
       }
+    } else if (option == "--hand") {
+      arguments.hand = parse_numbers<3>(value(), option, kHandRange);
     } else if (option == "--show") {
       arguments.show = true;
     } else if (option == "--urdf") {
@@ -147,13 +162,23 @@ void run(const Arguments& arguments) {
   std::printf("ready: simulated arm on %s, %zu motors, %s\n", arguments.interface.c_str(),
               arm.motor_count(), arguments.fd ? "CAN-FD" : "classic CAN");
   std::fflush(stdout);
+  std::optional<ProgressDisplay> display;
+  std::optional<SimulatedHand> hand;
   if (arguments.show) {
-    ProgressDisplay display(arm);
-    bus.run(stop_requested, [&] { display.update(); });
+    display.emplace(arm);
+  }
+  if (arguments.hand) {
+    hand.emplace(arm, *arguments.hand);
+  }
+  bus.run(stop_requested, [&] {
+    const std::string news = hand ? hand->update() : "";
+    if (display) {
+      display->update(news);
+    }
+  });
+  if (display) {
     std::printf("ended; %llu ms of the arm's time were given up because the machine was late\n",
                 static_cast<unsigned long long>(bus.slipped_ms()));
-  } else {
-    bus.run(stop_requested);
   }
 }
 

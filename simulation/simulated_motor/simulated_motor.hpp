@@ -38,6 +38,10 @@ class SimulatedMotor {
   /// 1 MIT, 2 position/velocity.
   unsigned control_mode() const { return registers_.at(10); }
   double applied_torque() const { return torque_; }
+  /// Under power, and asked for a torque alone: kp and kd are zero.
+  bool floats() const {
+    return enabled_ && control_mode() == 1 && mit_.kp == 0.0 && mit_.kd == 0.0;
+  }
 
   // Faults, for tests.
 

@@ -43,7 +43,7 @@ expect 2 "usage: first_motion" "$bin/first_motion" can0 --fast
 expect 1 "Failed to initialize socket for interface: can9" "${on_bus[@]}" "$bin/first_motion" can9
 expect 2 "interface NAME is missing" "$bin/kelvara-simulated-arm"
 expect 2 "unknown option" "$bin/kelvara-simulated-arm" --interface can0 --quick
-expect 2 "six angles" "$bin/kelvara-simulated-arm" --interface can0 --start 1,2
+expect 2 "start needs 6 numbers" "$bin/kelvara-simulated-arm" --interface can0 --start 1,2
 expect 2 "not a number" "$bin/kelvara-simulated-arm" --interface can0 --load heavy
 expect 1 "no interface can9" "${on_bus[@]}" "$bin/kelvara-simulated-arm" --interface can9
 expect 2 "usage: kelvara-virtual-can" "$bin/kelvara-virtual-can" fly
