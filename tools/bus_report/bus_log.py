@@ -9,6 +9,9 @@ import numpy as np
 LINE = re.compile(r"^\((\d+\.\d+)\) (\S+) ([0-9A-Fa-f]+)(##[0-9A-Fa-f]|#)([0-9A-Fa-f]*)")
 # PMAX, VMAX, TMAX of joints 1 to 6
 RANGES = [(12.5, 8.0, 28.0)] * 3 + [(12.5, 30.0, 10.0)] * 3
+GRIPPER_RANGE = RANGES[5]
+GRIPPER = 6
+NO_POSITION = "torque alone"
 SPECIAL = {b"\xff" * 7 + bytes([code]) for code in (0xFB, 0xFC, 0xFD, 0xFE)}
 CLASSIC_OVERHEAD_BITS = 47  # of a standard data frame, stuffing apart
 
@@ -19,6 +22,9 @@ class Record:
 
     commands: list = field(default_factory=lambda: [[] for _ in range(6)])  # (t, q, dq)
     replies: list = field(default_factory=lambda: [[] for _ in range(6)])  # (t, q, dq, tau, asked)
+    # Answers to commands for a torque alone: (t, q, dq, tau)
+    floating: list = field(default_factory=lambda: [[] for _ in range(6)])
+    jaws: list = field(default_factory=list)  # (t, motor angle asked, motor angle), rad
     frames: int = 0
     bits: int = 0
     duration: float = 0.0
@@ -29,14 +35,19 @@ def unpack(raw, limit, bits):
     return -limit + 2 * limit * raw / ((1 << bits) - 1)
 
 
+def motor_range(index):
+    return RANGES[index] if index < GRIPPER else GRIPPER_RANGE
+
+
 def decode_command(joint, can_id, data):
-    """The position and velocity that a motion command asks of a motor, or None."""
+    """The position and velocity that a motion command asks of a motor, NO_POSITION when it asks
+    for a torque alone, or None."""
     if can_id == joint + 1 and data not in SPECIAL:
-        pmax, vmax, _ = RANGES[joint]
+        pmax, vmax, _ = motor_range(joint)
         position = unpack(data[0] << 8 | data[1], pmax, 16)
         velocity = unpack(data[2] << 4 | data[3] >> 4, vmax, 12)
         kp = (data[3] & 0x0F) << 8 | data[4]
-        return (position, velocity) if kp else None
+        return (position, velocity) if kp else NO_POSITION
     if can_id == joint + 0x101:
         return struct.unpack("<ff", data)
     return None
@@ -46,7 +57,7 @@ def decode_feedback(joint, data):
     """Position, velocity and torque of an enabled motor's feedback, or None."""
     if data[0] != 0x10 | (joint + 1):
         return None
-    pmax, vmax, tmax = RANGES[joint]
+    pmax, vmax, tmax = motor_range(joint)
     return (
         unpack(data[1] << 8 | data[2], pmax, 16),
         unpack(data[3] << 4 | data[4] >> 4, vmax, 12),
@@ -58,7 +69,7 @@ def read_log(path, signs):
     """Decodes a log. The feedback that answers a command is kept with what was asked."""
     record = Record()
     start = None
-    waiting = [[] for _ in range(6)]  # commands not yet answered; None for those without motion
+    waiting = [[] for _ in range(7)]  # commands not yet answered; None for those without motion
     with open(path, encoding="ascii", errors="replace") as log:
         for line in log:
             match = LINE.match(line)
@@ -73,29 +84,40 @@ def read_log(path, signs):
                 continue
             if can_id == 0x7FF:
                 # A refresh is answered with feedback too; register traffic with a register.
-                if data[2] in (0x33, 0x55, 0xCC) and 1 <= data[0] <= 6:
+                if data[2] in (0x33, 0x55, 0xCC) and 1 <= data[0] <= 7:
                     waiting[data[0] - 1].append(data[2])
                 continue
             joint = (can_id & 0x0F) - 1
-            if not 0 <= joint < 6:
+            if not 0 <= joint <= GRIPPER:
                 continue
-            if 0x11 <= can_id <= 0x16:
-                take_reply(record, joint, time, data, signs[joint], waiting[joint])
-            elif can_id < 7 or 0x101 <= can_id <= 0x106:
+            if 0x11 <= can_id <= 0x17:
+                take_reply(record, joint, time, data, signs, waiting[joint])
+            elif can_id < 8 or 0x101 <= can_id <= 0x106:
                 command = decode_command(joint, can_id, data)
                 waiting[joint].append(command)
-                if command:
+                if isinstance(command, tuple) and joint < GRIPPER:
                     record.position_velocity |= can_id > 0x100
                     position, velocity = command[0] * signs[joint], command[1] * signs[joint]
                     record.commands[joint].append((time, position, velocity))
     record.commands = [np.array(rows).reshape(-1, 3) for rows in record.commands]
     record.replies = [np.array(rows).reshape(-1, 5) for rows in record.replies]
+    record.floating = [np.array(rows).reshape(-1, 4) for rows in record.floating]
+    record.jaws = np.array(record.jaws).reshape(-1, 3)
     return record
 
 
-def take_reply(record, joint, time, data, sign, waiting):
+def take_reply(record, joint, time, data, signs, waiting):
     asked = waiting.pop(0) if waiting else None
     state = decode_feedback(joint, data) if asked not in (0x33, 0x55) else None
-    if state and isinstance(asked, tuple):
-        position, velocity, torque = (value * sign for value in state)
-        record.replies[joint].append((time, position, velocity, torque, asked[0] * sign))
+    if not state:
+        return
+    if joint == GRIPPER:
+        if isinstance(asked, tuple):
+            record.jaws.append((time, asked[0], state[0]))
+        return
+    position, velocity, torque = (value * signs[joint] for value in state)
+    if isinstance(asked, tuple):
+        asked_position = asked[0] * signs[joint]
+        record.replies[joint].append((time, position, velocity, torque, asked_position))
+    elif asked == NO_POSITION:
+        record.floating[joint].append((time, position, velocity, torque))

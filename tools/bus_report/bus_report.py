@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
 """Tells how well the arm followed its commands, from a candump log of the bus alone.
 
-usage: bus_report.py LOG [--plot DIR] [--json FILE] [--urdf FILE] [--config FILE]
+usage: bus_report.py LOG [--joints] [--plot DIR] [--json FILE] [--urdf FILE] [--config FILE]
 
-For each move and joint: where it went, the largest difference between a commanded position and the
-feedback that answers the command, what was left of it at the end, and by how much the target was
-passed. Then the control period as seen on the bus. With --plot, tracking.png and arm.png.
+For each move: how far the joint that went farthest went, the largest difference between a commanded
+position and the feedback that answers the command, what was left of it at the end, and how far a
+joint went beyond all that was commanded; with --joints, for each joint by itself, as in the JSON file. If the arm floated:
+how far it drifted, was moved by hand, and stayed where it was left. Then the control period as seen
+on the bus. With --plot, tracking.png, arm.png and tool.png.
 """
 
 import argparse
@@ -24,6 +26,7 @@ WINDOW_S = 0.05  # a joint moves while its command changes by MOVING within this
 MOVING = 0.002  # rad
 REST_S = 0.2  # a pause this long ends a move
 RUN_UP_S = 0.2  # the slow beginning and end of a move lie within this of its fast part
+HAND_SPEED = 0.05  # rad/s; a floating arm that moves faster is moved by a hand
 MIN_MOVE = 0.01  # rad that some joint must be sent
 
 
@@ -68,17 +71,42 @@ def judge_move(record, begin, end, next_begin):
         if not len(asked) or not len(during):
             continue
         start, target = asked[0], asked[-1]
-        direction = np.sign(target - start) if abs(target - start) > MIN_MOVE else 0.0
         rows.append(
             {
                 "start": start,
                 "target": target,
                 "peak_error": np.abs(during[:, 4] - during[:, 1]).max(),
                 "end_error": abs(np.median(whole[-20:, 1]) - target),
-                "overshoot": max(0.0, (direction * (whole[:, 1] - target)).max()),
+                "overshoot": max(
+                    0.0, (whole[:, 1] - asked.max()).max(), (asked.min() - whole[:, 1]).max()
+                ),
             }
         )
     return rows
+
+
+def judge_floating(record):
+    """How an arm that floated kept still, by itself and where a hand left it; None if it did not."""
+    if min(len(rows) for rows in record.floating) < 2:
+        return None
+    times = record.floating[0][:, 0]
+    q, dq = (
+        np.array([np.interp(times, rows[:, 0], rows[:, k]) for rows in record.floating]).T
+        for k in (1, 2)
+    )
+    moving = np.nonzero(np.abs(dq).max(axis=1) > HAND_SPEED)[0]
+    untouched = slice(0, moving[0] if len(moving) else len(times))
+    result = {
+        "begin": times[0],
+        "end": times[-1],
+        "untouched_s": times[untouched][-1] - times[0],
+        "drift": np.abs(q[untouched] - q[0]).max(),
+    }
+    if len(moving):
+        left_at = q[moving[-1]]
+        result["moved_by_hand"] = np.abs(left_at - q[0]).max()
+        result["from_where_left"] = np.abs(q[moving[-1] :] - left_at).max()
+    return result
 
 
 def control_period(record):
@@ -98,6 +126,7 @@ def analyse(record):
             {"begin": begin, "end": end, "joints": judge_move(record, begin, end, next_begin)}
             for (begin, end), next_begin in zip(moves, ends)
         ],
+        "floating": judge_floating(record),
         "period_ms": {
             "median": float(np.median(period)),
             "p99": float(np.percentile(period, 99)),
@@ -110,8 +139,22 @@ def analyse(record):
     }
 
 
-def print_report(report):
-    print(f"Tracking in {report['mode']} mode, as seen on the bus (radians)")
+def print_moves(report):
+    """One line a move: of each figure the joint that has the largest."""
+    print("  move     from      to   travel   peak error   end error   overshoot")
+    for number, move in enumerate(report["moves"], 1):
+        joints = move["joints"]
+        travelled = max(abs(row["target"] - row["start"]) for row in joints)
+        peak, end, over = (
+            max(row[key] for row in joints) for key in ("peak_error", "end_error", "overshoot")
+        )
+        print(
+            f"  {number:4d} {move['begin']:6.2f} s {move['end']:5.2f} s {travelled:8.3f} {peak:12.4f}"
+            f" {end:11.4f} {over:11.4f}"
+        )
+
+
+def print_joints(report):
     for number, move in enumerate(report["moves"], 1):
         print(f"\nmove {number}: {move['begin']:.2f} s to {move['end']:.2f} s")
         print("  joint    start   target   peak error   end error   overshoot")
@@ -120,6 +163,22 @@ def print_report(report):
                 f"  {joint:5d} {row['start']:8.3f} {row['target']:8.3f} {row['peak_error']:12.4f}"
                 f" {row['end_error']:11.4f} {row['overshoot']:11.4f}"
             )
+
+
+def print_report(report, each_joint):
+    print(f"Tracking in {report['mode']} mode, as seen on the bus (radians)")
+    (print_joints if each_joint else print_moves)(report)
+    floating = report["floating"]
+    if floating:
+        print(
+            f"\nfloating: {floating['begin']:.2f} s to {floating['end']:.2f} s, drift"
+            f" {floating['drift']:.4f} in {floating['untouched_s']:.1f} s untouched"
+        )
+    if floating and "moved_by_hand" in floating:
+        print(
+            f"  moved by hand by {floating['moved_by_hand']:.4f}; stayed within"
+            f" {floating['from_where_left']:.4f} of where it was left"
+        )
     period = report["period_ms"]
     print(
         f"\ncontrol period: median {period['median']:.3f} ms, 99th percentile {period['p99']:.3f} ms,"
@@ -134,7 +193,8 @@ def print_report(report):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
     parser.add_argument("log")
-    parser.add_argument("--plot", metavar="DIR", help="write tracking.png and arm.png there")
+    parser.add_argument("--joints", action="store_true", help="tell of every joint by itself")
+    parser.add_argument("--plot", metavar="DIR", help="write the pictures there")
     parser.add_argument("--json", metavar="FILE", help="write the figures there")
     parser.add_argument("--urdf", default=os.path.join(CONFIG, "BrimloV2.SLDASM.urdf"))
     parser.add_argument("--config", default=os.path.join(CONFIG, "robot_kinematics.yaml"))
@@ -148,7 +208,7 @@ def main():
     if not all(len(rows) > 1 for rows in record.commands):
         sys.exit(f"bus_report: {arguments.log} holds no commands for six joints")
     report = analyse(record)
-    print_report(report)
+    print_report(report, arguments.joints)
     if arguments.json:
         with open(arguments.json, "w", encoding="utf-8") as output:
             json.dump(report, output, indent=1, default=float)
@@ -158,6 +218,7 @@ def main():
         os.makedirs(arguments.plot, exist_ok=True)
         plots.plot_tracking(record, report, os.path.join(arguments.plot, "tracking.png"))
         plots.plot_arm(record, arguments.urdf, os.path.join(arguments.plot, "arm.png"))
+        plots.plot_tool(record, report, arguments.urdf, os.path.join(arguments.plot, "tool.png"))
 
 
 if __name__ == "__main__":

@@ -100,3 +100,42 @@ def plot_arm(record, urdf, path):
     scale.set_label("time [s]")
     axes.set_title("The arm as its motors report it", y=0.95)
     figure.savefig(path, dpi=110, bbox_inches="tight")
+
+
+def plot_tool(record, report, urdf, path):
+    """The tool's path from above and from the side, the floating arm, and the jaws."""
+    chain = read_chain(urdf)
+    replies = record.replies
+    times = np.arange(replies[0][0, 0], replies[0][-1, 0], 0.01)
+    paths = {}
+    for name, column in (("commanded", 4), ("measured", 1)):
+        angles = np.array([np.interp(times, rows[:, 0], rows[:, column]) for rows in replies]).T
+        paths[name] = np.array([joint_points(chain, q)[-1] for q in angles])
+    figure, ((above, side), (floating, jaws)) = plt.subplots(2, 2, figsize=(13, 10))
+    for axes, (x, y), title in ((above, (0, 1), "from above"), (side, (0, 2), "from the side")):
+        axes.plot(*paths["commanded"][:, (x, y)].T, color=COMMANDED, lw=3, label="commanded")
+        axes.plot(*paths["measured"][:, (x, y)].T, color=MEASURED, lw=1, label="measured")
+        axes.set(xlabel=f"{'xyz'[x]} [m]", ylabel=f"{'xyz'[y]} [m]", aspect="equal")
+        axes.set_title(f"The tool {title}", loc="left", fontweight="bold")
+        axes.legend(frameon=False)
+    plot_floating(record, report["floating"], floating)
+    jaws.plot(record.jaws[:, 0], record.jaws[:, 1], color=COMMANDED, lw=3, label="commanded")
+    jaws.plot(record.jaws[:, 0], record.jaws[:, 2], color=MEASURED, lw=1, label="measured")
+    jaws.set(xlabel="time [s]", ylabel="motor angle [rad], 0 closed")
+    jaws.set_title("The gripper" + ("" if len(record.jaws) else ": none"), loc="left",
+                   fontweight="bold")
+    figure.tight_layout()
+    figure.savefig(path, dpi=110)
+
+
+def plot_floating(record, floating, axes):
+    """How far each joint of the floating arm is from where it began to float."""
+    title = "Floating" if floating else "Floating: it did not"
+    axes.set_title(title, loc="left", fontweight="bold")
+    axes.set(xlabel="time [s]", ylabel="angle since it floats [rad]")
+    if not floating:
+        return
+    colours = plt.cm.viridis(np.linspace(0.05, 0.9, 6))
+    for joint, (rows, colour) in enumerate(zip(record.floating, colours), 1):
+        axes.plot(rows[:, 0], rows[:, 1] - rows[0, 1], color=colour, lw=1.2, label=f"joint {joint}")
+    axes.legend(frameon=False, ncol=2)

@@ -1,0 +1,44 @@
+// Moves the tool to a pose, and through poses by way of joint angles solved for beforehand.
+// Usage: tool_pose INTERFACE
+#include <chrono>
+#include <exception>
+#include <iostream>
+#include <thread>
+
+#include <kelvara/arm_controller.hpp>
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::cerr << "usage: tool_pose INTERFACE\n";
+    return 2;
+  }
+  try {
+    const auto wait = [](double seconds) {
+      std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    };
+    const std::vector<double> level{0.0, 0.0, 0.0};  // roll, pitch, yaw in rad
+    ArmController arm(false, argv[1], false, kelvara::damiao_motor::MIT_MODE);
+    wait(2.5);                                                         // the arm goes home
+    arm.set_end_effector_pose({0.50, 0.15, 0.30}, level, /*tf=*/2.0);  // m; s
+    wait(2.5);
+
+    // The joints for three poses, each solved from the one before; then one smooth motion.
+    std::vector<std::vector<double>> joints;
+    for (const double y : {0.05, -0.05, -0.15}) {
+      const auto solution = arm.solve_ik({0.50, y, 0.30}, level,
+                                         joints.empty() ? std::vector<double>{} : joints.back());
+      if (!solution) {
+        std::cerr << "tool_pose: y = " << y << " m cannot be reached\n";
+        return 1;
+      }
+      joints.push_back(*solution);
+    }
+    arm.move_joint_waypoints(joints, /*time_sec=*/2.0, /*speed_percent=*/0.0, /*control_hz=*/400.0);
+    wait(2.5);
+    const auto pose = arm.get_end_effector_pose();
+    std::cout << "tool at " << pose[0] << ", " << pose[1] << ", " << pose[2] << " m\n";
+  } catch (const std::exception& error) {
+    std::cerr << "tool_pose: " << error.what() << '\n';
+    return 1;
+  }
+}

@@ -1,0 +1,167 @@
+"""A second waypoint planner, and a search for its plan among the commands of a bus log.
+
+Written from the rules of the plan alone, in another language and another form (plain polynomials),
+so that a mistake of the library's planner shows as a difference on the wire.
+"""
+
+import itertools
+import math
+
+import numpy as np
+
+PMAX = 12.5
+VMAX = [8.0] * 3 + [30.0] * 3
+
+
+def blend(points, i, j):
+    if i in (0, len(points) - 1):
+        return 0.0
+    before, after = points[i][j] - points[i - 1][j], points[i + 1][j] - points[i][j]
+    return 0.5 * (before + after) if before * after > 0 else 0.0
+
+
+def coefficients(q0, q1, vs, ve):
+    delta, dv = q1 - q0 - vs, ve - vs
+    return [q0, vs, 0.0, 10 * delta - 4 * dv, 7 * dv - 15 * delta, 6 * delta - 3 * dv]
+
+
+def derivative(poly):
+    return [k * c for k, c in enumerate(poly)][1:]
+
+
+def value(poly, s):
+    return sum(c * s**k for k, c in enumerate(poly))
+
+
+def limit_duration(polys, ends, limits, hz):
+    T = 1.0 / hz
+    for poly, (q0, q1, vs, ve), (v, a, jerk) in zip(polys, ends, limits):
+        D = max(abs(ve), abs(vs), abs(q1 - q0))
+        first = derivative(poly)
+        second = derivative(first)
+        scan = [k / 64 for k in range(65)]
+        peaks = [max(abs(value(p, s)) for s in scan) for p in (first, second, derivative(second))]
+        T = max(T, D / v, math.sqrt(D / a), math.cbrt(D / jerk) if D else 0.0)
+        T = max(T, peaks[0] / v, math.sqrt(peaks[1] / a), peaks[2] ** (1 / 3) / jerk ** (1 / 3))
+    return max(math.ceil(T * hz), 1) / hz
+
+
+def share(durations, time_s, hz):
+    total = max(round_half_away(time_s * hz), len(durations))
+    steps = [max(math.floor(T / sum(durations) * total), 1) for T in durations]
+    for i in itertools.cycle(range(len(steps))):
+        if sum(steps) >= total:
+            break
+        steps[i] += 1
+    for i in itertools.cycle(range(len(steps))):
+        if sum(steps) <= total or sum(steps) <= len(steps):
+            break
+        steps[i] -= 1 if steps[i] > 1 else 0
+    return steps
+
+
+def round_half_away(x):
+    return math.floor(x + 0.5)
+
+
+def plan(start, waypoints, limits, hz, speed=None, time_s=None):
+    """Samples (q, dq) of six joints; limits: per joint (velocity, acceleration, jerk)."""
+    points = [start]
+    for point in waypoints:
+        if max(abs(a - b) for a, b in zip(point, points[-1])) > 1e-9:
+            points.append(point)
+    scale = 1.0 if time_s else speed
+    limits = [(v * scale, a, jerk) for v, a, jerk in limits]
+    segments = []
+    for i in range(len(points) - 1):
+        ends = [
+            (points[i][j], points[i + 1][j], blend(points, i, j), blend(points, i + 1, j))
+            for j in range(6)
+        ]
+        segments.append((ends, [coefficients(*end) for end in ends]))
+    durations = [limit_duration(polys, ends, limits, hz) for ends, polys in segments]
+    if time_s:
+        steps = share(durations, time_s, hz)
+    else:
+        steps = [max(round_half_away(hz * T), 1) for T in durations]
+    samples = []
+    for (_, polys), count in zip(segments, steps):
+        for k in range(0 if not samples else 1, count + 1):
+            s, T = k / count, count / hz
+            samples.append(
+                ([value(p, s) for p in polys], [value(derivative(p), s) / T for p in polys])
+            )
+    return samples
+
+
+def to_uint(x, limit, bits):
+    return int((min(max(x, -limit), limit) + limit) / (2 * limit) * ((1 << bits) - 1))
+
+
+def from_uint(raw, limit, bits):
+    return -limit + raw / ((1 << bits) - 1) * (2 * limit)
+
+
+def words_of(x, limit, bits):
+    """The words as which this value may be sent: two, if rounding decides."""
+    step = 2 * limit / ((1 << bits) - 1)
+    return {to_uint(x + shift * step, limit, bits) for shift in (-1e-9, 0.0, 1e-9)}
+
+
+def on_wire(sample, signs):
+    """Position and velocity of every joint as the frames may carry them."""
+    return [
+        (words_of(q * sign, PMAX, 16), words_of(dq * sign, vmax, 12))
+        for q, dq, sign, vmax in zip(*sample, signs, VMAX)
+    ]
+
+
+def matches(cycle, sample):
+    return all(
+        word in words
+        for joint, joint_words in zip(cycle, sample)
+        for word, words in zip(joint, joint_words)
+    )
+
+
+def possible_starts(words, signs):
+    """The measured angles, themselves read off the wire, that are sent as these words."""
+    choices = []
+    for (word, _), sign in zip(words, signs):
+        angles = [from_uint(raw, PMAX, 16) * sign for raw in (word, word + 1)]
+        choices.append([q for q in angles if to_uint(q * sign, PMAX, 16) == word])
+    return [list(start) for start in itertools.product(*choices)]
+
+
+def follows(cycles, samples):
+    """Whether the cycles pass through the samples in order, from the first to the last, and are
+    nothing else; (cycles used, samples met) or None. A late cycle skips samples."""
+    end = len(samples) - 1
+    while samples[end - 1] == samples[-1]:
+        end -= 1  # from here on they look alike
+    k, met = 0, {0}
+    for used, cycle in enumerate(cycles):
+        while k < len(samples) and not matches(cycle, samples[k]):
+            k += 1
+        if k == len(samples):
+            return None
+        met.add(k)
+        if k >= end:
+            return used + 1, len(met)
+    return None
+
+
+def find_plan(cycles, waypoints, limits, signs, **mode):
+    """Looks for the plan's samples among the commanded words of each cycle."""
+    still = np.array([a == b for a, b in zip(cycles, cycles[1:])])
+    for i in range(20, len(cycles) - 1):
+        if still[i] or not still[i - 20 : i].all():
+            continue
+        for first in (i + 1, i):  # the first sample may look like the pose held before it
+            for start in possible_starts(cycles[first], signs):
+                samples = [on_wire(s, signs) for s in plan(start, waypoints, limits, **mode)]
+                found = matches(cycles[first], samples[0]) and follows(cycles[first:], samples)
+                # Cycles that came late are caught up, so there are about as many as samples.
+                if found and found[0] > 0.8 * len(samples):
+                    return len(samples), *found
+    return None
