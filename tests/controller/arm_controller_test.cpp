@@ -2,6 +2,7 @@
 
 #include "kelvara/arm_controller.hpp"
 
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <limits>
@@ -63,6 +64,46 @@ TEST(ArmControllerWithGripper, ClosesItAtTheStartAndMovesItsJawsAsTold) {
   EXPECT_LT((arm.get_joint() - q).norm(), 0.1);
 }
 
+TEST(OverTorque, WarnsThenStopsTheArmAndLeavesTheProcessAlive) {
+  CapturedOutput output;
+  SimulatedHardware hardware(false, {.with_gripper = false, .load_kg = 0.0, .start = {}});
+  hardware.arm().set_tool_force({0.0, 30.0, 0.0});  // 7.6 N·m about joint 5, 0.25 m away
+  hardware.live();
+  ArmController arm(false, VirtualBus::kInterface, false, MIT_MODE);
+  const auto said = [&](const std::string& text) {
+    for (int tries = 0; tries < 2500; ++tries) {
+      if (output.err().find(text) != std::string::npos) {
+        return true;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  };
+  ASSERT_TRUE(said("[torque_monitor] trigger emergency_stop on joint 5, avg_torque="));
+  EXPECT_TRUE(said("[control_loop] loop exited. exit_flag=1 emergency_stop_flag=1\n"));
+  EXPECT_TRUE(said("[torque_monitor] loop exited. exit_flag=1 emergency_stop_flag=1\n"));
+  const std::string lines = output.out();
+  const std::string lasting = " 平均力矩超阈值已持续 ";
+  const std::size_t warning = lines.find("⚠️ 警告：电机5 平均力矩：");
+  const std::size_t stop = lines.find("❌ 电机5" + lasting);
+  ASSERT_NE(stop, std::string::npos);
+  ASSERT_LT(warning, stop);
+  // A pass adds what has passed; the first line comes with the pass that reaches the limit.
+  const auto seconds_at = [&](std::size_t from) {
+    return std::stod(lines.substr(lines.find(lasting, from) + lasting.size()));
+  };
+  EXPECT_GE(seconds_at(warning), 2.0);
+  EXPECT_GE(seconds_at(stop), 6.0);
+  EXPECT_LT(seconds_at(lines.rfind("⚠️ 警告：电机5", stop)), 6.0);
+  EXPECT_NO_THROW(arm.set_joint(std::vector<double>(6, 0.0), 1.0));
+  EXPECT_TRUE(arm.get_joint().allFinite());
+  arm.cleanup();
+  hardware.halt();
+  for (std::size_t i = 0; i < 6; ++i) {
+    EXPECT_FALSE(hardware.arm().motor(i).is_enabled()) << i;
+  }
+}
+
 struct RunningController : ::testing::Test {
   RunningController() {
     hardware.live();
@@ -89,28 +130,72 @@ struct RunningController : ::testing::Test {
   std::unique_ptr<ArmController> arm;
 };
 
-TEST_F(RunningController, GoesHomeAndMovesWhileEveryQueryIsAskedFromOtherThreads) {
-  std::atomic<bool> stop{false};
-  std::vector<std::thread> readers;
-  for (int k = 0; k < 4; ++k) {
-    readers.emplace_back([&] {
-      while (!stop) {
-        EXPECT_TRUE(arm->get_joint().allFinite());
-        EXPECT_TRUE(arm->get_joint_velocities().allFinite());
-        EXPECT_TRUE(arm->get_joint_torques().allFinite());
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-      }
-    });
-  }
+TEST_F(RunningController, GoesHomeAndToTargets) {
   EXPECT_TRUE(arrives_at(Eigen::VectorXd::Zero(6)));
   arm->set_joint({0.3, 0.2, -0.1, 0.2, -0.3, 0.4}, 0.5);
   EXPECT_TRUE(arrives_at((Eigen::VectorXd(6) << 0.3, 0.2, -0.1, 0.2, -0.3, 0.4).finished()));
   arm->set_joint_raw({0, 0, 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0});
   EXPECT_TRUE(arrives_at(Eigen::VectorXd::Zero(6)));
-  stop = true;
-  for (std::thread& reader : readers) {
-    reader.join();
+}
+
+#ifdef __SANITIZE_THREAD__
+constexpr std::chrono::seconds kBusyTime{10};
+#else
+constexpr std::chrono::seconds kBusyTime{2};
+#endif
+
+TEST_F(RunningController, TakesEveryCallFromFourThreadsAtOnce) {
+  const auto end = std::chrono::steady_clock::now() + kBusyTime;
+  const auto repeat = [end](auto action) {
+    return std::thread([end, action] {
+      for (int k = 0; std::chrono::steady_clock::now() < end; ++k) {
+        action(k);
+        std::this_thread::sleep_for(std::chrono::microseconds(500));
+      }
+    });
+  };
+  const std::vector<double> there{0.3, 0.2, -0.1, 0.2, -0.3, 0.4};
+  const std::vector<double> home(6, 0.0);
+  std::atomic<int> solved{0};
+  std::array<std::thread, 4> threads{
+      repeat([&](int) {
+        EXPECT_TRUE(arm->get_joint().allFinite());
+        EXPECT_TRUE(arm->get_joint_velocities().allFinite());
+        EXPECT_TRUE(arm->get_joint_torques().allFinite());
+        EXPECT_EQ(arm->get_gripper_distance(), -1.0);
+      }),
+      repeat([&](int k) {
+        switch (k % 400) {
+          case 0:
+            return arm->set_joint(there, 0.15);
+          case 100:
+            return arm->move_joint_waypoints({there, home}, 0.4, 0.0, 400.0);
+          case 200:
+            return arm->set_joint_raw(home, home);
+          case 300:
+            return arm->identify_gravity_compensation();
+          default:
+            return;
+        }
+      }),
+      repeat([&](int) {
+        solved += arm->solve_ik({0.5, 0.1, 0.3}, {0, 0, 0}, home) ? 1 : 0;
+        EXPECT_TRUE(std::isfinite(arm->get_end_effector_pose()[0]));
+      }),
+      repeat([&](int k) {
+        if (k % 200 < 50) {
+          arm->set_end_effector_pose_raw({0.55, 0.0005 * (k % 50), 0.33}, {0, 0, 0});
+        } else if (k % 200 == 100) {
+          arm->set_end_effector_pose({0.5, 0.1, 0.3}, {0, 0, 0}, 0.2);
+        }
+      })};
+  for (std::thread& thread : threads) {
+    thread.join();
   }
+  EXPECT_GT(solved, 0);
+  EXPECT_EQ(output.err().find("exception"), std::string::npos) << output.err();
+  arm->set_joint(home, 0.5);
+  EXPECT_TRUE(arrives_at(Eigen::VectorXd::Zero(6)));
 }
 
 TEST_F(RunningController, RefusesBadArgumentsBeforeAnythingChanges) {
