@@ -75,6 +75,7 @@ def judge_move(record, begin, end, next_begin):
             {
                 "start": start,
                 "target": target,
+                "travel": np.ptp(asked),
                 "peak_error": np.abs(during[:, 4] - during[:, 1]).max(),
                 "end_error": abs(np.median(whole[-20:, 1]) - target),
                 "overshoot": max(
@@ -144,9 +145,9 @@ def print_moves(report):
     print("  move     from      to   travel   peak error   end error   overshoot")
     for number, move in enumerate(report["moves"], 1):
         joints = move["joints"]
-        travelled = max(abs(row["target"] - row["start"]) for row in joints)
-        peak, end, over = (
-            max(row[key] for row in joints) for key in ("peak_error", "end_error", "overshoot")
+        travelled, peak, end, over = (
+            max(row[key] for row in joints)
+            for key in ("travel", "peak_error", "end_error", "overshoot")
         )
         print(
             f"  {number:4d} {move['begin']:6.2f} s {move['end']:5.2f} s {travelled:8.3f} {peak:12.4f}"
