@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "controller/arm_controller_impl.hpp"
+#include "kelvara/kinematics/kinematics.hpp"
 #include "support/captured_output.hpp"
 #include "support/simulated_hardware.hpp"
 
@@ -81,6 +82,20 @@ TEST_P(SteadyState, CyclesAllocateNothing) {
   free(malloc(1));
   counting = false;
   EXPECT_EQ(allocations, 1) << "the counter counts";
+}
+
+TEST(JacobianIk, AllocatesNothingForAnIteration) {
+  CapturedOutput output;
+  const RobotKinematics model;
+  const Eigen::VectorXd seed = Eigen::VectorXd::Constant(6, 0.3);
+  const auto allocations_of = [&](int iterations) {
+    allocations = 0;
+    counting = true;
+    model.inverse_kinematics_jacobian({5, 0, 0}, {0, 0, 0}, seed, 1e-4, 1e-4, iterations, 0.005);
+    counting = false;
+    return allocations;
+  };
+  EXPECT_EQ(allocations_of(20), allocations_of(90)) << "the failure's line is as long";
 }
 
 INSTANTIATE_TEST_SUITE_P(BothModes, SteadyState,
