@@ -137,6 +137,9 @@ void SimulatedArmBus::send(const canfd_frame& frame) {
 void SimulatedArmBus::answer(const canfd_frame& frame) {
   replies_.clear();
   arm_.receive(frame, replies_);
+  if (change_) {
+    change_(replies_);
+  }
   for (const canfd_frame& reply : replies_) {
     send(reply);
   }

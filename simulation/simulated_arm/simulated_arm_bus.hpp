@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulation/simulated_arm/simulated_arm.hpp"
@@ -37,6 +38,10 @@ class SimulatedArmBus {
   /// @throws std::runtime_error when the interface has gone.
   int handle_frames(std::chrono::nanoseconds timeout);
 
+  /// For tests: lets `change` alter, drop, add or hold back the answers to each frame.
+  using ReplyChange = std::function<void(std::vector<canfd_frame>&)>;
+  void change_replies(ReplyChange change) { change_ = std::move(change); }
+
   /// Milliseconds given up so far.
   std::uint64_t slipped_ms() const { return slipped_ms_; }
 
@@ -51,6 +56,7 @@ class SimulatedArmBus {
   bool fd_frames_;
   int socket_ = -1;
   std::vector<canfd_frame> replies_;
+  ReplyChange change_;
   std::uint64_t slipped_ms_ = 0;
 };
 

@@ -42,7 +42,8 @@ bool exchange_error_code(unsigned master_id, int new_code, int& old_code) {
   // Keyed by identifier alone, so controllers on different buses share entries, and their threads
   // share the map: hence the lock, never contended with a single controller.
   static std::mutex mutex;
-  static std::unordered_map<unsigned, int> last_error_code;
+  // Never destroyed: a process may exit while its control threads run.
+  static auto& last_error_code = *new std::unordered_map<unsigned, int>;
   const std::lock_guard<std::mutex> lock(mutex);
   const auto [entry, inserted] = last_error_code.try_emplace(master_id, new_code);
   old_code = inserted ? 0 : entry->second;

@@ -1,6 +1,18 @@
 #include "kelvara/hardware/kelvara.hpp"
 
+#include <algorithm>
+#include <chrono>
+
 namespace kelvara::can::socket {
+namespace {
+
+// A bus that is never quiet must not hold its reader for ever. What all motors answer in a cycle,
+// several times over, is always read; beyond that a call may last so many of its time-outs.
+constexpr int kNoFloodFrames = 64;
+constexpr int kFloodTimeouts = 10;
+constexpr std::chrono::microseconds kFloodTime{1000};  // at least
+
+}  // namespace
 
 using damiao_motor::DMDeviceCollection;
 
@@ -35,7 +47,12 @@ void Kelvara::register_dm_device_collection(DMDeviceCollection& collection) {
 }
 
 void Kelvara::recv_all(int timeout_us) {
-  while (socket_->is_data_available(timeout_us) && receive_one()) {
+  const auto end = std::chrono::steady_clock::now() +
+                   std::max(kFloodTimeouts * std::chrono::microseconds(timeout_us), kFloodTime);
+  for (int frames = 1; socket_->is_data_available(timeout_us) && receive_one(); ++frames) {
+    if (frames >= kNoFloodFrames && std::chrono::steady_clock::now() >= end) {
+      return;
+    }
   }
 }
 

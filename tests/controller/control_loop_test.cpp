@@ -5,61 +5,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "controller/arm_controller_impl.hpp"
-#include "support/captured_output.hpp"
-#include "support/simulated_hardware.hpp"
+#include "support/closed_loop.hpp"
 
 namespace {
 
 using kelvara::controller::JointArray;
 using kelvara::controller::kChainGravity;
 using kelvara::controller::kJointTarget;
-using kelvara::controller::TimePoint;
 using kelvara::damiao_motor::ControlMode;
 using kelvara::damiao_motor::MIT_MODE;
 using kelvara::damiao_motor::POS_VEL_MODE;
-
-constexpr std::chrono::microseconds kPeriod{2500};
-
-/// A controller without threads, and the arm that it drives.
-struct ClosedLoop {
-  explicit ClosedLoop(ControlMode mode, const JointArray& start = {})
-      : hardware(false, {.with_gripper = true, .load_kg = 0.0, .start = start}) {
-    hardware.answer();
-    impl =
-        std::make_unique<ArmController::Impl>(VirtualBus::kInterface, false, nullptr, true, mode);
-    hardware.halt();
-    impl->begin_loop(now);
-  }
-
-  /// One cycle; `extra_frames` beside the joints' commands and the feedback requests.
-  void cycle(int extra_frames = 0) {
-    const TimePoint feedback_before = impl->next_feedback;
-    impl->run_cycle(now);
-    const int requests = impl->next_feedback == feedback_before ? 0 : 6;
-    hardware.step(6 + requests + extra_frames, kPeriod);
-    now += kPeriod;
-  }
-
-  JointArray true_positions() const { return hardware.arm().joint_positions(); }
-
-  CapturedOutput output;
-  mutable SimulatedHardware hardware;
-  TimePoint now{std::chrono::hours(1)};
-  std::unique_ptr<ArmController::Impl> impl;
-};
-
-double commanded_position(const BusFrame& frame) {
-  if (frame.id < 0x100) {
-    const auto raw = static_cast<std::uint16_t>(std::stoul(frame.data.substr(0, 4), nullptr, 16));
-    return kelvara::damiao_motor::uint_to_double(raw, -12.5, 12.5, 16);
-  }
-  std::array<std::uint8_t, 4> bytes{};
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    bytes[i] = static_cast<std::uint8_t>(std::stoul(frame.data.substr(2 * i, 2), nullptr, 16));
-  }
-  return kelvara::damiao_motor::uint8s_to_float(bytes);
-}
 
 struct Tracking : ::testing::TestWithParam<ControlMode> {};
 

@@ -27,6 +27,11 @@ class SimulatedHardware {
   VirtualBus& bus() { return bus_; }
   SimulatedArm& arm() { return arm_; }
 
+  /// Lets `change` alter the answers to each frame.
+  void change_replies(kelvara::simulation::SimulatedArmBus::ReplyChange change) {
+    port_.change_replies(std::move(change));
+  }
+
   /// Answers frames on a thread, without letting time pass; late, if so wished.
   void answer(std::chrono::milliseconds delay = std::chrono::milliseconds(0)) {
     thread_ = std::thread([this, delay] {

@@ -38,7 +38,8 @@ class KELVARA_EXPORT Kelvara {
   /// commands go to; twice registered, twice commanded. It must outlive this object.
   void register_dm_device_collection(damiao_motor::DMDeviceCollection& collection);
 
-  /// Reads and dispatches frames until the bus has been quiet for `timeout_us` microseconds.
+  /// Reads and dispatches frames until the bus has been quiet for `timeout_us` microseconds. On a
+  /// bus that is never quiet it returns after ten time-outs (at least 1 ms) and 64 frames.
   void recv_all(int timeout_us);
 
   // Group commands: the same operation on every registered collection, in order of registration.

@@ -1,0 +1,282 @@
+// What the bus and the motors can do wrong while the arm moves: every fault strikes in the middle
+// of the same move, for 60 cycles (150 ms), on a loop whose time is the test's.
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cmath>
+#include <deque>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/closed_loop.hpp"
+
+namespace {
+
+using kelvara::controller::JointArray;
+using kelvara::damiao_motor::ControlMode;
+using kelvara::damiao_motor::MIT_MODE;
+using kelvara::damiao_motor::POS_VEL_MODE;
+using Replies = std::vector<canfd_frame>;
+
+constexpr std::size_t kStruck = 2;  // the motor that a single motor's fault strikes
+constexpr double kPeakRate = 2.1875;
+const JointArray kTarget{0.6, 0.5, -0.4, 0.5, -0.6, 0.8};
+
+struct Fault {
+  const char* name;
+  std::function<void(ClosedLoop&)> begin;
+  std::function<void(ClosedLoop&)> end;
+  bool bus_takes_frames = true;
+  int cycles = 60;
+  bool motors_let_go = false;  // then the way back is a controller made anew
+  const char* line = "";       // on standard error
+};
+
+/// A fault in the answers: `change` is applied to those of every frame.
+Fault in_replies(const char* name, std::function<void(Replies&)> change, const char* line = "") {
+  return {name,
+          [change](ClosedLoop& loop) { loop.hardware.change_replies(change); },
+          [](ClosedLoop& loop) { loop.hardware.change_replies({}); },
+          true,
+          60,
+          false,
+          line};
+}
+
+Fault in_identifiers(const char* name, canid_t flag) {
+  return in_replies(name, [flag](Replies& replies) {
+    for (canfd_frame& reply : replies) {
+      reply.can_id |= flag;
+    }
+  });
+}
+
+Fault silence(const char* name, int cycles, bool lasting) {
+  return {
+      name,
+      [](ClosedLoop& loop) { loop.hardware.arm().motor(kStruck).set_silent(true); },
+      [](ClosedLoop& loop) { loop.hardware.arm().motor(kStruck).set_silent(false); },
+      true,
+      cycles,
+      lasting,
+      lasting ? "[DM ERR] recv_id=0x13 feedback_id=3 ERR: 0x1 -> 0xd (Communication lost)" : ""};
+}
+
+Fault interface_down(const char* name, int cycles, bool lasting) {
+  return {
+      name,
+      [](ClosedLoop& loop) { loop.hardware.bus().hub().set_up(false); },
+      [](ClosedLoop& loop) { loop.hardware.bus().hub().set_up(true); },
+      false,
+      cycles,
+      lasting,
+      lasting ? "[DM ERR] recv_id=0x16 feedback_id=6 ERR: 0x1 -> 0xd (Communication lost)" : ""};
+}
+
+std::vector<Fault> faults() {
+  const auto lose_third = [count = 0](Replies& replies) mutable {
+    if (++count % 3 == 0) {
+      replies.clear();
+    }
+  };
+  const auto double_all = [](Replies& replies) {
+    replies.insert(replies.end(), replies.begin(), replies.end());
+  };
+  const auto delay = [held = std::deque<canfd_frame>()](Replies& replies) mutable {
+    held.insert(held.end(), replies.begin(), replies.end());
+    replies.clear();
+    while (held.size() > 60) {  // some 15 ms
+      replies.push_back(held.front());
+      held.pop_front();
+    }
+  };
+  const auto shorten = [](Replies& replies) {
+    std::for_each(replies.begin(), replies.end(), [](canfd_frame& reply) { reply.len = 5; });
+  };
+  const auto flood = [](Replies& replies) {
+    canfd_frame stranger{};
+    stranger.can_id = 0x30;
+    stranger.len = 8;
+    replies.insert(replies.end(), 200, stranger);
+  };
+  const auto misname = [](Replies& replies) {
+    std::for_each(replies.begin(), replies.end(), [](canfd_frame& reply) { reply.can_id += 0x40; });
+  };
+  const auto jump = [](Replies& replies) {
+    for (canfd_frame& reply : replies) {
+      reply.data[1] = static_cast<std::uint8_t>(reply.data[1] + 5);  // half a radian
+    }
+  };
+  return {
+      in_replies("answers_lost", lose_third),
+      in_replies("every_answer_lost", [](Replies& replies) { replies.clear(); }),
+      in_replies("answers_doubled", double_all),
+      in_replies("answers_late", delay),
+      in_replies("answers_short", shorten),
+      in_replies("answers_misnamed", misname),
+      in_replies("answers_flooded", flood),
+      in_replies("encoders_jump", jump),
+      in_identifiers("answers_extended", CAN_EFF_FLAG),
+      in_identifiers("answers_remote", CAN_RTR_FLAG),
+      in_identifiers("error_frames", CAN_ERR_FLAG),
+      silence("motor_silent_for_a_moment", 12, false),
+      silence("motor_silent", 60, true),
+      interface_down("interface_down_for_a_moment", 12, false),
+      interface_down("interface_down", 60, true),
+      {"transmit_queue_full",
+       [](ClosedLoop& loop) { loop.hardware.bus().hub().fail_next_writes_with_enobufs(1'000'000); },
+       [](ClosedLoop& loop) { loop.hardware.bus().hub().fail_next_writes_with_enobufs(0); }, false,
+       12},
+  };
+}
+
+/// The commands on the bus: how far one goes from the one before, and whether it is a number.
+class CommandWatch {
+ public:
+  void look() {
+    for (const BusFrame& frame : witness_.receive(std::chrono::milliseconds(0))) {
+      const std::uint32_t joint = (frame.id & 0xFU) - 1;
+      const bool command = joint < 6 && (frame.id < 0x10 || (frame.id & 0xF00U) == 0x100) &&
+                           frame.data.compare(0, 14, "FFFFFFFFFFFFFF") != 0;
+      if (!command) {
+        continue;
+      }
+      const double position = commanded_position(frame);
+      ASSERT_TRUE(std::isfinite(position));
+      if (seen_[joint]) {
+        largest_step_ = std::max(largest_step_, std::abs(position - last_[joint]));
+      }
+      seen_[joint] = true;
+      last_[joint] = position;
+    }
+  }
+  double largest_step() const { return largest_step_; }
+
+ private:
+  BusPeer witness_;
+  std::array<bool, 6> seen_{};
+  JointArray last_{};
+  double largest_step_ = 0.0;
+};
+
+double distance_from_target(const ClosedLoop& loop) {
+  double largest = 0.0;
+  for (std::size_t i = 0; i < 6; ++i) {
+    largest = std::max(largest, std::abs(loop.true_positions()[i] - kTarget[i]));
+  }
+  return largest;
+}
+
+/// A move of one second to the target, and its hold; the fault strikes at 0.25 s.
+void move_through(ClosedLoop& loop, const Fault& fault, CommandWatch& watch) {
+  loop.impl->publish_joint_trajectory_command({kTarget.begin(), kTarget.end()}, 1.0);
+  for (int k = 0; k < 600; ++k) {
+    if (k == 100) {
+      fault.begin(loop);
+    }
+    if (k == 100 + fault.cycles) {
+      fault.end(loop);
+    }
+    if (k >= 100 && k < 100 + fault.cycles && !fault.bus_takes_frames) {
+      loop.cycle_unheard();
+    } else {
+      loop.cycle();
+    }
+    watch.look();
+  }
+}
+
+// MIT mode on classic CAN, position/velocity mode on CAN-FD.
+struct BusFaults : ::testing::TestWithParam<std::tuple<Fault, ControlMode>> {};
+
+TEST_P(BusFaults, TheArmCarriesOnWithoutAJumpOrIsBroughtBack) {
+  const auto& [fault, mode] = GetParam();
+  ClosedLoop loop(mode, {}, mode == POS_VEL_MODE);
+  CommandWatch watch;
+  move_through(loop, fault, watch);
+  EXPECT_FALSE(loop.impl->exit_flag);
+  EXPECT_THAT(loop.output.err(), ::testing::HasSubstr(fault.line));
+  EXPECT_EQ(loop.output.err().find("exception"), std::string::npos);
+  const double cycle_s = std::chrono::duration<double>(ClosedLoop::kPeriod).count();
+  if (!fault.motors_let_go) {
+    // The longest way at the move's greatest speed; cycles that were not heard add up.
+    const double cycles = fault.bus_takes_frames ? 1.1 : fault.cycles + 1.1;
+    EXPECT_LT(watch.largest_step(), cycles * kPeakRate * 0.8 * cycle_s);
+  } else {
+    EXPECT_FALSE(loop.hardware.arm().motor(kStruck).is_enabled()) << "nothing enables it again";
+    loop.make_controller(mode);
+    const Fault none{"", [](ClosedLoop&) {}, [](ClosedLoop&) {}};
+    CommandWatch second_watch;
+    move_through(loop, none, second_watch);
+    EXPECT_LT(second_watch.largest_step(), 1.1 * kPeakRate * 3.0 * cycle_s) << "from where it sank";
+  }
+  EXPECT_LT(distance_from_target(loop), 0.02);
+}
+
+std::string case_name(const ::testing::TestParamInfo<BusFaults::ParamType>& chosen) {
+  const auto& [fault, mode] = chosen.param;
+  return std::string(fault.name) + (mode == MIT_MODE ? "_mit" : "_pos_vel");
+}
+
+INSTANTIATE_TEST_SUITE_P(InMotion, BusFaults,
+                         ::testing::Combine(::testing::ValuesIn(faults()),
+                                            ::testing::Values(MIT_MODE, POS_VEL_MODE)),
+                         case_name);
+
+struct MotorErrors : ::testing::TestWithParam<std::pair<unsigned, const char*>> {};
+
+TEST_P(MotorErrors, AreReportedOnceAndOneMotorLetsGoAlone) {
+  const auto& [code, text] = GetParam();
+  ClosedLoop loop(MIT_MODE);
+  CommandWatch watch;
+  const Fault error{
+      "", [code = code](ClosedLoop& l) { l.hardware.arm().motor(kStruck).raise_error(code); },
+      [](ClosedLoop&) {}};
+  move_through(loop, error, watch);
+  std::ostringstream line;
+  line << "[DM ERR] recv_id=0x13 feedback_id=3 ERR: 0x1 -> 0x" << std::hex << code << " (" << text
+       << ")";
+  const std::string lines = loop.output.err();
+  EXPECT_THAT(lines, ::testing::HasSubstr(line.str()));
+  EXPECT_EQ(lines.find(line.str()), lines.rfind(line.str()));
+  EXPECT_FALSE(loop.hardware.arm().motor(kStruck).is_enabled());
+  EXPECT_TRUE(loop.hardware.arm().motor(0).is_enabled());
+  EXPECT_NEAR(loop.true_positions()[0], kTarget[0], 0.02) << "the others go on";
+  loop.make_controller(MIT_MODE);
+  EXPECT_TRUE(loop.hardware.arm().motor(kStruck).is_enabled());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EachCode, MotorErrors,
+    ::testing::Values(std::pair{0x8U, "Over-voltage"}, std::pair{0x9U, "Under-voltage"},
+                      std::pair{0xAU, "Over-current"}, std::pair{0xBU, "MOS over-temperature"},
+                      std::pair{0xCU, "Coil over-temperature"},
+                      std::pair{0xDU, "Communication lost"}, std::pair{0xEU, "Overload"}));
+
+TEST(Flood, DoesNotKeepACycle) {
+  ClosedLoop loop(MIT_MODE);
+  loop.cycle();
+  std::atomic<bool> stop{false};
+  std::thread flooder([&stop] {
+    BusPeer peer;
+    while (!stop) {
+      peer.send({0x30, "00", false});
+    }
+  });
+  for (int k = 0; k < 20; ++k) {
+    loop.cycle();  // returns at all
+  }
+  stop = true;
+  flooder.join();
+  EXPECT_FALSE(loop.impl->exit_flag);
+}
+
+}  // namespace

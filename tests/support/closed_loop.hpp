@@ -1,0 +1,68 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "controller/arm_controller_impl.hpp"
+#include "support/captured_output.hpp"
+#include "support/simulated_hardware.hpp"
+
+/// A controller without threads, and the arm that it drives, with a gripper.
+struct ClosedLoop {
+  using ControlMode = kelvara::damiao_motor::ControlMode;
+  using JointArray = kelvara::controller::JointArray;
+  using TimePoint = kelvara::controller::TimePoint;
+  static constexpr std::chrono::microseconds kPeriod{2500};
+
+  explicit ClosedLoop(ControlMode mode, const JointArray& start = {}, bool can_fd = false)
+      : fd(can_fd), hardware(fd, {.with_gripper = true, .load_kg = 0.0, .start = start}) {
+    make_controller(mode);
+  }
+
+  /// Brings the motors up with a controller of its own, instead of the one before.
+  void make_controller(ControlMode mode) {
+    impl.reset();
+    hardware.answer();
+    impl = std::make_unique<ArmController::Impl>(VirtualBus::kInterface, fd, nullptr, true, mode);
+    hardware.halt();
+    impl->begin_loop(now);
+  }
+
+  /// One cycle; `extra_frames` beside the joints' commands and the feedback requests.
+  void cycle(int extra_frames = 0) {
+    const TimePoint feedback_before = impl->next_feedback;
+    impl->run_cycle(now);
+    const int requests = impl->next_feedback == feedback_before ? 0 : 6;
+    hardware.step(6 + requests + extra_frames, kPeriod);
+    now += kPeriod;
+  }
+
+  /// One cycle on a bus that takes no frame.
+  void cycle_unheard() {
+    impl->run_cycle(now);
+    hardware.step(0, kPeriod);
+    now += kPeriod;
+  }
+
+  JointArray true_positions() const { return hardware.arm().joint_positions(); }
+
+  bool fd;
+  CapturedOutput output;
+  mutable SimulatedHardware hardware;
+  TimePoint now{std::chrono::hours(1)};
+  std::unique_ptr<ArmController::Impl> impl;
+};
+
+inline double commanded_position(const BusFrame& frame) {
+  if (frame.id < 0x100) {
+    const auto raw = static_cast<std::uint16_t>(std::stoul(frame.data.substr(0, 4), nullptr, 16));
+    return kelvara::damiao_motor::uint_to_double(raw, -12.5, 12.5, 16);
+  }
+  std::array<std::uint8_t, 4> bytes{};
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    bytes[i] = static_cast<std::uint8_t>(std::stoul(frame.data.substr(2 * i, 2), nullptr, 16));
+  }
+  return kelvara::damiao_motor::uint8s_to_float(bytes);
+}
