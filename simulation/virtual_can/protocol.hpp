@@ -36,18 +36,22 @@ struct ControlMessage {
   SocketOptions options;
 };
 
-enum class PacketKind : std::uint32_t { kFrame = 0, kOwnFrame = 1, kError = 2 };
+/// A mark holds no frame: it makes a descriptor readable when its interface goes down. Whether its
+/// reader was told meanwhile, by a write perhaps, the socket finds out from the shared page.
+enum class PacketKind : std::uint32_t { kFrame = 0, kOwnFrame = 1, kMark = 2 };
 
 /// Goes before every packet from the hub.
 struct PacketHeader {
   PacketKind kind = PacketKind::kFrame;
-  std::uint32_t error = 0;    // errno of a kError packet, which holds no frame
+  std::uint32_t unused = 0;
   std::uint64_t time_ns = 0;  // when the frame passed, CLOCK_REALTIME
 };
 
 /// The page that an interface's hub shares with every process.
 struct InterfaceState {
   std::atomic<std::uint32_t> up{1};
+  std::atomic<std::uint32_t> downs{0};  // how often it went down
+  std::atomic<std::uint32_t> gone{0};   // 1 when the interface is there no more
   std::atomic<std::uint32_t> mtu{CANFD_MTU};
   std::atomic<std::uint32_t> failing_writes{0};  // so many writes fail with ENOBUFS
   std::atomic<std::uint64_t> frames{0};

@@ -86,6 +86,21 @@ ssize_t sendmsg(int fd, const msghdr* message, int flags) {
   return call(fd, message, flags);
 }
 
+int poll(pollfd* fds, nfds_t count, int timeout_ms) {
+  static auto* const call = next<decltype(poll)>("poll");
+  return call(fds, count, timeout_ms);
+}
+
+int ppoll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask) {
+  static auto* const call = next<decltype(ppoll)>("ppoll");
+  return call(fds, count, timeout, mask);
+}
+
+int select(int count, fd_set* readable, fd_set* writable, fd_set* urgent, timeval* timeout) {
+  static auto* const call = next<decltype(select)>("select");
+  return call(count, readable, writable, urgent, timeout);
+}
+
 unsigned if_nametoindex(const char* name) {
   static auto* const call = next<decltype(if_nametoindex)>("if_nametoindex");
   return call(name);

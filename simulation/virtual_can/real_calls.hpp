@@ -1,5 +1,7 @@
 #pragma once
 
+#include <poll.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 
@@ -23,6 +25,9 @@ ssize_t sendto(int fd, const void* buffer, size_t size, int flags, const sockadd
                socklen_t length);
 ssize_t recvmsg(int fd, msghdr* message, int flags);
 ssize_t sendmsg(int fd, const msghdr* message, int flags);
+int poll(pollfd* fds, nfds_t count, int timeout_ms);
+int ppoll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask);
+int select(int count, fd_set* readable, fd_set* writable, fd_set* urgent, timeval* timeout);
 unsigned if_nametoindex(const char* name);
 char* if_indextoname(unsigned index, char* name);
 

@@ -3,7 +3,9 @@
 
 #include <linux/can.h>
 #include <net/if.h>
+#include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -47,20 +49,27 @@ auto guarded(Operation operation) noexcept -> decltype(operation()) {
   return -1;
 }
 
-ssize_t receive(VirtualSocket& socket, void* buffer, size_t size, int flags) {
-  iovec part{buffer, size};
-  msghdr message{};
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
-  return guarded([&] { return socket.receive(message, flags); });
-}
-
-ssize_t send(VirtualSocket& socket, const void* buffer, size_t size, int flags) {
-  iovec part{const_cast<void*>(buffer), size};
-  msghdr message{};
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
-  return guarded([&] { return socket.send(message, flags); });
+/// Waits with one of the poll calls, and says of the virtual sockets what the kernel would.
+template <typename Wait>
+int poll_with(pollfd* fds, nfds_t count, Wait wait) {
+  for (nfds_t i = 0; i < count; ++i) {
+    VirtualSocket* can = find(fds[i].fd);
+    if (can != nullptr && (fds[i].events & POLLIN) != 0) {
+      can->settle();
+    }
+  }
+  const int found = wait();
+  if (found < 0) {
+    return found;
+  }
+  int ready = 0;
+  for (nfds_t i = 0; i < count; ++i) {
+    if (const VirtualSocket* can = find(fds[i].fd)) {
+      fds[i].revents = can->poll_result(fds[i].revents);
+    }
+    ready += fds[i].revents != 0 ? 1 : 0;
+  }
+  return ready;
 }
 
 }  // namespace
@@ -72,8 +81,8 @@ int socket(int domain, int type, int protocol) noexcept {
   if (domain != AF_CAN) {
     return real::socket(domain, type, protocol);
   }
-  if ((type & ~(SOCK_CLOEXEC | SOCK_NONBLOCK)) != SOCK_RAW || protocol != CAN_RAW) {
-    errno = EPROTONOSUPPORT;
+  if (const int error = VirtualSocket::refusal(type, protocol)) {
+    errno = error;
     return -1;
   }
   const int options = type & (SOCK_CLOEXEC | SOCK_NONBLOCK);
@@ -116,10 +125,9 @@ int ioctl(int fd, unsigned long request, ...) noexcept {
   void* argument = va_arg(arguments, void*);
   va_end(arguments);
   VirtualSocket* can = find(fd);
-  const bool of_interface = request == SIOCGIFINDEX || request == SIOCGIFNAME ||
-                            request == SIOCGIFFLAGS || request == SIOCGIFMTU;
-  return can == nullptr || !of_interface ? real::ioctl(fd, request, argument)
-                                         : guarded([&] { return can->ioctl(request, argument); });
+  return can == nullptr || !VirtualSocket::knows_ioctl(request)
+             ? real::ioctl(fd, request, argument)
+             : guarded([&] { return can->ioctl(request, argument); });
 }
 
 int setsockopt(int fd, int level, int name, const void* value, socklen_t length) noexcept {
@@ -135,7 +143,7 @@ int setsockopt(int fd, int level, int name, const void* value, socklen_t length)
 }
 
 int getsockopt(int fd, int level, int name, void* value, socklen_t* length) noexcept {
-  if (const VirtualSocket* can = find(fd)) {
+  if (VirtualSocket* can = find(fd)) {
     bool handled = false;
     const int result = can->getsockopt(level, name, value, length, handled);
     if (handled) {
@@ -147,12 +155,12 @@ int getsockopt(int fd, int level, int name, void* value, socklen_t* length) noex
 
 ssize_t read(int fd, void* buffer, size_t size) {
   VirtualSocket* can = find(fd);
-  return can == nullptr ? real::read(fd, buffer, size) : receive(*can, buffer, size, 0);
+  return can == nullptr ? real::read(fd, buffer, size) : recv(fd, buffer, size, 0);
 }
 
 ssize_t write(int fd, const void* buffer, size_t size) {
   VirtualSocket* can = find(fd);
-  return can == nullptr ? real::write(fd, buffer, size) : send(*can, buffer, size, 0);
+  return can == nullptr ? real::write(fd, buffer, size) : send(fd, buffer, size, 0);
 }
 
 ssize_t recvmsg(int fd, msghdr* message, int flags) {
@@ -173,9 +181,15 @@ ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, sockaddr* address
   if (can == nullptr) {
     return real::recvfrom(fd, buffer, size, flags, address, length);
   }
-  const ssize_t received = receive(*can, buffer, size, flags);
+  iovec part{buffer, size};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  message.msg_name = address;
+  message.msg_namelen = address != nullptr ? *length : 0;
+  const ssize_t received = guarded([&] { return can->receive(message, flags); });
   if (received >= 0 && address != nullptr) {
-    can->getsockname(address, length);
+    *length = message.msg_namelen;
   }
   return received;
 }
@@ -183,8 +197,16 @@ ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, sockaddr* address
 ssize_t sendto(int fd, const void* buffer, size_t size, int flags, const sockaddr* address,
                socklen_t length) {
   VirtualSocket* can = find(fd);
-  return can == nullptr ? real::sendto(fd, buffer, size, flags, address, length)
-                        : send(*can, buffer, size, flags);
+  if (can == nullptr) {
+    return real::sendto(fd, buffer, size, flags, address, length);
+  }
+  iovec part{const_cast<void*>(buffer), size};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  message.msg_name = const_cast<sockaddr*>(address);
+  message.msg_namelen = length;
+  return guarded([&] { return can->send(message, flags); });
 }
 
 ssize_t recv(int fd, void* buffer, size_t size, int flags) {
@@ -193,6 +215,24 @@ ssize_t recv(int fd, void* buffer, size_t size, int flags) {
 
 ssize_t send(int fd, const void* buffer, size_t size, int flags) {
   return sendto(fd, buffer, size, flags, nullptr, 0);
+}
+
+int poll(pollfd* fds, nfds_t count, int timeout_ms) {
+  return poll_with(fds, count, [&] { return real::poll(fds, count, timeout_ms); });
+}
+
+int ppoll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask) {
+  return poll_with(fds, count, [&] { return real::ppoll(fds, count, timeout, mask); });
+}
+
+int select(int count, fd_set* readable, fd_set* writable, fd_set* urgent, timeval* timeout) {
+  for (int fd = 0; readable != nullptr && fd < count; ++fd) {
+    VirtualSocket* can = FD_ISSET(fd, readable) ? find(fd) : nullptr;
+    if (can != nullptr) {
+      can->settle();
+    }
+  }
+  return real::select(count, readable, writable, urgent, timeout);
 }
 
 unsigned if_nametoindex(const char* name) noexcept {
@@ -221,6 +261,13 @@ ssize_t __recv_chk(int fd, void* buffer, size_t size, size_t /*buffer_size*/, in
 ssize_t __recvfrom_chk(int fd, void* buffer, size_t size, size_t /*buffer_size*/, int flags,
                        sockaddr* address, socklen_t* length) {
   return recvfrom(fd, buffer, size, flags, address, length);
+}
+int __poll_chk(pollfd* fds, nfds_t count, int timeout_ms, size_t /*buffer_size*/) {
+  return poll(fds, count, timeout_ms);
+}
+int __ppoll_chk(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask,
+                size_t /*buffer_size*/) {
+  return ppoll(fds, count, timeout, mask);
 }
 
 // NOLINTEND(bugprone-reserved-identifier)

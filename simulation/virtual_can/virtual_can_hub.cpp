@@ -177,6 +177,7 @@ class VirtualCanHub::Loop {
     if (real::write(stop_.get(), &one, sizeof(one)) == ssize_t{sizeof(one)}) {
       thread_.join();
     }
+    state_->gone = 1;
     unlink(interface_.socket_path().c_str());
     unlink(interface_.state_path().c_str());
   }
@@ -261,7 +262,7 @@ class VirtualCanHub::Loop {
       const bool was_bound = std::exchange(client.bound, true);
       client.options = message.options;
       if (!was_bound && state_->up == 0U) {
-        send_error(client, ENETDOWN);
+        send_mark(client);
       }
     } else {
       set_up(message.request == Request::kBringUp);
@@ -277,9 +278,10 @@ class VirtualCanHub::Loop {
     if (!was_up || up) {
       return;
     }
+    ++state_->downs;
     for (auto& [fd, client] : clients_) {
       if (client.bound) {
-        send_error(client, ENETDOWN);
+        send_mark(client);
       }
     }
   }
@@ -305,10 +307,9 @@ class VirtualCanHub::Loop {
     }
   }
 
-  void send_error(const Client& client, int error) {
+  void send_mark(const Client& client) {
     PacketHeader header;
-    header.kind = PacketKind::kError;
-    header.error = static_cast<std::uint32_t>(error);
+    header.kind = PacketKind::kMark;
     deliver(client.fd.get(), header, nullptr, 0);
   }
 

@@ -25,7 +25,7 @@ class VirtualCanHub {
   VirtualCanHub& operator=(const VirtualCanHub&) = delete;
 
   int interface_index() const;
-  /// Takes the interface down (every bound socket reads ENETDOWN once, writes fail) or up again.
+  /// Takes the interface down (every bound socket is told ENETDOWN once, writes fail) or up again.
   void set_up(bool up);
   /// Lets the next `count` writes of any socket fail with ENOBUFS.
   void fail_next_writes_with_enobufs(unsigned count);

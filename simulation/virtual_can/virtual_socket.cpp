@@ -1,10 +1,11 @@
 #include "simulation/virtual_can/virtual_socket.hpp"
 
+#include <fcntl.h>
 #include <linux/can/raw.h>
 #include <net/if.h>
+#include <net/if_arp.h>
 #include <sys/ioctl.h>
 #include <sys/time.h>
-#include <sys/uio.h>
 
 #include <algorithm>
 #include <array>
@@ -16,8 +17,6 @@
 
 namespace kelvara::simulation {
 namespace {
-
-constexpr std::size_t kMaxUserParts = 8;
 
 int fail(int error) {
   errno = error;
@@ -33,28 +32,36 @@ std::optional<InterfaceName> interface_to_bind(int index) {
   return interfaces.size() == 1 ? std::optional(interfaces.front()) : std::nullopt;
 }
 
-/// Copies a frame out of the caller's parts; its size, or 0 when it cannot be a frame.
-std::size_t gather(const msghdr& message, canfd_frame& frame) {
-  std::size_t size = 0;
-  for (std::size_t i = 0; i < message.msg_iovlen; ++i) {
-    const iovec& part = message.msg_iov[i];
-    if (size + part.iov_len > sizeof(frame)) {
-      return 0;
-    }
-    std::memcpy(reinterpret_cast<char*>(&frame) + size, part.iov_base, part.iov_len);
-    size += part.iov_len;
-  }
-  return size;
-}
-
 }  // namespace
 
-// ---- Set-up ---------------------------------------------------------------
+VirtualSocket::~VirtualSocket() { close_idle_end(); }
+
+void VirtualSocket::close_idle_end() {
+  if (idle_end_ >= 0) {
+    real::close(idle_end_);
+    idle_end_ = -1;
+  }
+}
+
+int VirtualSocket::refusal(int type, int protocol) {
+  constexpr int kProtocols = 8;  // CAN_NPROTO, which this system's headers do not always have
+  if (protocol < 0 || protocol >= kProtocols) {
+    return EINVAL;
+  }
+  if (protocol != CAN_RAW) {
+    return EPROTONOSUPPORT;
+  }
+  return (type & ~(SOCK_CLOEXEC | SOCK_NONBLOCK)) == SOCK_RAW ? 0 : EPROTOTYPE;
+}
+
+bool VirtualSocket::knows_ioctl(unsigned long request) {
+  return request == SIOCGIFINDEX || request == SIOCGIFNAME || request == SIOCGIFFLAGS ||
+         request == SIOCGIFMTU || request == SIOCGIFHWADDR || request == FIONREAD;
+}
 
 int VirtualSocket::bind(const sockaddr* address, socklen_t length) {
-  constexpr socklen_t kShortest = offsetof(sockaddr_can, can_addr);
   sockaddr_can wanted{};
-  if (length < kShortest || is_bound()) {
+  if (length < kAddressSize) {
     return fail(EINVAL);
   }
   std::memcpy(&wanted, address, std::min<std::size_t>(length, sizeof(wanted)));
@@ -66,6 +73,13 @@ int VirtualSocket::bind(const sockaddr* address, socklen_t length) {
   if (!state) {
     return fail(ENODEV);
   }
+  if (is_bound() && interface_.index == interface->index) {
+    bound_index_ = wanted.can_ifindex;
+    return 0;
+  }
+  if (state_ != nullptr && !replace_descriptor(real::socket(AF_UNIX, SOCK_SEQPACKET, 0))) {
+    return fail(ENOMEM);  // a Unix socket connects only once
+  }
   const sockaddr_un hub = hub_address(*interface);
   if (connect(fd_, reinterpret_cast<const sockaddr*>(&hub), sizeof(hub)) != 0) {
     return fail(ENODEV);
@@ -74,7 +88,29 @@ int VirtualSocket::bind(const sockaddr* address, socklen_t length) {
   real::setsockopt(fd_, SOL_SOCKET, SO_SNDBUF, &buffer_bytes, sizeof(buffer_bytes));
   interface_ = *interface;
   state_ = std::move(state);
-  return apply_options();
+  bound_index_ = wanted.can_ifindex;
+  const int result = apply_options();
+  // Binding to an interface that is down succeeds and leaves the error to be read.
+  told_downs_ = state_->downs - (state_->up != 0U ? 0U : 1U);
+  taken_marks_ = told_downs_;
+  told_gone_ = false;
+  close_idle_end();
+  return result;
+}
+
+bool VirtualSocket::replace_descriptor(int replacement) {
+  const int modes = fcntl(fd_, F_GETFL) & O_NONBLOCK;
+  const int close_on_exec = (fcntl(fd_, F_GETFD) & FD_CLOEXEC) != 0 ? O_CLOEXEC : 0;
+  for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+    timeval timeout{};
+    socklen_t length = sizeof(timeout);
+    real::getsockopt(fd_, SOL_SOCKET, option, &timeout, &length);
+    real::setsockopt(replacement, SOL_SOCKET, option, &timeout, length);
+  }
+  const bool done = replacement >= 0 && fcntl(replacement, F_SETFL, modes) == 0 &&
+                    dup3(replacement, fd_, close_on_exec) == fd_;
+  real::close(replacement);
+  return done;
 }
 
 int VirtualSocket::apply_options() {
@@ -89,18 +125,21 @@ int VirtualSocket::apply_options() {
 int VirtualSocket::getsockname(sockaddr* address, socklen_t* length) const {
   sockaddr_can name{};
   name.can_family = AF_CAN;
-  name.can_ifindex = interface_.index;
-  std::memcpy(address, &name, std::min<std::size_t>(*length, sizeof(name)));
-  *length = sizeof(name);
+  name.can_ifindex = is_bound() ? bound_index_ : 0;
+  std::memcpy(address, &name, std::min<std::size_t>(*length, kAddressSize));
+  *length = kAddressSize;
   return 0;
 }
 
 int VirtualSocket::ioctl(unsigned long request, void* argument) const {
+  if (request == FIONREAD) {
+    return fail(ENOTTY);
+  }
   auto& wish = *static_cast<ifreq*>(argument);
   const auto interface =
       request == SIOCGIFNAME
           ? find_interface(wish.ifr_ifindex)
-          : find_interface(std::string(wish.ifr_name, strnlen(wish.ifr_name, IFNAMSIZ)));
+          : find_interface(std::string(wish.ifr_name, strnlen(wish.ifr_name, IFNAMSIZ - 1)));
   const auto state = interface ? map_state(*interface) : nullptr;
   if (!state) {
     return fail(ENODEV);
@@ -115,6 +154,10 @@ int VirtualSocket::ioctl(unsigned long request, void* argument) const {
       return 0;
     case SIOCGIFMTU:
       wish.ifr_mtu = static_cast<int>(state->mtu);
+      return 0;
+    case SIOCGIFHWADDR:
+      wish.ifr_hwaddr = {};
+      wish.ifr_hwaddr.sa_family = ARPHRD_CAN;
       return 0;
     default:  // SIOCGIFFLAGS
       wish.ifr_flags = IFF_NOARP;
@@ -148,7 +191,7 @@ int VirtualSocket::set_flag(int level, int name, const void* value, socklen_t le
   }
   switch (name) {
     case CAN_RAW_ERR_FILTER:
-      options_.error_mask = static_cast<std::uint32_t>(flag);
+      options_.error_mask = static_cast<std::uint32_t>(flag) & CAN_ERR_MASK;
       return apply_options();
     case CAN_RAW_LOOPBACK:
       options_.loopback = flag != 0 ? 1 : 0;
@@ -181,10 +224,16 @@ int VirtualSocket::setsockopt(int level, int name, const void* value, socklen_t 
   return set_flag(level, name, value, length, handled);
 }
 
-int VirtualSocket::getsockopt(int level, int name, void* value, socklen_t* length,
-                              bool& handled) const {
-  handled = level == SOL_CAN_RAW;
+int VirtualSocket::getsockopt(int level, int name, void* value, socklen_t* length, bool& handled) {
+  handled = level == SOL_CAN_RAW ||
+            (level == SOL_SOCKET && (name == SO_ERROR || name == SO_TYPE || name == SO_DOMAIN));
   if (!handled) {
+    return 0;
+  }
+  if (level == SOL_SOCKET) {
+    const int answer = name == SO_ERROR ? take_error() : name == SO_TYPE ? SOCK_RAW : AF_CAN;
+    *length = std::min<socklen_t>(*length, sizeof(answer));
+    std::memcpy(value, &answer, *length);
     return 0;
   }
   if (name == CAN_RAW_FILTER) {
@@ -220,96 +269,6 @@ int VirtualSocket::getsockopt(int level, int name, void* value, socklen_t* lengt
   *length = std::min<socklen_t>(*length, sizeof(flag));
   std::memcpy(value, &flag, *length);
   return 0;
-}
-
-// ---- Frames ---------------------------------------------------------------
-
-void VirtualSocket::add_timestamp(msghdr& message, std::uint64_t time_ns) const {
-  const auto seconds = static_cast<time_t>(time_ns / 1'000'000'000U);
-  const auto rest = static_cast<long>(time_ns % 1'000'000'000U);
-  const timeval microseconds{seconds, rest / 1000};
-  const timespec nanoseconds{seconds, rest};
-  const bool nano = timestamp_option_ == SO_TIMESTAMPNS;
-  const std::size_t size = nano ? sizeof(nanoseconds) : sizeof(microseconds);
-  if (message.msg_control == nullptr || message.msg_controllen < CMSG_SPACE(size)) {
-    message.msg_controllen = 0;
-    message.msg_flags |= MSG_CTRUNC;
-    return;
-  }
-  cmsghdr* stamp = static_cast<cmsghdr*>(message.msg_control);
-  stamp->cmsg_level = SOL_SOCKET;
-  stamp->cmsg_type = timestamp_option_;
-  stamp->cmsg_len = CMSG_LEN(size);
-  const void* value = nano ? static_cast<const void*>(&nanoseconds) : &microseconds;
-  std::memcpy(CMSG_DATA(stamp), value, size);
-  message.msg_controllen = CMSG_SPACE(size);
-}
-
-ssize_t VirtualSocket::receive(msghdr& message, int flags) {
-  if (!is_bound()) {
-    return fail(EAGAIN);  // nothing ever arrives at a socket that is not bound
-  }
-  if (message.msg_iovlen > kMaxUserParts) {
-    return fail(EMSGSIZE);
-  }
-  PacketHeader header;
-  std::array<iovec, kMaxUserParts + 1> parts{{{&header, sizeof(header)}}};
-  std::copy_n(message.msg_iov, message.msg_iovlen, parts.begin() + 1);
-  msghdr packet{};
-  packet.msg_iov = parts.data();
-  packet.msg_iovlen = message.msg_iovlen + 1;
-  const ssize_t size = real::recvmsg(fd_, &packet, flags);
-  if (size < 0) {
-    return size;
-  }
-  if (size < ssize_t{sizeof(header)}) {
-    return fail(ENODEV);  // the hub has gone, and the interface with it
-  }
-  if (header.kind == PacketKind::kError) {
-    return fail(static_cast<int>(header.error));
-  }
-  message.msg_flags = (packet.msg_flags & MSG_TRUNC) | MSG_DONTROUTE |
-                      (header.kind == PacketKind::kOwnFrame ? MSG_CONFIRM : 0);
-  if (message.msg_name != nullptr) {
-    getsockname(static_cast<sockaddr*>(message.msg_name), &message.msg_namelen);
-  }
-  if (timestamp_option_ != 0) {
-    add_timestamp(message, header.time_ns);
-  } else {
-    message.msg_controllen = 0;
-  }
-  return size - ssize_t{sizeof(header)};
-}
-
-ssize_t VirtualSocket::send(const msghdr& message, int flags) {
-  if (!is_bound()) {
-    return fail(ENXIO);
-  }
-  canfd_frame frame{};
-  const std::size_t size = gather(message, frame);
-  const bool fd_allowed = options_.fd_frames != 0U && state_->mtu == CANFD_MTU;
-  const bool is_fd = size == CANFD_MTU;
-  if ((size != CAN_MTU && !(is_fd && fd_allowed)) ||
-      frame.len > (is_fd ? CANFD_MAX_DLEN : CAN_MAX_DLEN)) {
-    return fail(EINVAL);
-  }
-  if (is_fd) {
-    frame.flags |= CANFD_FDF;
-  }
-  if (state_->up == 0U) {
-    return fail(ENETDOWN);
-  }
-  std::uint32_t failing = state_->failing_writes;
-  while (failing != 0U) {
-    if (state_->failing_writes.compare_exchange_weak(failing, failing - 1)) {
-      return fail(ENOBUFS);
-    }
-  }
-  const ssize_t sent = real::sendto(fd_, &frame, size, flags | MSG_NOSIGNAL, nullptr, 0);
-  if (sent < 0 && (errno == EPIPE || errno == ECONNRESET)) {
-    return fail(ENXIO);
-  }
-  return sent;
 }
 
 }  // namespace kelvara::simulation

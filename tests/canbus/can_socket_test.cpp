@@ -49,7 +49,7 @@ TEST(CanSocket, CarriesWholeFramesBothWays) {
 
 TEST(CanSocket, CutsLongInterfaceNameToFifteenCharacters) {
   VirtualBus bus;
-  const simulation::VirtualCanHub hub("abcdefghijklmno");
+  const auto interface = make_interface("abcdefghijklmno");
   EXPECT_EQ(error_of("abcdefghijklmnopqrstuvwxyz"), "");
 }
 
@@ -58,7 +58,7 @@ TEST(CanSocket, RefusesInterfacesThatAreMissingOrDown) {
   CapturedOutput output;
   EXPECT_EQ(error_of("can9"), "Socket error: Failed to initialize socket for interface: can9");
   EXPECT_EQ(output.err(), "");
-  bus.hub().set_up(false);
+  bus.interface().set_up(false);
   EXPECT_EQ(error_of("can0"), "Socket error: Failed to initialize socket for interface: can0");
   EXPECT_EQ(output.err(),
             "CAN interface \"can0\" is DOWN. Did you run: sudo ip link set can0 up type can "
@@ -69,14 +69,16 @@ TEST(CanSocket, FailsQuietlyOnceClosedAndWhenTheBusFails) {
   VirtualBus bus;
   CANSocket socket(VirtualBus::kInterface, false);
   can_frame frame{};
-  bus.hub().fail_next_writes_with_enobufs(1);
+  bus.interface().set_queue_full(true);
   EXPECT_FALSE(socket.write_can_frame(frame));
+  bus.interface().set_queue_full(false);
   EXPECT_TRUE(socket.write_can_frame(frame));
-  bus.hub().set_up(false);
-  EXPECT_FALSE(socket.write_can_frame(frame));
+  bus.interface().set_up(false);
   EXPECT_TRUE(socket.is_data_available(2'000'000)) << "the error is there to be read";
   EXPECT_FALSE(socket.read_can_frame(frame));
-  bus.hub().set_up(true);
+  EXPECT_FALSE(socket.is_data_available(0)) << "it is told once";
+  EXPECT_FALSE(socket.write_can_frame(frame));
+  bus.interface().set_up(true);
   EXPECT_TRUE(socket.write_can_frame(frame));
   socket.cleanup();
   socket.cleanup();

@@ -25,17 +25,16 @@ void require(bool done, const char* what) {
 
 }  // namespace
 
-VirtualBus::VirtualBus(int mtu) {
+VirtualBus::VirtualBus() {
   std::string name = (std::filesystem::temp_directory_path() / "kelvara-bus-XXXXXX").string();
   require(mkdtemp(name.data()) != nullptr, "mkdtemp");
   directory_ = name;
   setenv("KELVARA_VIRTUAL_CAN_DIR", directory_.c_str(), 1);
-  hub_ = std::make_unique<kelvara::simulation::VirtualCanHub>(
-      kInterface, kelvara::simulation::VirtualCanHub::Options{mtu});
+  interface_ = make_interface(kInterface);
 }
 
 VirtualBus::~VirtualBus() {
-  hub_.reset();
+  interface_.reset();
   std::filesystem::remove_all(directory_);
 }
 

@@ -8,24 +8,39 @@
 #include <string>
 #include <vector>
 
-#include "simulation/virtual_can/virtual_can_hub.hpp"
+/// A CAN interface that is there, and up, until this is destroyed.
+class CanInterface {
+ public:
+  CanInterface() = default;
+  virtual ~CanInterface() = default;
+  CanInterface(const CanInterface&) = delete;
+  CanInterface& operator=(const CanInterface&) = delete;
 
-/// A virtual interface of a test's own, in a runtime directory of its own.
+  virtual void set_up(bool up) = 0;
+  /// While its queue is full every write fails with ENOBUFS.
+  virtual void set_queue_full(bool full) = 0;
+};
+
+/// Makes a virtual interface, or one of the kernel's in programs linked with kernel_interface.cpp
+/// in the place of virtual_interface.cpp.
+std::unique_ptr<CanInterface> make_interface(const std::string& name, int mtu = CANFD_MTU);
+
+/// One interface of a test's own, for virtual ones in a runtime directory of its own.
 class VirtualBus {
  public:
   static constexpr const char* kInterface = "can0";
 
-  explicit VirtualBus(int mtu = CANFD_MTU);
+  VirtualBus();
   ~VirtualBus();
   VirtualBus(const VirtualBus&) = delete;
   VirtualBus& operator=(const VirtualBus&) = delete;
 
-  kelvara::simulation::VirtualCanHub& hub() { return *hub_; }
-  void remove_interface() { hub_.reset(); }
+  CanInterface& interface() { return *interface_; }
+  void remove_interface() { interface_.reset(); }
 
  private:
   std::string directory_;
-  std::unique_ptr<kelvara::simulation::VirtualCanHub> hub_;
+  std::unique_ptr<CanInterface> interface_;
 };
 
 /// One frame as a test writes it: the identifier and the data as hex digits.
