@@ -19,6 +19,8 @@ packages_simulation=(libmujoco-dev can-utils)
 packages_report=(python3 python3-numpy python3-yaml python3-matplotlib)
 packages_test=(libgtest-dev libgmock-dev)
 packages_bench=(libbenchmark-dev)
+packages_kernel=(iproute2 can-utils)
+packages_user_mode_linux=(user-mode-linux kmod)
 packages_lint=(clang-format-14 clang-tidy-14 shellcheck)
 
 # install_packages NAME...: installs what is missing of these Debian packages; silent when nothing is.

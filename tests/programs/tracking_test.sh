@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# first_motion drives the simulated arm in real time; the bus report judges it from the log alone.
+# first_motion drives the simulated arm in real time; its frames are checked one by one, and the bus
+# report judges the motion from the log alone.
 # usage: tracking_test.sh BUILD_DIR [--pos-vel] [--fd]
 # Status 77 when the machine starved the programs: nothing can be told then.
-# shellcheck disable=SC2016 # the inner shells expand
 set -euo pipefail
 
 build=$(cd "$1" && pwd)
@@ -14,16 +14,8 @@ export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR
 work=$(mktemp -d)
 trap 'rm -rf "$work" "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
 
-arm_options=()
-[[ " $* " == *" --fd "* ]] && arm_options=(--fd)
-scripts/with-virtual-can bash -c '
-  work=$1 bin=$2; shift 2
-  candump -L can0 >"$work/log" &
-  "$bin/kelvara-simulated-arm" --interface can0 --no-gripper \
-    --start 0.4,-0.5,0.5,0.3,-0.4,0.5 '"${arm_options[*]}"' >"$work/ready" &
-  until grep -qs ready "$work/ready"; do sleep 0.05; done
-  "$bin/first_motion" can0 "$@"
-  kill $(jobs -p)' - "$work" "$build/bin" "$@"
+scripts/with-virtual-can tests/programs/record_session.sh "$build/bin" can0 "$work/log" "$@"
+/usr/bin/python3 tools/bus_report/check_session.py "$work/log" "$@"
 /usr/bin/python3 tools/bus_report/bus_report.py "$work/log" --json "$work/report.json"
 /usr/bin/python3 - "$work/report.json" <<'JUDGE'
 import json, sys

@@ -3,10 +3,11 @@
 import re
 import struct
 from dataclasses import dataclass, field
+from typing import NamedTuple
 
 import numpy as np
 
-LINE = re.compile(r"^\((\d+\.\d+)\) (\S+) ([0-9A-Fa-f]+)(##[0-9A-Fa-f]|#)([0-9A-Fa-f]*)")
+LINE = re.compile(r"^\((\d+\.\d+)\) (\S+) ([0-9A-Fa-f]+)(##[0-9A-Fa-f]|#)([0-9A-Fa-f]*)\s*$")
 # PMAX, VMAX, TMAX of joints 1 to 6
 RANGES = [(12.5, 8.0, 28.0)] * 3 + [(12.5, 30.0, 10.0)] * 3
 GRIPPER_RANGE = RANGES[5]
@@ -14,6 +15,13 @@ GRIPPER = 6
 NO_POSITION = "torque alone"
 SPECIAL = {b"\xff" * 7 + bytes([code]) for code in (0xFB, 0xFC, 0xFD, 0xFE)}
 CLASSIC_OVERHEAD_BITS = 47  # of a standard data frame, stuffing apart
+
+
+class Frame(NamedTuple):
+    time: float  # s
+    can_id: int
+    data: bytes
+    fd_flags: int | None  # None: a classic frame
 
 
 @dataclass
@@ -29,6 +37,15 @@ class Record:
     bits: int = 0
     duration: float = 0.0
     position_velocity: bool = False
+
+
+def parse_line(line):
+    """The frame in a line of a candump log, or None."""
+    match = LINE.match(line)
+    if not match or len(match[5]) % 2:
+        return None
+    fd_flags = int(match[4][2], 16) if len(match[4]) > 1 else None
+    return Frame(float(match[1]), int(match[3], 16), bytes.fromhex(match[5]), fd_flags)
 
 
 def unpack(raw, limit, bits):
@@ -72,11 +89,11 @@ def read_log(path, signs):
     waiting = [[] for _ in range(7)]  # commands not yet answered; None for those without motion
     with open(path, encoding="ascii", errors="replace") as log:
         for line in log:
-            match = LINE.match(line)
-            if not match or len(match[5]) % 2:
+            frame = parse_line(line)
+            if not frame:
                 continue
-            start = float(match[1]) if start is None else start
-            time, can_id, data = float(match[1]) - start, int(match[3], 16), bytes.fromhex(match[5])
+            start = frame.time if start is None else start
+            time, can_id, data = frame.time - start, frame.can_id, frame.data
             record.frames += 1
             record.bits += CLASSIC_OVERHEAD_BITS + 8 * len(data)
             record.duration = time
