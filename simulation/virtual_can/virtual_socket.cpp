@@ -92,7 +92,7 @@ int VirtualSocket::bind(const sockaddr* address, socklen_t length) {
   const int result = apply_options();
   // Binding to an interface that is down succeeds and leaves the error to be read.
   told_downs_ = state_->downs - (state_->up != 0U ? 0U : 1U);
-  taken_marks_ = told_downs_;
+  taken_marks_ = told_downs_.load();
   told_gone_ = false;
   close_idle_end();
   return result;

@@ -64,8 +64,8 @@ class VirtualSocket {
   std::shared_ptr<InterfaceState> state_;     // null until bound
   std::atomic<std::uint32_t> told_downs_{0};  // so often of the interface's downs
   std::atomic<bool> told_gone_{false};
-  std::uint32_t taken_marks_ = 0;  // as told_downs_, the reading thread's
-  int idle_end_ = -1;              // other end of what stands in for an interface that has gone
+  std::atomic<std::uint32_t> taken_marks_{0};  // as told_downs_: of the hub's marks
+  int idle_end_ = -1;  // other end of what stands in for an interface that has gone
   SocketOptions options_;
   int timestamp_option_ = 0;  // SO_TIMESTAMP, SO_TIMESTAMPNS or none
 };
