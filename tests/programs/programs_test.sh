@@ -51,6 +51,7 @@ expect 2 "not an interface name" "$bin/kelvara-virtual-can" run "can 0"
 expect 1 "no interface can9" "$bin/kelvara-virtual-can" down can9
 expect 2 "unknown argument" scripts/demo --slow
 expect 2 "unknown preset" scripts/test --preset fast
+expect 2 "unknown argument" scripts/test-kernel --fast
 expect 2 "usage: with-virtual-can" scripts/with-virtual-can
 
 # A name that is taken, an interface that is down, and a second arm.
@@ -64,4 +65,5 @@ expect 1 "can0 is down" "${on_bus[@]}" "$bin/kelvara-simulated-arm" --interface 
 until grep -qs ready "$work/arm_ready"; do sleep 0.05; done
 expect 1 "an arm answers there already" "${on_bus[@]}" "$bin/kelvara-simulated-arm" --interface can0
 expect 1 "holds no commands" /usr/bin/python3 tools/bus_report/bus_report.py "$work/log"
+expect 1 "no frame 7FE" /usr/bin/python3 tools/bus_report/check_session.py "$work/log"
 exit "$((failures > 0))"
