@@ -13,8 +13,8 @@ namespace kelvara::dynamics {
 using StandardParameters = std::array<double, 60>;
 
 /// The parameters of a chain as it is described, for example `RobotKinematics::chain()`, with its
-/// payload. What is fixed to a link counts as part of it (parallel axis theorem); what stands before
-/// the first joint does not move and does not count. Any thread.
+/// payload. What is fixed to a link counts as part of it (parallel axis theorem); what stands
+/// before the first joint does not move and does not count. Any thread.
 /// @throws std::invalid_argument "standard_parameters: the chain must have 6 revolute joints".
 KELVARA_EXPORT StandardParameters standard_parameters(const KDL::Chain& chain);
 

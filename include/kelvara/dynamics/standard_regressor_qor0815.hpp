@@ -2,8 +2,8 @@
 
 #include "kelvara/export.hpp"
 
-/// The arm's inverse dynamics as a matrix that multiplies its inertial parameters: the joint torques
-/// are τ = Y·π (N·m). Gravity is 9.81 m/s² along the first joint's axis, towards the base.
+/// The arm's inverse dynamics as a matrix that multiplies its inertial parameters: the joint
+/// torques are τ = Y·π (N·m). Gravity is 9.81 m/s² along the first joint's axis, towards the base.
 ///
 /// Y has one row for each joint and ten columns for each moving link, link 1 (at the base) first,
 /// in the order
@@ -13,12 +13,13 @@
 /// with mass m in kg, first moments (mass times centre of mass) in kg·m, and the entries of the
 /// inertia tensor about the origin of the link's frame, not about the centre of mass, in kg·m². All
 /// are taken along the axes of the link's frame, which is that of the URDF: it turns with the link,
-/// and its origin lies on the link's joint. `kelvara::dynamics::standard_parameters` gives π for the
-/// arm as described.
+/// and its origin lies on the link's joint. `kelvara::dynamics::standard_parameters` gives π for
+/// the arm as described.
 ///
-/// The lengths of the URDF are built in; a description with other joints needs a regressor generated
-/// anew (tools/regressor_generator). Formulas: Newton-Euler equations of each link, projected on the
-/// joints (Khalil and Dombre, "Modeling, Identification and Control of Robots", 9.3).
+/// The lengths of the URDF are built in; a description with other joints needs a regressor
+/// generated anew (tools/regressor_generator). Formulas: Newton-Euler equations of each link,
+/// projected on the joints (Khalil and Dombre, "Modeling, Identification and Control of
+/// Robots", 9.3).
 ///
 /// No state, no errors, no allocation: any thread, any number at once. Values that are not finite
 /// give entries that are not.
