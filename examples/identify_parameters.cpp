@@ -28,68 +28,32 @@ using Clock = std::chrono::steady_clock;
 using Joints = Eigen::Matrix<double, 6, 1>;
 using Rows = Eigen::Matrix<double, Eigen::Dynamic, 6>;  // one row for each instant
 
-constexpr double kPeriodS = 0.005;     // of the streamed targets, and of the samples
-constexpr double kSmoothingS = 0.015;  // standard deviation of the Gaussian that all signals pass
-constexpr double kRampS = 1.5;         // the motion grows from rest, and ends in rest
+constexpr double kWaypointS = 1.2;      // from one waypoint to the next, on average
+constexpr double kArrivedWithin = 0.1;  // rad
+constexpr double kPeriodS = 0.005;      // of the samples
+constexpr double kSmoothingS = 0.030;   // standard deviation of the Gaussian that all signals pass
+constexpr double kLongestGapS = 0.012;  // between samples that count as in time
 constexpr int kInertial = 60;
-constexpr int kColumns =
-    kInertial + 3 * 6;              // and viscous, dry friction, rotor inertia of each joint
-constexpr double kDrySpeed = 0.03;  // rad/s, at which dry friction is three quarters there
-constexpr double kRankThreshold = 1e-4;
+constexpr int kColumns = kInertial + 18;  // and each joint's viscous and dry friction and rotor
+constexpr double kDrySpeed = 0.015;       // rad/s, at which dry friction is three quarters there
+constexpr double kRankThreshold = 1e-4;   // of a combination of columns, for unit columns
 
 // ---- The exciting motion ----
 
-/// A sum of sines in each joint, around a pose with the tool well above the table.
-class ExcitingMotion {
- public:
-  ExcitingMotion(unsigned seed, double duration_s) : duration_s_(duration_s) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<double> phase(0.0, 2.0 * M_PI);
-    std::uniform_real_distribution<double> stretch(0.85, 1.15);
-    for (auto& waves : joints_) {
-      for (std::size_t k = 0; k < waves.size(); ++k) {
-        waves[k] = {2.0 * M_PI * (0.12 + 0.22 * static_cast<double>(k)) * stretch(random),
-                    phase(random)};
-      }
-    }
-  }
-
-  double duration_s() const { return duration_s_; }
-
-  std::vector<double> position(double t_s) const {
-    static constexpr std::array<double, 6> kCenter{0.0, -0.15, -0.35, 0.1, 0.0, 0.0};
-    static constexpr std::array<double, 6> kReach{0.9, 0.35, 0.45, 0.7, 0.9, 1.6};
-    const double s = std::min({1.0, t_s / kRampS, (duration_s_ - t_s) / kRampS});
-    const double ramp = s <= 0.0 ? 0.0 : s * s * s * (10.0 - 15.0 * s + 6.0 * s * s);
-    std::vector<double> q(6);
+/// Poses drawn at random, with the tool above the table wherever the arm passes between them.
+std::vector<std::vector<double>> draw_waypoints(unsigned seed, int count) {
+  static constexpr std::array<double, 6> kCenter{0.0, -0.1, -0.35, 0.1, 0.0, 0.0};  // rad
+  static constexpr std::array<double, 6> kReach{1.2, 0.4, 0.5, 0.9, 1.2, 2.4};      // rad
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> share(-1.0, 1.0);
+  std::vector<std::vector<double>> waypoints(static_cast<std::size_t>(count));
+  for (std::vector<double>& waypoint : waypoints) {
     for (std::size_t i = 0; i < 6; ++i) {
-      double sum = 0.0;
-      for (const Wave& wave : joints_[i]) {
-        sum += std::sin(wave.rate * t_s + wave.phase) / static_cast<double>(joints_[i].size());
-      }
-      q[i] = ramp * (kCenter[i] + 1.5 * kReach[i] * sum);
+      waypoint.push_back(kCenter[i] + kReach[i] * share(random));
     }
-    return q;
   }
-
-  std::vector<double> velocity(double t_s) const {
-    constexpr double kStepS = 1e-4;
-    std::vector<double> dq = position(t_s + kStepS);
-    const std::vector<double> before = position(t_s - kStepS);
-    for (std::size_t i = 0; i < 6; ++i) {
-      dq[i] = (dq[i] - before[i]) / (2.0 * kStepS);
-    }
-    return dq;
-  }
-
- private:
-  struct Wave {
-    double rate;   // rad/s
-    double phase;  // rad
-  };
-  double duration_s_;
-  std::array<std::array<Wave, 4>, 6> joints_{};
-};
+  return waypoints;
+}
 
 // ---- Recording ----
 
@@ -102,46 +66,40 @@ bool same_feedback(const Sample& a, const Sample& b) {
   return a.q == b.q && a.dq == b.dq && a.torque == b.torque;
 }
 
-/// Streams the motion and records each new feedback. One that is read twice alike is whole: none of
-/// its parts came from the feedback after it.
-std::vector<Sample> record(ArmController& arm, const ExcitingMotion& motion,
-                           const std::string& name) {
+/// Moves through random waypoints and records each new feedback. One that is read twice alike is
+/// whole: none of its parts came from the feedback after it.
+std::vector<Sample> record_motion(ArmController& arm, const std::string& name, unsigned seed,
+                                  int duration_s) {
+  const auto waypoints = draw_waypoints(seed, static_cast<int>(duration_s / kWaypointS));
+  arm.move_joint_waypoints(waypoints, duration_s, 0.0, 400.0);
   std::vector<Sample> samples;
   Sample seen{};
-  int tick = 0;
   const auto start = Clock::now();
-  for (double t = 0.0; t < motion.duration_s(); ++tick) {
+  for (int tick = 0; tick < 1000 * duration_s; ++tick) {
+    if (tick % 2000 == 0) {
+      std::cout << name << ": " << tick / 1000 << " of " << duration_s << " s" << std::endl;
+    }
     std::this_thread::sleep_until(start + std::chrono::milliseconds(tick));
-    t = std::chrono::duration<double>(Clock::now() - start).count();
-    if (tick % 5 == 0) {
-      arm.set_joint_raw(motion.position(t), motion.velocity(t));
-    }
+    const double t = std::chrono::duration<double>(Clock::now() - start).count();
     const Sample now{t, arm.get_joint(), arm.get_joint_velocities(), arm.get_joint_torques()};
-    if (same_feedback(now, seen) && (samples.empty() || !same_feedback(seen, samples.back()))) {
-      samples.push_back(seen);
-    }
     if (!same_feedback(now, seen)) {
       seen = now;
+    } else if (samples.empty() || !same_feedback(seen, samples.back())) {
+      samples.push_back(seen);
     }
-    if (tick % 4000 == 0) {
-      std::cout << name << ": " << tick / 1000 << " of " << motion.duration_s() << " s\n";
-    }
+  }
+  const Joints goal = Eigen::Map<const Joints>(waypoints.back().data());
+  if ((arm.get_joint() - goal).lpNorm<Eigen::Infinity>() > kArrivedWithin) {
+    throw std::runtime_error("the arm did not follow its motion to the end; see the lines above");
   }
   return samples;
-}
-
-double longest_gap_s(const std::vector<Sample>& samples) {
-  double gap = 0.0;
-  for (std::size_t i = 1; i < samples.size(); ++i) {
-    gap = std::max(gap, samples[i].time_s - samples[i - 1].time_s);
-  }
-  return gap;
 }
 
 // ---- From samples to smooth motions ----
 
 struct Motion {
-  Rows q, dq, ddq, torque;  // every kPeriodS
+  Eigen::VectorXd time_s;
+  Rows q, dq, ddq, torque;
 };
 
 /// One signal of the samples at even times.
@@ -181,19 +139,42 @@ Rows smooth(const Rows& rows) {
   return result;
 }
 
+/// The instants whose smoothed values hang on samples that all came in time.
+std::vector<Eigen::Index> well_sampled(const std::vector<Sample>& samples, Eigen::Index count) {
+  constexpr double kReachS = 3.0 * kSmoothingS;
+  std::vector<Eigen::Index> instants;
+  double poor_until_s = samples.front().time_s + kReachS;
+  std::size_t next = 1;
+  for (Eigen::Index k = 0; k < count; ++k) {
+    const double t = samples.front().time_s + static_cast<double>(k) * kPeriodS;
+    for (; next < samples.size() && samples[next - 1].time_s < t + kReachS; ++next) {
+      if (samples[next].time_s - samples[next - 1].time_s > kLongestGapS) {
+        poor_until_s = samples[next].time_s + kReachS;
+      }
+    }
+    if (t >= poor_until_s && t + kReachS < samples.back().time_s) {
+      instants.push_back(k);
+    }
+  }
+  return instants;
+}
+
 Motion motion_of(const std::vector<Sample>& samples) {
   if (samples.size() < 100) {
     throw std::runtime_error("the motors gave no feedback to identify from");
   }
-  Motion motion{smooth(at_even_times(samples, &Sample::q)),
-                smooth(at_even_times(samples, &Sample::dq)),
-                {},
-                smooth(at_even_times(samples, &Sample::torque))};
-  motion.ddq = Rows::Zero(motion.dq.rows(), 6);
-  for (Eigen::Index k = 1; k + 1 < motion.dq.rows(); ++k) {
-    motion.ddq.row(k) = (motion.dq.row(k + 1) - motion.dq.row(k - 1)) / (2.0 * kPeriodS);
-  }
-  return motion;
+  const Rows dq = smooth(at_even_times(samples, &Sample::dq));
+  Rows ddq = Rows::Zero(dq.rows(), 6);
+  const Eigen::Index inner = dq.rows() - 2;
+  ddq.middleRows(1, inner) = (dq.bottomRows(inner) - dq.topRows(inner)) / (2.0 * kPeriodS);
+  using Eigen::all;
+  const auto instants = well_sampled(samples, dq.rows());
+  std::cout << "  " << instants.size() << " of " << dq.rows() << " instants were sampled in time\n";
+  const auto end_s = kPeriodS * static_cast<double>(dq.rows() - 1);
+  const Eigen::VectorXd time_s = Eigen::VectorXd::LinSpaced(dq.rows(), 0.0, end_s);
+  return {time_s(instants), smooth(at_even_times(samples, &Sample::q))(instants, all),
+          dq(instants, all), ddq(instants, all),
+          smooth(at_even_times(samples, &Sample::torque))(instants, all)};
 }
 
 // ---- Least squares ----
@@ -212,8 +193,7 @@ Eigen::Matrix<double, 6, kColumns> torque_matrix(const Motion& motion, Eigen::In
 }
 
 struct Estimate {
-  Eigen::VectorXd
-      parameters;  // one of the sets that give these torques, zeros where none is needed
+  Eigen::VectorXd parameters;  // one of the sets that give the same torques
   Eigen::Index base_parameters = 0;
 };
 
@@ -225,6 +205,9 @@ Estimate estimate(const Motion& motion) {
       ((motion.torque.rowwise() - motion.torque.colwise().mean()).colwise().norm() /
        std::sqrt(static_cast<double>(count)))
           .transpose();
+  if (!(spread.minCoeff() > 0.0)) {
+    throw std::runtime_error("a joint's torque did not change; is its motor there?");
+  }
   Eigen::MatrixXd matrix(6 * count, kColumns);
   Eigen::VectorXd torque(6 * count);
   for (Eigen::Index k = 0; k < count; ++k) {
@@ -270,8 +253,7 @@ void print_drives(const Estimate& found) {
   }
 }
 
-void write_csv(const std::string& path, const Motion& motion, const Rows& predicted) {
-  std::ofstream file(path);
+void write_csv(std::ostream& file, const Motion& motion, const Rows& predicted) {
   file << "time_s";
   for (const char* kind : {"measured", "predicted"}) {
     for (int i = 1; i <= 6; ++i) {
@@ -281,24 +263,24 @@ void write_csv(const std::string& path, const Motion& motion, const Rows& predic
   const Eigen::IOFormat commas(6, Eigen::DontAlignCols, ",", ",");
   for (Eigen::Index k = 0; k < predicted.rows(); ++k) {
     file << '\n'
-         << static_cast<double>(k) * kPeriodS << ',' << motion.torque.row(k).format(commas) << ','
+         << motion.time_s[k] << ',' << motion.torque.row(k).format(commas) << ','
          << predicted.row(k).format(commas);
   }
-  if (!(file << '\n').flush()) {
-    throw std::runtime_error("cannot write " + path);
-  }
+  file << std::endl;
 }
 
 void identify(const std::string& interface, const std::string& csv) {
+  std::ofstream file(csv);
+  if (!file) {
+    throw std::runtime_error("cannot write " + csv);
+  }
   std::vector<Sample> first, second;
   {
     ArmController arm(false, interface, false, kelvara::damiao_motor::MIT_MODE);
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // the arm goes home
-    first = record(arm, ExcitingMotion(1, 20.0), "identification");
-    second = record(arm, ExcitingMotion(2, 12.0), "validation");
+    first = record_motion(arm, "identification", 1, 24);
+    second = record_motion(arm, "validation", 2, 16);
   }
-  std::cout << "longest gap between samples: " << std::fixed << std::setprecision(1)
-            << 1000.0 * std::max(longest_gap_s(first), longest_gap_s(second)) << " ms\n";
   const Motion identification = motion_of(first);
   const Motion validation = motion_of(second);
   const Estimate found = estimate(identification);
@@ -307,7 +289,10 @@ void identify(const std::string& interface, const std::string& csv) {
   print_fit("identification", identification, predict(identification, found.parameters));
   const Rows predicted = predict(validation, found.parameters);
   print_fit("validation", validation, predicted);
-  write_csv(csv, validation, predicted);
+  write_csv(file, validation, predicted);
+  if (!file) {
+    throw std::runtime_error("cannot write " + csv);
+  }
   std::cout << "torques of the validation written to " << csv << '\n';
 }
 

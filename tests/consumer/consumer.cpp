@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include <kelvara/arm_controller.hpp>
 #include <kelvara/canbus/can_device_collection.hpp>
@@ -10,6 +11,8 @@
 #include <kelvara/damiao_motor/dm_motor_control.hpp>
 #include <kelvara/damiao_motor/dm_motor_device.hpp>
 #include <kelvara/damiao_motor/dm_motor_device_collection.hpp>
+#include <kelvara/dynamics/standard_parameters.hpp>
+#include <kelvara/dynamics/standard_regressor_qor0815.hpp>
 #include <kelvara/hardware/arm_component.hpp>
 #include <kelvara/hardware/gripper_component.hpp>
 #include <kelvara/hardware/kelvara.hpp>
@@ -29,6 +32,17 @@ int main(int, char** argv) {
   const double reach = 0.26498 + 0.08415 + 0.124 + 0.13;
   std::printf("tool at %.5f %.5f %.5f m\n", T(0, 3), T(1, 3), T(2, 3));
   if (std::abs(T(0, 3) - reach) > 1e-9) {
+    return 1;
+  }
+  const double rest[6] = {};
+  double Y[360];
+  standard_regressor_qor0815(rest, rest, rest, Y);
+  const auto pi = kelvara::dynamics::standard_parameters(model.chain());
+  double torque = -model.gravity_compensation_kdl(std::vector<double>(6))[1];
+  for (std::size_t column = 0; column < pi.size(); ++column) {
+    torque += Y[6 * column + 1] * pi[column];
+  }
+  if (std::abs(torque) > 1e-9) {
     return 1;
   }
   try {

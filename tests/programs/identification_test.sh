@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# identify_parameters on the simulated arm: the parameters that it finds must explain the torques of
+# a motion that they were not estimated from. usage: identification_test.sh BUILD_DIR
+# Status 77 when the machine starved the programs: nothing can be told then.
+# shellcheck disable=SC2016 # the inner shell expands
+set -euo pipefail
+
+build=$(cd "$1" && pwd)
+cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+KELVARA_BUILD_DIR=$build
+KELVARA_VIRTUAL_CAN_DIR=$(mktemp -d)
+export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR
+work=$(mktemp -d)
+trap 'rm -rf "$work" "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
+
+scripts/with-virtual-can bash -c '
+  "$2/kelvara-simulated-arm" --interface can0 >"$1/ready" &
+  until grep -qs ready "$1/ready"; do sleep 0.05; done
+  status=0
+  "$2/identify_parameters" can0 "$1/torques.csv" >"$1/out" 2>&1 || status=$?
+  kill $!
+  echo "status $status" >>"$1/out"' - "$work" "$build/bin"
+cat "$work/out"
+if grep -q "Communication lost" "$work/out"; then
+  echo "not judged: the machine stood still until the motors let go"
+  exit 77
+fi
+/usr/bin/python3 - "$work" <<'JUDGE'
+import csv, re, statistics, sys
+
+out = open(sys.argv[1] + "/out").read()
+assert out.endswith("status 0\n")
+in_time = [int(a) / int(b) for a, b in re.findall(r"(\d+) of (\d+) instants", out)]
+assert len(in_time) == 2
+if min(in_time) < 0.9:
+    print(f"not judged: the machine was late in {1 - min(in_time):.0%} of the time")
+    sys.exit(77)
+rows = list(csv.DictReader(open(sys.argv[1] + "/torques.csv")))
+for joint in map(str, range(1, 7)):
+    measured = [float(row["measured_" + joint]) for row in rows]
+    error = [float(row["predicted_" + joint]) - value for row, value in zip(rows, measured)]
+    explained = 1 - statistics.fmean(e * e for e in error) / statistics.pvariance(measured)
+    print(f"joint {joint}: {explained:.2%} explained")
+    assert explained >= 0.95
+JUDGE
+/usr/bin/python3 tools/identification/plot_torques.py "$work/torques.csv" "$work/torques.png"
+[[ -s $work/torques.png ]]
