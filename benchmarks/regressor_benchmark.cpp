@@ -110,11 +110,11 @@ class ProjectedRecursion {
         row[0] = arms[j].dot(motion.a);
         const Vector3d first = motion.L.transpose() * arms[j] + motion.a.cross(axes[j]);
         const Eigen::Matrix<double, 6, 1> second = K.transpose() * axes[j];
-        for (int k = 0; k < 3; ++k) {
-          row[6 * (k + 1)] = first[k];
+        for (std::size_t k = 0; k < 3; ++k) {
+          row[6 * (k + 1)] = first[static_cast<Eigen::Index>(k)];
         }
-        for (int k = 0; k < 6; ++k) {
-          row[6 * (k + 4)] = second[k];
+        for (std::size_t k = 0; k < 6; ++k) {
+          row[6 * (k + 4)] = second[static_cast<Eigen::Index>(k)];
         }
       }
     }

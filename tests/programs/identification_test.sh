@@ -32,16 +32,18 @@ out = open(sys.argv[1] + "/out").read()
 assert out.endswith("status 0\n")
 in_time = [int(a) / int(b) for a, b in re.findall(r"(\d+) of (\d+) instants", out)]
 assert len(in_time) == 2
-if min(in_time) < 0.9:
-    print(f"not judged: the machine was late in {1 - min(in_time):.0%} of the time")
-    sys.exit(77)
 rows = list(csv.DictReader(open(sys.argv[1] + "/torques.csv")))
+worst = 1.0
 for joint in map(str, range(1, 7)):
     measured = [float(row["measured_" + joint]) for row in rows]
     error = [float(row["predicted_" + joint]) - value for row, value in zip(rows, measured)]
     explained = 1 - statistics.fmean(e * e for e in error) / statistics.pvariance(measured)
     print(f"joint {joint}: {explained:.2%} explained")
-    assert explained >= 0.95
+    worst = min(worst, explained)
+if worst < 0.95 and min(in_time) < 0.9:
+    print(f"not judged: the machine was late in {1 - min(in_time):.0%} of the time")
+    sys.exit(77)
+assert worst >= 0.95
 JUDGE
 /usr/bin/python3 tools/identification/plot_torques.py "$work/torques.csv" "$work/torques.png"
 [[ -s $work/torques.png ]]
