@@ -40,6 +40,8 @@ struct Fault {
   const char* line = "";       // on standard error
 };
 
+std::ostream& operator<<(std::ostream& out, const Fault& fault) { return out << fault.name; }
+
 /// A fault in the answers: `change` is applied to those of every frame.
 Fault in_replies(const char* name, std::function<void(Replies&)> change, const char* line = "") {
   return {name,
@@ -73,8 +75,8 @@ Fault silence(const char* name, int cycles, bool lasting) {
 Fault interface_down(const char* name, int cycles, bool lasting) {
   return {
       name,
-      [](ClosedLoop& loop) { loop.hardware.bus().hub().set_up(false); },
-      [](ClosedLoop& loop) { loop.hardware.bus().hub().set_up(true); },
+      [](ClosedLoop& loop) { loop.hardware.bus().interface().set_up(false); },
+      [](ClosedLoop& loop) { loop.hardware.bus().interface().set_up(true); },
       false,
       cycles,
       lasting,
@@ -132,9 +134,8 @@ std::vector<Fault> faults() {
       interface_down("interface_down_for_a_moment", 12, false),
       interface_down("interface_down", 60, true),
       {"transmit_queue_full",
-       [](ClosedLoop& loop) { loop.hardware.bus().hub().fail_next_writes_with_enobufs(1'000'000); },
-       [](ClosedLoop& loop) { loop.hardware.bus().hub().fail_next_writes_with_enobufs(0); }, false,
-       12},
+       [](ClosedLoop& loop) { loop.hardware.bus().interface().set_queue_full(true); },
+       [](ClosedLoop& loop) { loop.hardware.bus().interface().set_queue_full(false); }, false, 12},
   };
 }
 
@@ -231,7 +232,7 @@ INSTANTIATE_TEST_SUITE_P(InMotion, BusFaults,
                                             ::testing::Values(MIT_MODE, POS_VEL_MODE)),
                          case_name);
 
-struct MotorErrors : ::testing::TestWithParam<std::pair<unsigned, const char*>> {};
+struct MotorErrors : ::testing::TestWithParam<std::pair<unsigned, std::string>> {};
 
 TEST_P(MotorErrors, AreReportedOnceAndOneMotorLetsGoAlone) {
   const auto& [code, text] = GetParam();
