@@ -255,12 +255,15 @@ TEST_P(MotorErrors, AreReportedOnceAndOneMotorLetsGoAlone) {
   EXPECT_TRUE(loop.hardware.arm().motor(kStruck).is_enabled());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    EachCode, MotorErrors,
-    ::testing::Values(std::pair{0x8U, "Over-voltage"}, std::pair{0x9U, "Under-voltage"},
-                      std::pair{0xAU, "Over-current"}, std::pair{0xBU, "MOS over-temperature"},
-                      std::pair{0xCU, "Coil over-temperature"},
-                      std::pair{0xDU, "Communication lost"}, std::pair{0xEU, "Overload"}));
+INSTANTIATE_TEST_SUITE_P(EachCode, MotorErrors,
+                         ::testing::ValuesIn(std::vector<std::pair<unsigned, std::string>>{
+                             {0x8, "Over-voltage"},
+                             {0x9, "Under-voltage"},
+                             {0xA, "Over-current"},
+                             {0xB, "MOS over-temperature"},
+                             {0xC, "Coil over-temperature"},
+                             {0xD, "Communication lost"},
+                             {0xE, "Overload"}}));
 
 TEST(Flood, DoesNotKeepADrainOfTheBus) {
   ClosedLoop loop(MIT_MODE);
