@@ -75,13 +75,13 @@ std::string model_text(const RobotDescription& description, double load_kg) {
 }
 
 mjModel* compile(const std::string& text) {
-  mjVFS files;
-  mj_defaultVFS(&files);
-  mj_makeEmptyFileVFS(&files, "arm.xml", static_cast<int>(text.size()));
-  std::memcpy(files.filedata[0], text.data(), text.size());
+  const auto files = std::make_unique<mjVFS>();  // megabytes: too large for a thread's stack
+  mj_defaultVFS(files.get());
+  mj_makeEmptyFileVFS(files.get(), "arm.xml", static_cast<int>(text.size()));
+  std::memcpy(files->filedata[0], text.data(), text.size());
   std::array<char, 500> error{};
-  mjModel* model = mj_loadXML("arm.xml", &files, error.data(), static_cast<int>(error.size()));
-  mj_deleteVFS(&files);
+  mjModel* model = mj_loadXML("arm.xml", files.get(), error.data(), static_cast<int>(error.size()));
+  mj_deleteVFS(files.get());
   if (model == nullptr) {
     std::replace(error.begin(), error.end(), '\n', ' ');
     throw std::runtime_error(std::string("the arm cannot be simulated: ") + error.data());

@@ -45,12 +45,9 @@ std::optional<InterfaceName> parse_state_file(const std::filesystem::path& path)
 
 template <typename Predicate>
 std::optional<InterfaceName> find_if(Predicate predicate) {
-  for (InterfaceName& interface : list_interfaces()) {
-    if (predicate(interface)) {
-      return std::move(interface);
-    }
-  }
-  return std::nullopt;
+  const std::vector<InterfaceName> interfaces = list_interfaces();
+  const auto found = std::find_if(interfaces.begin(), interfaces.end(), predicate);
+  return found == interfaces.end() ? std::nullopt : std::optional(*found);
 }
 
 }  // namespace

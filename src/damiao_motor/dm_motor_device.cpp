@@ -68,9 +68,7 @@ void maybe_report_motor_error(const Motor& motor, const StateResult& state) {
 }  // namespace
 
 DMCANDevice::DMCANDevice(Motor& motor_record, unsigned int aux_id, bool canfd)
-    : CANDevice(motor_record.can_id, motor_record.master_id, aux_id, canfd),
-      motor(motor_record),
-      canfd_enabled(canfd) {}
+    : CANDevice(motor_record.can_id, motor_record.master_id, aux_id, canfd), motor(motor_record) {}
 
 DMCANDevice::~DMCANDevice() = default;
 

@@ -52,7 +52,6 @@ class KELVARA_EXPORT DMCANDevice : public canbus::CANDevice {
 
   Motor& motor;
   CallbackMode callback_mode = CallbackMode::STATE;
-  bool canfd_enabled;
 };
 
 }  // namespace kelvara::damiao_motor
