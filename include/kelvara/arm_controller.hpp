@@ -46,7 +46,8 @@ class KELVARA_EXPORT ArmController {
   /// @param bus_flag      true: CAN-FD frames, false: classic ones.
   /// @param mode          `MIT_MODE` or `POS_VEL_MODE`.
   /// @throws kelvara::canbus::CANSocketException when the interface cannot be opened.
-  /// @throws std::runtime_error for a malformed robot description.
+  /// @throws std::runtime_error for a malformed robot description, and for one whose masses,
+  ///         inertias or lengths are not finite.
   /// @throws std::invalid_argument for another mode, or motor signs other than +1 and -1.
   ArmController(bool with_gripper, const std::string& can_interface, bool bus_flag,
                 kelvara::damiao_motor::ControlMode mode);
@@ -144,6 +145,7 @@ class KELVARA_EXPORT ArmController {
   /// @param freq          Samples a second, Hz; the last sample is `q_end` exactly.
   /// @throws std::invalid_argument "q_start/q_end length must be num_joints or 1", "tf must be
   ///         positive", "freq must be positive".
+  /// @throws std::runtime_error for a `tf` outside 1e-40 to 1e40, and where 1 / freq overflows.
   /// @throws std::length_error or std::bad_alloc when there would be too many samples.
   static SeptupleTrajectory generate_septuple_trajectory(const std::vector<double>& q_start,
                                                          const std::vector<double>& q_end,

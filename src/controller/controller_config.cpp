@@ -61,6 +61,20 @@ JointArray parse_joint_array(const YAML::Node& node, const std::string& config_p
   return values;
 }
 
+/// A joint array of bounds. A negative one, or one that is no number, would turn a bound into a
+/// command.
+JointArray parse_limits(const YAML::Node& node, const std::string& config_path,
+                        const std::string& field_name) {
+  const JointArray limits = parse_joint_array(node, config_path, field_name);
+  for (const double limit : limits) {
+    if (!(limit >= 0.0)) {
+      throw std::runtime_error("Invalid joint array config at " + config_path + ": field '" +
+                               field_name + "' must not hold negative limits");
+    }
+  }
+  return limits;
+}
+
 /// An optional number; absent or null leaves `value` as it is.
 void read_number(const YAML::Node& node, double& value, const std::string& message) {
   if (!node.IsDefined() || node.IsNull()) {
@@ -81,7 +95,8 @@ PosVelModeConfig load_pos_vel_mode_config() {
   const auto array = [&](const char* key) {
     return parse_joint_array(child(map, key), file.path, std::string("pos_vel_mode.") + key);
   };
-  return {array("max_acc_limits"), array("max_dec_limits"), array("kp_apr_limits")};
+  return {parse_limits(child(map, "max_acc_limits"), file.path, "pos_vel_mode.max_acc_limits"),
+          array("max_dec_limits"), array("kp_apr_limits")};
 }
 
 MitModeConfig load_mit_mode_config() {
@@ -90,7 +105,9 @@ MitModeConfig load_mit_mode_config() {
   const auto array = [&](const char* key) {
     return parse_joint_array(child(map, key), file.path, std::string("mit_mode.") + key);
   };
-  MitModeConfig config{array("kp"), array("kd"), array("gravity_tau_limits")};
+  MitModeConfig config{
+      array("kp"), array("kd"),
+      parse_limits(child(map, "gravity_tau_limits"), file.path, "mit_mode.gravity_tau_limits")};
   read_number(child(map, "gravity_comp_scale"), config.gravity_comp_scale,
               "Invalid MIT_MODE config at " + file.path + ": gravity_comp_scale must be a number");
   return config;

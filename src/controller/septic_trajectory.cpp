@@ -10,6 +10,10 @@ using kelvara::controller::kJointCount;
 
 namespace {
 
+// Between these the seventh power of a duration, and what is divided by it, are numbers.
+constexpr double kShortestMoveS = 1e-40;
+constexpr double kLongestMoveS = 1e40;
+
 /// One joint's polynomial from rest to rest.
 struct Septic {
   Septic(double q_start, double distance, double T)
@@ -66,6 +70,9 @@ SeptupleTrajectory ArmController::Impl::generate_septuple_trajectory(
   }
   const double dt = 1.0 / freq;
   const std::size_t count = count_samples(tf, dt);
+  if (tf < kShortestMoveS || tf > kLongestMoveS || !std::isfinite(dt)) {
+    throw std::runtime_error("tf or freq is too extreme to compute with");
+  }
   SeptupleTrajectory trajectory;
   trajectory.time.resize(count);
   for (std::size_t k = 0; k < count; ++k) {

@@ -132,6 +132,13 @@ void ArmController::Impl::load_configuration() {
       kinematics.num_joints() != static_cast<int>(kJointCount)) {
     throw std::runtime_error("ArmController needs a chain of exactly 6 moving joints");
   }
+  const JointArray rest{};
+  JointArray torque{};
+  kinematics.inverse_dynamics(rest.data(), rest.data(), rest.data(), torque.data());
+  if (!std::all_of(torque.begin(), torque.end(),
+                   [](double value) { return std::isfinite(value); })) {
+    throw std::runtime_error("ArmController needs finite masses, inertias and lengths");
+  }
   limits.velocity = kelvara::controller::kJointVelocityLimits;
   limits.acceleration = pos_vel_config.max_acc_limits;
   for (std::size_t i = 0; i < kJointCount; ++i) {

@@ -88,7 +88,7 @@ double limit_duration(const Segment& segment, const JointArray& max_velocity,
     const double v = max_velocity[j];
     const double a = limits.max_acc_limits[j];
     const double jerk = limits.max_jerk_limits[j];
-    if (v <= 0.0 || a <= 0.0 || jerk <= 0.0) {
+    if (!(v > 0.0) || !(a > 0.0) || !(jerk > 0.0)) {  // also what is no number
       throw std::runtime_error("joint_trajectory max limits must be positive");
     }
     const double distance = std::max({std::abs(segment.ve[j]), std::abs(segment.vs[j]),

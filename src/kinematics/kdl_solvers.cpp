@@ -118,6 +118,10 @@ bool RobotKinematics::solve_ik_kdl(const std::vector<double>& target_pos,
   if (seed.size() != static_cast<std::size_t>(num_joints_)) {
     throw std::invalid_argument("solve_ik_kdl seed size does not match KDL joint count");
   }
+  if (num_joints_ == 0) {
+    // The solver asserts on a chain that cannot move.
+    throw std::runtime_error("solve_ik_kdl: the chain has no moving joint");
+  }
   const KDL::Frame target(KDL::Rotation::RPY(target_euler[0], target_euler[1], target_euler[2]),
                           KDL::Vector(target_pos[0], target_pos[1], target_pos[2]));
   KDL::JntArray q_raw(static_cast<unsigned>(num_joints_));

@@ -87,9 +87,12 @@ std::string parse_link_reference(const XMLElement* joint, const char* role,
 
 Triple parse_axis(const XMLElement* axis, const std::string& joint_name) {
   const auto [x, y, z] = parse_xyz_attr(axis->Attribute("xyz"));
-  const double norm = std::sqrt(x * x + y * y + z * z);
+  const double norm = std::hypot(x, y, z);  // whose squares may be beyond a double
   if (norm < kMinAxisNorm) {
     throw std::runtime_error("URDF joint '" + joint_name + "' has zero-length axis");
+  }
+  if (std::isinf(norm)) {
+    throw std::runtime_error("URDF joint '" + joint_name + "' has an axis that is too long");
   }
   return {x / norm, y / norm, z / norm};
 }
@@ -113,7 +116,9 @@ UrdfJoint parse_joint(const XMLElement* element) {
   if (joint.type != "continuous" && limit != nullptr) {
     const bool has_lower = read_double(limit, "lower", joint.lower);
     const bool has_upper = read_double(limit, "upper", joint.upper);
-    joint.has_limits = has_lower && has_upper;
+    // A limit of "nan" bounds nothing.
+    joint.has_limits =
+        has_lower && has_upper && !std::isnan(joint.lower) && !std::isnan(joint.upper);
   }
   return joint;
 }

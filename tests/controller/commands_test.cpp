@@ -154,6 +154,8 @@ TEST(SepticTrajectory, RefusesBadArgumentsInOrder) {
   EXPECT_EQ(error(6, 6, 1e300, 1e300), "tf and freq ask for too many samples");
   EXPECT_EQ(error(6, 6, std::numeric_limits<double>::quiet_NaN(), 100),
             "tf and freq ask for too many samples");
+  EXPECT_EQ(error(6, 6, 1e-50, 1), "tf or freq is too extreme to compute with");
+  EXPECT_EQ(error(6, 6, 1, 1e-310), "tf or freq is too extreme to compute with");
 }
 
 }  // namespace

@@ -151,13 +151,13 @@ TEST_F(RefusedStartDeathTest, EndsTheProcessWhenJointTwoLiesBehindTheBase) {
               "threshold -1.57 rad.\n");
 }
 
-TEST(RefusedStart, ThrowsForAnotherModeAndForMotorSignsThatAreNone) {
+TEST(RefusedStart, ThrowsForAnotherModeAndForSettingsThatCannotBe) {
   SimulatedHardware hardware(false);
   BusPeer witness;
   const auto message = [](ControlMode mode) -> std::string {
     try {
       const ArmController controller(false, VirtualBus::kInterface, false, mode);
-    } catch (const std::invalid_argument& error) {
+    } catch (const std::exception& error) {
       return error.what();
     }
     return "";
@@ -166,13 +166,19 @@ TEST(RefusedStart, ThrowsForAnotherModeAndForMotorSignsThatAreNone) {
             "ArmController only supports MIT_MODE or POS_VEL_MODE.");
   std::stringstream config;
   config << std::ifstream("config/robot_kinematics.yaml").rdbuf();
-  std::string text = config.str();
-  text.replace(text.find("motor_signs: [1,"), 16, "motor_signs: [0.5,");
+  const auto with = [text = config.str()](const std::string& setting, const std::string& value) {
+    std::string changed = text;
+    return changed.replace(changed.find(setting), setting.size(), value);
+  };
   const auto urdf = std::filesystem::absolute("config/BrimloV2.SLDASM.urdf");
   const TemporaryWorkingDirectory directory;
-  directory.write("config/robot_kinematics.yaml", text);
+  const std::string file = "config/robot_kinematics.yaml";
+  directory.write(file, with("motor_signs: [1,", "motor_signs: [0.5,"));
   std::filesystem::copy(urdf, directory.path() / "config");
   EXPECT_EQ(message(MIT_MODE), "motor_signs must contain only +1 or -1");
+  // Whose torques would be no numbers, and their commands full torque one way.
+  directory.write(file, with("mass: 0.4", "mass: .inf"));
+  EXPECT_EQ(message(MIT_MODE), "ArmController needs finite masses, inertias and lengths");
   EXPECT_TRUE(witness.receive().empty()) << "nothing is sent before the settings are known good";
 }
 

@@ -74,6 +74,8 @@ TEST(Urdf, NamesWhatIsWrong) {
       {links + joint(good, ""), "URDF joint 'j' is missing parent/child link"},
       {links + joint(good, "link='b'", "<axis xyz='0 0 0'/>"),
        "URDF joint 'j' has zero-length axis"},
+      {links + joint(good, "link='b'", "<axis xyz='1.7e308 1.7e308 0'/>"),
+       "URDF joint 'j' has an axis that is too long"},
       {links + joint(good, "link='b'", "<origin xyz='1 2'/>"),
        "Failed to parse xyz/rpy vector from '1 2'"},
       {links + "<link name='c'/>" + joint(good, "link='b'") +
@@ -201,6 +203,12 @@ TEST(ControllerConfig, NamesWhatIsWrong) {
                           ", gravity_tau_limits: " + kSix + ", gravity_comp_scale: ";
   EXPECT_THAT(controller_error(mit + "much}", load_mit_mode_config),
               EndsWith("gravity_comp_scale must be a number"));
+  for (const std::string limit : {"-5", ".nan"}) {
+    EXPECT_THAT(controller_error("mit_mode: {kp: " + kSix + ", kd: " + kSix +
+                                     ", gravity_tau_limits: [1, 1, 1, 1, 1, " + limit + "]}",
+                                 load_mit_mode_config),
+                EndsWith(": field 'mit_mode.gravity_tau_limits' must not hold negative limits"));
+  }
 }
 
 TEST(ControllerConfig, TakesASpeedFractionAboveZeroAndUpToOne) {

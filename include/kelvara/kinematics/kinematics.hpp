@@ -109,6 +109,7 @@ class KELVARA_EXPORT RobotKinematics {
   ///                     it, are reported in a line on standard error.
   /// @return false, with a line on standard error, when the solver fails.
   /// @throws std::invalid_argument for a wrong number of values.
+  /// @throws std::runtime_error for a chain without a moving joint.
   bool solve_ik_kdl(const std::vector<double>& target_pos, const std::vector<double>& target_euler,
                     const std::vector<double>& seed, std::vector<double>& q_out);
   /// Tool position and quaternion: x, y, z, qx, qy, qz, qw.
