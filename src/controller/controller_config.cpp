@@ -43,10 +43,13 @@ YAML::Node require_map(const ConfigFile& file, const char* key, const std::strin
   return map;
 }
 
+std::string invalid_array(const std::string& config_path, const std::string& field_name) {
+  return "Invalid joint array config at " + config_path + ": field '" + field_name + "' ";
+}
+
 JointArray parse_joint_array(const YAML::Node& node, const std::string& config_path,
                              const std::string& field_name) {
-  const std::string where =
-      "Invalid joint array config at " + config_path + ": field '" + field_name + "' ";
+  const std::string where = invalid_array(config_path, field_name);
   if (!node.IsDefined() || !node.IsSequence() || node.size() != kJointCount) {
     throw std::runtime_error(where + "must be a sequence of 6 numbers");
   }
@@ -68,8 +71,8 @@ JointArray parse_limits(const YAML::Node& node, const std::string& config_path,
   const JointArray limits = parse_joint_array(node, config_path, field_name);
   for (const double limit : limits) {
     if (!(limit >= 0.0)) {
-      throw std::runtime_error("Invalid joint array config at " + config_path + ": field '" +
-                               field_name + "' must not hold negative limits");
+      throw std::runtime_error(invalid_array(config_path, field_name) +
+                               "must not hold negative limits");
     }
   }
   return limits;
