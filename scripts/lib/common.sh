@@ -21,7 +21,9 @@ packages_test=(libgtest-dev libgmock-dev)
 packages_bench=(libbenchmark-dev)
 packages_kernel=(iproute2 can-utils)
 packages_user_mode_linux=(user-mode-linux kmod)
-packages_lint=(clang-format-14 clang-tidy-14 shellcheck)
+packages_lint=(clang-format-14 clang-tidy-14 shellcheck cppcheck)
+packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14) # the last for readable stacks
+packages_memory=(valgrind)
 
 # install_packages NAME...: installs what is missing of these Debian packages; silent when nothing is.
 install_packages() {
