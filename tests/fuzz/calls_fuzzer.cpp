@@ -21,6 +21,7 @@ using kelvara::damiao_motor::MIT_MODE;
 using kelvara::damiao_motor::POS_VEL_MODE;
 
 constexpr double kMaxSamples = 20'000.0;  // more would only cost time
+constexpr double kSmallest = 1e-300;      // below it numbers lose their digits
 constexpr double kPi = 3.14159265358979323846;
 
 template <typename Numbers>
@@ -214,7 +215,8 @@ void sample_septic(Input& input) {
     if (!(std::abs(q0) < 1e6) || !(std::abs(q1) < 1e6)) {
       continue;
     }
-    const double slack = 1e-6 * std::abs(q1 - q0) + 1e-12 * (std::abs(q0) + std::abs(q1));
+    const double slack =
+        1e-6 * std::abs(q1 - q0) + 1e-12 * (std::abs(q0) + std::abs(q1)) + kSmallest;
     for (const double q : move.joints[j][0]) {
       require(q >= std::min(q0, q1) - slack && q <= std::max(q0, q1) + slack,
               "a move lies between its ends");
