@@ -1,0 +1,202 @@
+// Random commands to one controller for a while, then many controllers one after another; memory,
+// descriptors and threads must stay as they are. Usage: soak SECONDS CONTROLLERS
+
+#include <dirent.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <random>
+#include <stdexcept>
+
+#include "kelvara/arm_controller.hpp"
+#include "support/captured_output.hpp"
+#include "support/simulated_hardware.hpp"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using kelvara::damiao_motor::MIT_MODE;
+using kelvara::damiao_motor::POS_VEL_MODE;
+
+constexpr long kAllowedGrowthKb = 2048;
+
+long entries(const char* path) {
+  long count = 0;
+  DIR* directory = opendir(path);
+  while (readdir(directory) != nullptr) {
+    ++count;
+  }
+  closedir(directory);
+  return count;
+}
+
+/// What this process holds.
+struct Holdings {
+  static Holdings now() {
+    malloc_trim(0);
+    long total = 0;
+    long resident = 0;
+    std::ifstream("/proc/self/statm") >> total >> resident;
+    return {resident * sysconf(_SC_PAGESIZE) / 1024, entries("/proc/self/fd"),
+            entries("/proc/self/task")};
+  }
+  void print(const char* when, double seconds) const {
+    std::printf("%8.1f s  %-14s %7ld KiB resident, %2ld descriptors, %ld threads\n", seconds, when,
+                memory_kb, descriptors - 3, threads - 2);
+    std::fflush(stdout);
+  }
+  bool grew_since(const Holdings& before) const {
+    return memory_kb > before.memory_kb + kAllowedGrowthKb || descriptors > before.descriptors ||
+           threads > before.threads;
+  }
+
+  long memory_kb, descriptors, threads;
+};
+
+class Soak {
+ public:
+  /// Says something random to the arm; the arguments are sound, odd or absurd.
+  void command(ArmController& arm) {
+    try {
+      switch (std::uniform_int_distribution<int>(0, 9)(random_)) {
+        case 0:
+          return arm.set_joint(joints(), number());
+        case 1:
+          return arm.set_joint_raw(joints(), joints());
+        case 2:
+          return arm.move_joint_waypoints({joints(), joints()}, number(), 0.0, 400.0);
+        case 3:
+          return arm.move_joint_waypoints({joints()}, 0.0, number(), 400.0);
+        case 4:
+          return arm.set_end_effector_pose({number(), number(), number()}, {0, 0, 0}, 0.5);
+        case 5:
+          return arm.set_end_effector_pose_raw({0.5, number() * 0.1, 0.3}, {0, 0, 0});
+        case 6:
+          return static_cast<void>(arm.solve_ik({number(), 0.1, 0.3}, {0, 0, number()}, {}));
+        case 7:
+          return arm.identify_gravity_compensation();
+        case 8:
+          return arm.setGripperDistance(number() * 0.05, number() * 10, number());
+        default:
+          if (!arm.get_joint().allFinite() || !arm.get_joint_torques().allFinite() ||
+              !std::isfinite(arm.get_end_effector_pose()[0])) {
+            throw std::logic_error("a query gave what is no number");
+          }
+      }
+    } catch (const std::invalid_argument&) {
+      ++refused_;
+    } catch (const std::length_error&) {
+      ++refused_;
+    } catch (const std::runtime_error&) {
+      ++refused_;  // no feedback yet
+    }
+  }
+  long refused() const { return refused_; }
+  std::mt19937& random() { return random_; }
+
+ private:
+  double number() {
+    const int kind = std::uniform_int_distribution<int>(0, 99)(random_);
+    return kind == 0   ? std::nan("")
+           : kind == 1 ? HUGE_VAL
+           : kind == 2 ? 1e300
+           : kind == 3 ? 0.0
+                       : std::uniform_real_distribution<double>(-0.2, 1.0)(random_);
+  }
+  std::vector<double> joints() {
+    std::vector<double> values(std::uniform_int_distribution<int>(0, 99)(random_) == 0 ? 5 : 6);
+    std::generate(values.begin(), values.end(), [this] { return number(); });
+    return values;
+  }
+
+  std::mt19937 random_{7};
+  long refused_ = 0;
+};
+
+double seconds_since(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+/// Prints what is held, and compares it with what was held the first time.
+bool stays_flat(Holdings& settled, const char* when, Clock::time_point start) {
+  // The bus, in this process too, lets go of a closed socket a moment later.
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  const Holdings now = Holdings::now();
+  now.print(when, seconds_since(start));
+  if (settled.memory_kb == 0) {
+    settled = now;
+  }
+  if (now.grew_since(settled)) {
+    std::puts("FAILED: it grew");
+    return false;
+  }
+  return true;
+}
+
+/// Commands for a while; what is held when a tenth has passed must be all that is ever held.
+bool command_for(double seconds, Soak& soak) {
+  SimulatedHardware hardware(false);
+  hardware.live();
+  const Clock::time_point start = Clock::now();
+  Holdings settled{};
+  double next_line = 0.1 * seconds;
+  long commands = 0;
+  {
+    CapturedOutput silence;  // grows: what is said is dropped now and then
+    auto arm = std::make_unique<ArmController>(true, VirtualBus::kInterface, false, MIT_MODE);
+    while (seconds_since(start) < seconds) {
+      soak.command(*arm);
+      ++commands;
+      std::this_thread::sleep_for(
+          std::chrono::milliseconds(std::uniform_int_distribution<int>(0, 20)(soak.random())));
+      if (seconds_since(start) >= next_line) {
+        silence.clear();
+        if (!stays_flat(settled, "commanding", start)) {
+          return false;
+        }
+        next_line += std::max(0.1 * seconds, 10.0);
+      }
+    }
+  }
+  std::printf("%ld commands, %ld of them refused\n", commands, soak.refused());
+  return soak.refused() > 0 && soak.refused() < commands;
+}
+
+bool construct(int controllers, Soak& soak) {
+  SimulatedHardware hardware(false);
+  hardware.live();
+  const Clock::time_point start = Clock::now();
+  Holdings settled{};
+  const int step = std::max(controllers / 10, 1);
+  for (int k = 1; k <= controllers; ++k) {
+    {
+      CapturedOutput silence;
+      ArmController arm(k % 2 == 0, VirtualBus::kInterface, false,
+                        k % 20 == 0 ? POS_VEL_MODE : MIT_MODE);
+      soak.command(arm);
+    }
+    if (k % step == 0) {
+      if (!stays_flat(settled, "constructing", start)) {
+        return false;
+      }
+    }
+  }
+  std::printf("%d controllers made and destroyed\n", controllers);
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const double seconds = argc == 3 ? std::atof(argv[1]) : 0.0;
+  const int controllers = argc == 3 ? std::atoi(argv[2]) : 0;
+  if (!(seconds > 0.0) || controllers <= 0) {
+    std::cerr << "usage: soak SECONDS CONTROLLERS\n";
+    return 2;
+  }
+  Soak soak;
+  return command_for(seconds, soak) && construct(controllers, soak) ? 0 : 1;
+}
