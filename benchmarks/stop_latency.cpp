@@ -28,13 +28,13 @@
 #include <vector>
 
 #include "controller/arm_controller_impl.hpp"
-#include "simulation/simulated_arm/simulated_arm_bus.hpp"
+
+#include "benchmarks/living_arm.hpp"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using kelvara::simulation::SimulatedArm;
-using kelvara::simulation::SimulatedArmBus;
 
 const std::vector<double> kUpright{0.0, 0.0, -1.57, 0.0, 0.0, 0.0};
 const std::vector<double> kSwungRound{1.2, 0.0, -1.57, 0.0, 0.0, 0.0};
@@ -91,19 +91,11 @@ class Witness {
   std::thread thread_;
 };
 
-/// An upright arm that lives on the bus in real time, and what happens to it.
-class LivingArm {
+/// An upright arm, and what happens to it.
+class UprightArm {
  public:
-  LivingArm(const kelvara::simulation::RobotDescription& description, const std::string& interface)
-      : arm_(description, options()), bus_(arm_, interface, false) {
-    thread_ = std::thread([this] { bus_.run(stop_, [this] { observe(); }); });
-  }
-  ~LivingArm() {
-    stop_ = true;
-    thread_.join();
-  }
-  LivingArm(const LivingArm&) = delete;
-  LivingArm& operator=(const LivingArm&) = delete;
+  explicit UprightArm(const std::string& interface)
+      : arm_(interface, options(), [this](const SimulatedArm& arm) { observe(arm); }) {}
 
   bool is_fast() const { return fast_; }
   bool has_stopped() const { return off_ns_ != 0 && now_ns() - last_moving_ns_ > 200'000'000; }
@@ -118,11 +110,11 @@ class LivingArm {
     return options;
   }
 
-  void observe() {
-    const auto velocities = arm_.joint_velocities();
+  void observe(const SimulatedArm& arm) {
+    const auto velocities = arm.joint_velocities();
     bool any_on = false;
-    for (std::size_t i = 0; i < arm_.motor_count(); ++i) {
-      any_on = any_on || arm_.motor(i).is_enabled();
+    for (std::size_t i = 0; i < arm.motor_count(); ++i) {
+      any_on = any_on || arm.motor(i).is_enabled();
     }
     fast_ = velocities[0] > kFastEnough;
     was_on_ = was_on_ || any_on;
@@ -136,14 +128,11 @@ class LivingArm {
     }
   }
 
-  SimulatedArm arm_;
-  SimulatedArmBus bus_;
   bool was_on_ = false;
   std::atomic<bool> fast_{false};
   std::atomic<std::int64_t> off_ns_{0};
   std::atomic<std::int64_t> last_moving_ns_{0};
-  std::atomic<bool> stop_{false};
-  std::thread thread_;
+  LivingArm arm_;  // last: it observes from the start
 };
 
 void wait_for(const std::function<bool()>& condition, const char* what) {
@@ -167,28 +156,33 @@ class Experiment {
 
   /// The controller is destroyed by leaving its scope, whatever stopped the arm.
   void emergency_stop(Latencies& latencies) {
-    LivingArm arm(description_, interface_);
+    UprightArm arm(interface_);
     ArmController::Impl impl(interface_, false, nullptr, false, kelvara::damiao_motor::MIT_MODE);
     impl.publish_joint_trajectory_command(kSwungRound, kSwingTime);
     impl.start_two_thread();
-    measure(arm, latencies, [&] { impl.emergency_stop_flag = true; });
+    try {
+      measure(arm, latencies, [&] { impl.emergency_stop_flag = true; });
+    } catch (...) {
+      impl.request_stop_and_join();
+      throw;
+    }
     impl.request_stop_and_join();
   }
 
   void cleanup(Latencies& latencies) {
-    LivingArm arm(description_, interface_);
+    UprightArm arm(interface_);
     auto controller = make_controller();
     measure(arm, latencies, [&] { controller->cleanup(); });
   }
 
   void destructor(Latencies& latencies) {
-    LivingArm arm(description_, interface_);
+    UprightArm arm(interface_);
     auto controller = make_controller();
     measure(arm, latencies, [&] { controller.reset(); });
   }
 
   void kill_process(Latencies& latencies) {
-    LivingArm arm(description_, interface_);
+    UprightArm arm(interface_);
     const pid_t child = fork();
     if (child == 0) {
       execl(self_.c_str(), self_.c_str(), "--victim", interface_.c_str(), nullptr);
@@ -206,7 +200,7 @@ class Experiment {
   }
 
  private:
-  void measure(LivingArm& arm, Latencies& latencies, const std::function<void()>& cause) {
+  void measure(UprightArm& arm, Latencies& latencies, const std::function<void()>& cause) {
     Witness witness(interface_);
     wait_for([&] { return arm.is_fast(); }, "the arm swung");
     const std::int64_t start_ns = now_ns();
@@ -221,8 +215,6 @@ class Experiment {
   }
 
   std::string interface_, self_;
-  kelvara::simulation::RobotDescription description_ = kelvara::simulation::load_robot_description(
-      "config/BrimloV2.SLDASM.urdf", "config/robot_kinematics.yaml");
 };
 
 /// Median, 99th percentile and largest.

@@ -148,27 +148,6 @@ TEST_F(SetPointTest, EveryMoveLetsTheMitReferenceGoSoThatTheNextHoldStartsWhereT
   EXPECT_EQ(at(0.0).q, measured);
 }
 
-TEST_F(SetPointTest, PositionVelocityModeHoldsTheClampedTargetAtFullSpeed) {
-  reference.initialised = true;
-  command.begin_command(kJointTarget);
-  command.target_q = {5.0, 0.2, -0.3, 0.4, -5.0, 3.0};
-  const SetPoint point = at(0.0, POS_VEL_MODE);
-  EXPECT_EQ(point.q, (JointArray{1.0, 0.2, -0.3, 0.4, -1.0, 3.0}));
-  EXPECT_EQ(point.velocity_limit, limits.velocity);
-  EXPECT_FALSE(reference.initialised);
-}
-
-TEST_F(SetPointTest, GravityCompensationGivesUpPositionControl) {
-  for (const CommandType type : {kRegressorGravity, kChainGravity}) {
-    command.begin_command(type);
-    const SetPoint point = at(0.0);
-    EXPECT_TRUE(point.torque_only);
-    EXPECT_EQ(point.model_q, measured);
-    EXPECT_EQ(point.q, JointArray{});
-    EXPECT_EQ(point.velocity_limit, JointArray{});
-  }
-}
-
 TEST(Clamp, LetsTheLowerBoundWinAndTurnsNanIntoIt) {
   EXPECT_EQ(clamp(5, 10, 0), 10);
   EXPECT_EQ(clamp(kNaN, -1, 1), -1);

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <new>
 
 #include <gtest/gtest.h>
 
@@ -16,6 +17,12 @@ namespace {
 
 thread_local bool counting = false;
 thread_local long allocations = 0;
+thread_local long allocations_left = -1;  // before malloc fails; negative: it does not
+
+bool is_used_up() {
+  allocations_left -= allocations_left > 0 ? 1 : 0;
+  return allocations_left == 0;
+}
 
 }  // namespace
 
@@ -28,7 +35,7 @@ void* __libc_memalign(std::size_t alignment, std::size_t size);
 
 void* malloc(std::size_t size) {
   allocations += counting ? 1 : 0;
-  return __libc_malloc(size);
+  return is_used_up() ? nullptr : __libc_malloc(size);
 }
 void* calloc(std::size_t count, std::size_t size) {
   allocations += counting ? 1 : 0;
@@ -82,6 +89,31 @@ TEST_P(SteadyState, CyclesAllocateNothing) {
   free(malloc(1));
   counting = false;
   EXPECT_EQ(allocations, 1) << "the counter counts";
+}
+
+TEST(OutOfMemory, InAPlanLeavesTheStandingCommand) {
+  SimulatedHardware hardware(false);
+  hardware.answer();
+  CapturedOutput output;
+  ArmController::Impl impl(VirtualBus::kInterface, false, nullptr, false,
+                           kelvara::damiao_motor::MIT_MODE);
+  impl.run_cycle(TimePoint{std::chrono::hours(1)});
+  impl.publish_joint_trajectory_command(std::vector<double>(6, 0.1), 1.0);
+  const auto standing = impl.command.command_number;
+  const std::vector<std::vector<double>> waypoints(20, std::vector<double>(6, 0.3));
+  long failures = 0;
+  for (bool planned = false; !planned; ++failures) {
+    EXPECT_EQ(impl.command.command_number, standing);
+    allocations_left = failures + 1;
+    try {
+      impl.publish_joint_waypoint_trajectory_command(waypoints, 2.0, 0.0, 400.0);
+      planned = true;
+    } catch (const std::bad_alloc&) {
+    }
+    allocations_left = -1;
+  }
+  EXPECT_GT(failures, 3) << "so many allocations can fail";
+  EXPECT_NE(impl.command.command_number, standing);
 }
 
 TEST(JacobianIk, AllocatesNothingForAnIteration) {

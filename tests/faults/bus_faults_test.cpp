@@ -103,6 +103,9 @@ std::vector<Fault> faults() {
   const auto shorten = [](Replies& replies) {
     std::for_each(replies.begin(), replies.end(), [](canfd_frame& reply) { reply.len = 5; });
   };
+  const auto lengthen = [](Replies& replies) {
+    std::for_each(replies.begin(), replies.end(), [](canfd_frame& reply) { reply.len = 64; });
+  };
   const auto flood = [](Replies& replies) {
     canfd_frame stranger{};
     stranger.can_id = 0x30;
@@ -123,6 +126,7 @@ std::vector<Fault> faults() {
       in_replies("answers_doubled", double_all),
       in_replies("answers_late", delay),
       in_replies("answers_short", shorten),
+      in_replies("answers_long", lengthen),  // lost on classic CAN, which has no such frames
       in_replies("answers_misnamed", misname),
       in_replies("answers_flooded", flood),
       in_replies("encoders_jump", jump),
@@ -264,6 +268,22 @@ INSTANTIATE_TEST_SUITE_P(EachCode, MotorErrors,
                              {0xC, "Coil over-temperature"},
                              {0xD, "Communication lost"},
                              {0xE, "Overload"}}));
+
+TEST(SilentFromTheStart, AMotorReadsAsZeroAndTheOthersMove) {
+  ClosedLoop loop(MIT_MODE);
+  loop.hardware.arm().motor(0).raise_error(0xD);
+  loop.hardware.arm().motor(0).set_silent(true);
+  loop.make_controller(MIT_MODE);
+  loop.impl->publish_joint_trajectory_command({kTarget.begin(), kTarget.end()}, 1.0);
+  for (int k = 0; k < 500; ++k) {
+    loop.cycle();
+  }
+  JointArray q{};
+  ASSERT_TRUE(loop.impl->try_get_latest_joint_state(q));
+  EXPECT_EQ(q[0], 0.0);
+  EXPECT_NEAR(q[5], kTarget[5], 0.02);
+  EXPECT_LT(std::abs(loop.true_positions()[0]), 0.2) << "it is not driven";
+}
 
 TEST(Flood, DoesNotKeepADrainOfTheBus) {
   ClosedLoop loop(MIT_MODE);

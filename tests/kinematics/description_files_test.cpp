@@ -46,13 +46,6 @@ TEST(ConfigPaths, PrefersConfigFoldersThenTheCurrentDirectoryAndNeverCaches) {
   }
 }
 
-TEST(ConfigPaths, TakesADirectoryOfThatNameForTheFile) {
-  const TemporaryWorkingDirectory directory;
-  std::filesystem::create_directories(directory.path() / "config/kelvara-test.yaml");
-  EXPECT_THAT(algorithms::find_config_file("kelvara-test.yaml").string(),
-              EndsWith("config/kelvara-test.yaml"));
-}
-
 // ---- URDF -----------------------------------------------------------------
 
 std::string urdf_error(const std::string& text) {

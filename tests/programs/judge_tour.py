@@ -6,14 +6,13 @@ that starved them for longer, nothing of any distance: status 77.
 """
 
 import json
+import os
 import re
 import sys
 
-import yaml
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "tools", "bus_report"))
+from waypoint_plan import find_plan, read_cycles, read_limits  # noqa: E402
 
-from waypoint_plan import find_plan
-
-HZ = 400.0
 WAYPOINTS = [
     [0.4, 0.2, -0.2, 0.3, 0.0, 0.0],
     [0.6, 0.4, 0.1, 0.0, 0.3, 0.5],
@@ -40,37 +39,15 @@ BOUNDS = [
 ]
 
 
-def read_cycles(path):
-    """The position and velocity words of six joints, cycle by cycle, of MIT commands with gains."""
-    cycles, current = [], {}
-    pattern = re.compile(r" 00([1-6])#(?!F{14})([0-9A-F]{16})$")
-    for line in open(path, encoding="ascii", errors="replace"):
-        match = pattern.search(line)
-        if not match:
-            continue
-        joint, data = int(match[1]), match[2]
-        words = int(data[:4], 16), int(data[4:7], 16)
-        if joint == 1:
-            current = {}
-        current[joint] = words if data[7:10] != "000" else None
-        if joint == 6 and len(current) == 6 and None not in current.values():
-            cycles.append(tuple(current[k] for k in range(1, 7)))
-    return cycles
-
-
 def main():
     table, log, report = sys.argv[1:]
-    config = yaml.safe_load(open("config/robot_kinematics.yaml", encoding="utf-8"))
-    trajectory = config["joint_trajectory"]
-    limits = list(
-        zip(*(trajectory[key] for key in ("max_vel_limits", "max_acc_limits", "max_jerk_limits")))
-    )
+    limits, signs = read_limits("config/robot_kinematics.yaml")
     cycles = read_cycles(log)
     for points, mode in (
         (WAYPOINTS, {"speed": 0.5}),
         (WAYPOINTS[::-1] + WAYPOINTS, {"time_s": 4.0}),
     ):
-        found = find_plan(cycles, points, limits, config["motor_signs"], hz=HZ, **mode)
+        found = find_plan(cycles, points, limits, signs, **mode)
         if not found:
             sys.exit(f"FAILED: the commands of the waypoint move {mode} are not its plan")
         print("waypoints %s: %d samples planned; %d cycles on the wire, %d samples met" % (mode, *found))

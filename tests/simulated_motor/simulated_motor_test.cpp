@@ -1,9 +1,5 @@
 #include "simulation/simulated_motor/simulated_motor.hpp"
 
-#include <algorithm>
-#include <cmath>
-#include <cstring>
-
 #include <gtest/gtest.h>
 
 #include "support/virtual_bus.hpp"
@@ -108,105 +104,6 @@ TEST_F(SimulatedMotorTest, LetsGoWhenItsCommandsStop) {
   EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFC").substr(0, 2), "D4") << "an error must be cleared first";
   EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFB").substr(0, 2), "04");
   EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFC").substr(0, 2), "14");
-}
-
-TEST_F(SimulatedMotorTest, FailsInTheWaysThatTestsAskFor) {
-  motor.drop_next_replies(2);
-  EXPECT_EQ(ask("7FF#0500CC0000000000"), "") << "another motor's, and no answer to lose";
-  EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFC"), "");
-  EXPECT_TRUE(motor.is_enabled()) << "only the answer was lost";
-  EXPECT_EQ(ask("7FF#0400CC0000000000"), "");
-  EXPECT_EQ(ask("004#7FFF7FF000000FFF").substr(0, 2), "14");
-  motor.raise_error(0xE);
-  EXPECT_EQ(motor.advance(0.001, 0.0, 0.0), 0.0);
-  EXPECT_EQ(ask("7FF#0400CC0000000000").substr(0, 2), "E4");
-  motor.set_silent(true);
-  EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFB"), "");
-  EXPECT_EQ(motor.error(), 0xEU) << "a silent motor does not obey";
-}
-
-/// One joint by itself: inertia, friction of both kinds and the weight of an arm held level.
-struct LoadedJoint {
-  double inertia, weight, friction;  // kg·m², N·m, N·m
-  double position = 0.0, velocity = 0.0;
-
-  void step(SimulatedMotor& motor) {
-    const double drag = friction * (std::tanh(velocity / 0.005) + velocity);
-    const double torque =
-        motor.advance(0.001, position, velocity) - weight * std::cos(position) - drag;
-    velocity += 0.001 * torque / inertia;
-    position += 0.001 * velocity;
-  }
-};
-
-canfd_frame position_velocity_frame(float position, float velocity_limit) {
-  canfd_frame frame{};
-  frame.can_id = 0x104;
-  frame.len = 8;
-  std::memcpy(frame.data, &position, 4);
-  std::memcpy(frame.data + 4, &velocity_limit, 4);
-  return frame;
-}
-
-TEST_F(SimulatedMotorTest, PositionVelocityModeIsATrapezoidThatHoldsAWeight) {
-  ask("7FF#0400550A02000000");
-  ask("7FF#040055040000A040");  // acceleration 5 rad/s²
-  ask("7FF#0400550500002040");  // deceleration 2.5 rad/s²
-  ask("7FF#0400551B00002042");  // position gain 40 1/s
-  ask("004#FFFFFFFFFFFFFFFC");
-  ask("104#0000803F0000003F");  // to 1 rad at 0.5 rad/s
-  LoadedJoint joint{0.05, 3.0, 0.12};
-  double fastest = 0.0;
-  double furthest = 0.0;
-  double arrived = 0.0;
-  for (int k = 0; k < 4000; ++k) {
-    joint.step(motor);
-    fastest = k > 500 ? std::max(fastest, joint.velocity) : 0.0;  // the weight is caught by then
-    furthest = std::max(furthest, joint.position);
-    arrived = joint.position < 0.99 ? k * 0.001 : arrived;
-  }
-  EXPECT_NEAR(joint.position, 1.0, 1e-3);
-  EXPECT_NEAR(fastest, 0.5, 0.05);
-  EXPECT_LT(furthest, 1.01);
-  // 2 s at full speed, and half a ramp at either end but for its last 0.01 rad
-  EXPECT_NEAR(arrived, 2.06, 0.01);
-}
-
-TEST_F(SimulatedMotorTest, FollowsAStreamedMoveAndHoldsItsEnd) {
-  struct Drive {
-    MotorModel model;
-    double deceleration;
-    std::string ramp, gain;  // as floats on the wire
-    LoadedJoint joint;
-  };
-  for (Drive drive : {Drive{{12.5, 8, 28, 40}, 15, "00007041", "00007042", {0.8, 16.0, 0.4}},
-                      Drive{{12.5, 30, 10, 3}, 30, "0000F041", "0000A042", {0.05, 3.0, 0.12}}}) {
-    SCOPED_TRACE(drive.model.tmax);
-    motor = SimulatedMotor(drive.model, 4, 0x14);
-    ask("7FF#0400550A02000000");
-    ask("7FF#04005504" + drive.ramp);
-    ask("7FF#04005505" + drive.ramp);
-    ask("7FF#0400551B" + drive.gain);
-    ask("004#FFFFFFFFFFFFFFFC");
-    double worst = 0.0;
-    double furthest = 0.0;
-    for (int k = 0; k < 4000; ++k) {  // a second to catch the weight, two to move, one to hold
-      const double s = std::clamp((k - 1000) / 2000.0, 0.0, 1.0);
-      const double blend = s * s * s * s * (35.0 + s * (-84.0 + s * (70.0 - 20.0 * s)));
-      const double rate = 140.0 * std::pow(s * (1.0 - s), 3) / 2.0;
-      if (k >= 1000 && (k % 5 == 0 || k % 5 == 2)) {  // 2 and 3 ms in turn
-        motor.handle(position_velocity_frame(static_cast<float>(0.8 * blend),
-                                             s < 1.0 ? static_cast<float>(0.8 * rate) : 10.5F));
-      }
-      drive.joint.step(motor);
-      worst = k > 1000 ? std::max(worst, std::abs(drive.joint.position - 0.8 * blend)) : 0.0;
-      furthest = std::max(furthest, drive.joint.position);
-    }
-    // A profile that could stop at each point trails by its braking distance at full speed.
-    EXPECT_NEAR(worst, std::pow(0.8 * 140.0 / 64.0 / 2.0, 2) / (2.0 * drive.deceleration), 0.003);
-    EXPECT_LT(furthest, 0.81);
-    EXPECT_NEAR(drive.joint.position, 0.8, 0.001);
-  }
 }
 
 }  // namespace

@@ -1,19 +1,27 @@
 // Random commands to one controller for a while, then many controllers one after another; memory,
-// descriptors and threads must stay as they are. Usage: soak SECONDS CONTROLLERS
+// descriptors and threads must stay as they are. Usage, on an
+// interface without an arm: soak INTERFACE SECONDS CONTROLLERS
 
 #include <dirent.h>
 #include <malloc.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <random>
 #include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "kelvara/arm_controller.hpp"
-#include "support/captured_output.hpp"
-#include "support/simulated_hardware.hpp"
+
+#include "benchmarks/living_arm.hpp"
 
 namespace {
 
@@ -122,7 +130,7 @@ double seconds_since(Clock::time_point start) {
 
 /// Prints what is held, and compares it with what was held the first time.
 bool stays_flat(Holdings& settled, const char* when, Clock::time_point start) {
-  // The bus, in this process too, lets go of a closed socket a moment later.
+  // Threads and sockets that just ended are gone a moment later.
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   const Holdings now = Holdings::now();
   now.print(when, seconds_since(start));
@@ -137,23 +145,20 @@ bool stays_flat(Holdings& settled, const char* when, Clock::time_point start) {
 }
 
 /// Commands for a while; what is held when a tenth has passed must be all that is ever held.
-bool command_for(double seconds, Soak& soak) {
-  SimulatedHardware hardware(false);
-  hardware.live();
+bool command_for(const std::string& interface, double seconds, Soak& soak) {
+  const LivingArm living(interface, {});
   const Clock::time_point start = Clock::now();
   Holdings settled{};
   double next_line = 0.1 * seconds;
   long commands = 0;
   {
-    CapturedOutput silence;  // grows: what is said is dropped now and then
-    auto arm = std::make_unique<ArmController>(true, VirtualBus::kInterface, false, MIT_MODE);
+    ArmController arm(true, interface, false, MIT_MODE);
     while (seconds_since(start) < seconds) {
-      soak.command(*arm);
+      soak.command(arm);
       ++commands;
       std::this_thread::sleep_for(
           std::chrono::milliseconds(std::uniform_int_distribution<int>(0, 20)(soak.random())));
       if (seconds_since(start) >= next_line) {
-        silence.clear();
         if (!stays_flat(settled, "commanding", start)) {
           return false;
         }
@@ -165,17 +170,14 @@ bool command_for(double seconds, Soak& soak) {
   return soak.refused() > 0 && soak.refused() < commands;
 }
 
-bool construct(int controllers, Soak& soak) {
-  SimulatedHardware hardware(false);
-  hardware.live();
+bool construct(const std::string& interface, int controllers, Soak& soak) {
+  const LivingArm living(interface, {});
   const Clock::time_point start = Clock::now();
   Holdings settled{};
   const int step = std::max(controllers / 10, 1);
   for (int k = 1; k <= controllers; ++k) {
     {
-      CapturedOutput silence;
-      ArmController arm(k % 2 == 0, VirtualBus::kInterface, false,
-                        k % 20 == 0 ? POS_VEL_MODE : MIT_MODE);
+      ArmController arm(k % 2 == 0, interface, false, k % 20 == 0 ? POS_VEL_MODE : MIT_MODE);
       soak.command(arm);
     }
     if (k % step == 0) {
@@ -191,12 +193,20 @@ bool construct(int controllers, Soak& soak) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const double seconds = argc == 3 ? std::atof(argv[1]) : 0.0;
-  const int controllers = argc == 3 ? std::atoi(argv[2]) : 0;
+  const double seconds = argc == 4 ? std::atof(argv[2]) : 0.0;
+  const int controllers = argc == 4 ? std::atoi(argv[3]) : 0;
   if (!(seconds > 0.0) || controllers <= 0) {
-    std::cerr << "usage: soak SECONDS CONTROLLERS\n";
+    std::cerr << "usage: soak INTERFACE SECONDS CONTROLLERS\n";
     return 2;
   }
-  Soak soak;
-  return command_for(seconds, soak) && construct(controllers, soak) ? 0 : 1;
+  // What the controllers say is not wanted here.
+  std::cout.setstate(std::ios::failbit);
+  std::cerr.setstate(std::ios::failbit);
+  try {
+    Soak soak;
+    return command_for(argv[1], seconds, soak) && construct(argv[1], controllers, soak) ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "soak: %s\n", error.what());
+    return 1;
+  }
 }

@@ -1,13 +1,26 @@
-"""A second waypoint planner, and a search for its plan among the commands of a bus log.
+#!/usr/bin/env python3
+"""Tells whether a waypoint move was commanded as planned, from a candump log in MIT mode alone.
 
-Written from the rules of the plan alone, in another language and another form (plain polynomials),
-so that a mistake of the library's planner shows as a difference on the wire.
+usage: waypoint_plan.py LOG WAYPOINTS (--speed FRACTION | --time SECONDS) [--config FILE]
+
+WAYPOINTS is a JSON file, a list of lists of six angles. The plan is computed here by a second planner,
+written from the rules of the plan alone, in another language and another form (plain polynomials), so
+that a mistake of the library's planner shows as a difference on the wire.
 """
 
+import argparse
 import itertools
+import json
 import math
+import os
+import re
+import sys
 
 import numpy as np
+import yaml
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+CONTROL_HZ = 400.0
 
 PMAX = 12.5
 VMAX = [8.0] * 3 + [30.0] * 3
@@ -151,7 +164,7 @@ def follows(cycles, samples):
     return None
 
 
-def find_plan(cycles, waypoints, limits, signs, **mode):
+def find_plan(cycles, waypoints, limits, signs, hz=CONTROL_HZ, **mode):
     """Looks for the plan's samples among the commanded words of each cycle."""
     still = np.array([a == b for a, b in zip(cycles, cycles[1:])])
     for i in range(20, len(cycles) - 1):
@@ -159,9 +172,65 @@ def find_plan(cycles, waypoints, limits, signs, **mode):
             continue
         for first in (i + 1, i):  # the first sample may look like the pose held before it
             for start in possible_starts(cycles[first], signs):
-                samples = [on_wire(s, signs) for s in plan(start, waypoints, limits, **mode)]
+                samples = [on_wire(s, signs) for s in plan(start, waypoints, limits, hz, **mode)]
                 found = matches(cycles[first], samples[0]) and follows(cycles[first:], samples)
                 # Cycles that came late are caught up, so there are about as many as samples.
                 if found and found[0] > 0.8 * len(samples):
                     return len(samples), *found
     return None
+
+
+def read_cycles(path):
+    """The position and velocity words of six joints, cycle by cycle, of MIT commands with gains."""
+    cycles, current = [], {}
+    pattern = re.compile(r" 00([1-6])#(?!F{14})([0-9A-F]{16})$")
+    for line in open(path, encoding="ascii", errors="replace"):
+        match = pattern.search(line)
+        if not match:
+            continue
+        joint, data = int(match[1]), match[2]
+        words = int(data[:4], 16), int(data[4:7], 16)
+        if joint == 1:
+            current = {}
+        current[joint] = words if data[7:10] != "000" else None
+        if joint == 6 and len(current) == 6 and None not in current.values():
+            cycles.append(tuple(current[k] for k in range(1, 7)))
+    return cycles
+
+
+def read_limits(path):
+    """Per joint (velocity, acceleration, jerk), and the motors' signs."""
+    with open(path, encoding="utf-8") as file:
+        config = yaml.safe_load(file)
+    keys = ("max_vel_limits", "max_acc_limits", "max_jerk_limits")
+    return list(zip(*(config["joint_trajectory"][key] for key in keys))), config["motor_signs"]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
+    parser.add_argument("log")
+    parser.add_argument("waypoints")
+    mode = parser.add_mutually_exclusive_group(required=True)
+    mode.add_argument("--speed", type=float)
+    mode.add_argument("--time", type=float, dest="time_s")
+    parser.add_argument(
+        "--config", default=os.path.join(HERE, "..", "..", "config", "robot_kinematics.yaml")
+    )
+    arguments = parser.parse_args()
+    try:
+        with open(arguments.waypoints, encoding="utf-8") as file:
+            waypoints = json.load(file)
+        limits, signs = read_limits(arguments.config)
+        cycles = read_cycles(arguments.log)
+    except (OSError, ValueError, KeyError, yaml.YAMLError) as error:
+        sys.exit(f"waypoint_plan: {error}")
+    found = find_plan(
+        cycles, waypoints, limits, signs, speed=arguments.speed, time_s=arguments.time_s
+    )
+    if not found:
+        sys.exit("waypoint_plan: the log holds no such move")
+    print("%d samples planned; %d cycles on the wire, %d samples met" % found)
+
+
+if __name__ == "__main__":
+    main()
