@@ -65,5 +65,24 @@ expect 1 "can0 is down" "${on_bus[@]}" "$bin/kelvara-simulated-arm" --interface 
 until grep -qs ready "$work/arm_ready"; do sleep 0.05; done
 expect 1 "an arm answers there already" "${on_bus[@]}" "$bin/kelvara-simulated-arm" --interface can0
 expect 1 "holds no commands" /usr/bin/python3 tools/bus_report/bus_report.py "$work/log"
+# Six motors that answer once, rest for a second and are silent while they are sent on.
+/usr/bin/python3 - >"$work/silent" <<'LOG'
+for k in range(600):
+    for joint in range(1, 7):
+        if k == 0 or k > 400:
+            print(f"({k * 0.0025:.6f}) can0 {joint:03X}#{0x8000 + 20 * k:04X}7FF1F4000800")
+        if k == 0:
+            print(f"(0.001000) can0 {joint + 16:03X}#1{joint}80008008001E1C")
+LOG
+for options in "" --joints; do
+  # shellcheck disable=SC2086 # none or one
+  /usr/bin/python3 tools/bus_report/bus_report.py "$work/silent" $options >"$work/report" 2>&1 || true
+  grep -q "no enabled motor answered" "$work/report" || {
+    cat "$work/report"
+    failures=$((failures + 1))
+  }
+done
+grep -v ' 01[1-6]#' "$work/silent" >"$work/dead"
+expect 1 "holds no answers" /usr/bin/python3 tools/bus_report/bus_report.py "$work/dead"
 expect 1 "no frame 7FE" /usr/bin/python3 tools/bus_report/check_session.py "$work/log"
 exit "$((failures > 0))"

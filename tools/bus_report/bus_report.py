@@ -28,6 +28,7 @@ REST_S = 0.2  # a pause this long ends a move
 RUN_UP_S = 0.2  # the slow beginning and end of a move lie within this of its fast part
 HAND_SPEED = 0.05  # rad/s; a floating arm that moves faster is moved by a hand
 MIN_MOVE = 0.01  # rad that some joint must be sent
+SILENT = "no enabled motor answered"
 
 
 def moving_times(rows):
@@ -145,6 +146,9 @@ def print_moves(report):
     print("  move     from      to   travel   peak error   end error   overshoot")
     for number, move in enumerate(report["moves"], 1):
         joints = move["joints"]
+        if not joints:
+            print(f"  {number:4d} {move['begin']:6.2f} s {move['end']:5.2f} s   {SILENT}")
+            continue
         travelled, peak, end, over = (
             max(row[key] for row in joints)
             for key in ("travel", "peak_error", "end_error", "overshoot")
@@ -159,6 +163,8 @@ def print_joints(report):
     for number, move in enumerate(report["moves"], 1):
         print(f"\nmove {number}: {move['begin']:.2f} s to {move['end']:.2f} s")
         print("  joint    start   target   peak error   end error   overshoot")
+        if not move["joints"]:
+            print(f"  {SILENT}")
         for joint, row in enumerate(move["joints"], 1):
             print(
                 f"  {joint:5d} {row['start']:8.3f} {row['target']:8.3f} {row['peak_error']:12.4f}"
@@ -208,6 +214,8 @@ def main():
         sys.exit(f"bus_report: {error}")
     if not all(len(rows) > 1 for rows in record.commands):
         sys.exit(f"bus_report: {arguments.log} holds no commands for six joints")
+    if not all(len(rows) for rows in record.replies):
+        sys.exit(f"bus_report: {arguments.log} holds no answers of six enabled motors")
     report = analyse(record)
     print_report(report, arguments.joints)
     if arguments.json:
