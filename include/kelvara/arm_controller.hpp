@@ -35,19 +35,20 @@ class KELVARA_EXPORT ArmController {
 
   /// Opens the bus, reads the robot description, brings the motors up in the given mode, starts the
   /// threads, closes the gripper and sends the arm to the all-zero pose in 2 s: the arm moves.
-  /// Blocks some 10 ms in MIT mode and some 300 ms in position/velocity mode.
+  /// Blocks some 10 ms in MIT mode and some 220 ms in position/velocity mode, 50 ms more when a
+  /// motor does not answer.
   ///
-  /// Ends the whole process with status 1, after a line on standard error, when the robot
-  /// description cannot be opened or parsed while its controller part is read, when a motor
-  /// parameter reads back different from the configured one, and when joint 2 starts below -1.57
-  /// rad.
+  /// Ends the whole process with status 1, after a line on standard error, when a motor parameter
+  /// reads back different from the configured one, when joint 2 starts below -1.57 rad, and when
+  /// the YAML file can no longer be opened or parsed after the kinematics have been read from it.
   /// @param with_gripper  true: a gripper motor is fitted.
   /// @param can_interface Interface name, for example "can0"; must be up.
-  /// @param bus_flag      true: CAN-FD frames, false: classic ones.
+  /// @param bus_flag      true: CAN-FD frames, false: classic ones. An interface without CAN-FD
+  ///                      refuses every CAN-FD frame, silently: no motor answers.
   /// @param mode          `MIT_MODE` or `POS_VEL_MODE`.
   /// @throws kelvara::canbus::CANSocketException when the interface cannot be opened.
-  /// @throws std::runtime_error for a malformed robot description, and for one whose masses,
-  ///         inertias or lengths are not finite.
+  /// @throws std::runtime_error for a robot description that is missing or malformed, or whose
+  ///         masses, inertias or lengths are not finite.
   /// @throws std::invalid_argument for another mode, or motor signs other than +1 and -1.
   ArmController(bool with_gripper, const std::string& can_interface, bool bus_flag,
                 kelvara::damiao_motor::ControlMode mode);
@@ -70,7 +71,9 @@ class KELVARA_EXPORT ArmController {
   /// Moves from the present pose to a target in a given time, at rest at both ends (a polynomial of
   /// the seventh degree in time), then holds it.
   /// @param q_end Target angles, clamped to the joint limits.
-  /// @param tf    Duration in seconds; the speed that it asks for is not limited.
+  /// @param tf    Duration in seconds; the speed that it asks for is not limited. With 1e-6 or
+  ///              less, or NaN, the arm stays where it is until the next command, in MIT mode
+  ///              without stiffness.
   /// @throws std::invalid_argument "q_end size mismatch", "tf must be positive", "q_end must be
   ///         finite".
   void set_joint(const std::vector<double>& q_end, double tf);
@@ -124,10 +127,10 @@ class KELVARA_EXPORT ArmController {
   /// line on standard output and do nothing. Values out of range are clamped, with a warning.
   void openGripper();
   void closeGripper();
-  /// @param p Fraction of the full opening, 0 (closed) to 1.
+  /// @param p Fraction of the full opening, 0 (closed) to 1; NaN opens, without a warning.
   void setGripperPosition(double p);
   void setGripperPosition_raw(double p);
-  /// @param d     Jaw distance in metres, 0 to 0.085.
+  /// @param d     Jaw distance in metres, 0 to 0.085; NaN closes, without a warning.
   /// @param speed Position gain of the gripper's motor, clamped to [0.1, 20] N·m/rad.
   /// @param force Velocity gain of the gripper's motor, clamped to [0.1, 1] N·m·s/rad.
   void setGripperDistance(double d, double speed, double force);

@@ -27,7 +27,8 @@ class KELVARA_EXPORT CANSocket {
  public:
   /// Opens and binds the socket.
   /// @param interface Interface name, for example "can0"; only its first 15 characters count.
-  /// @param canfd     true: CAN-FD frames may be read and written.
+  /// @param canfd     true: CAN-FD frames may be read and written. An interface without CAN-FD
+  ///                  opens all the same; every write of such a frame fails on it.
   /// @throws CANSocketException "Failed to initialize socket for interface: NAME". When the
   ///         interface exists but is down, a hint on standard error goes before.
   CANSocket(const std::string& interface, bool canfd);

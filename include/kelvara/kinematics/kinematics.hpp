@@ -115,12 +115,16 @@ class KELVARA_EXPORT RobotKinematics {
   /// Tool position and quaternion: x, y, z, qx, qy, qz, qw.
   /// @throws std::runtime_error for a wrong number of angles or a failed solver.
   std::vector<double> forwardKinematics_kdl(const std::vector<double>& q);
-  /// Gravity torques G(q).
+  /// Gravity torques G(q), N·m.
+  /// @throws std::runtime_error for a wrong number of angles or a failed solver.
   std::vector<double> gravity_compensation_kdl(const std::vector<double>& q) const;
-  /// Coriolis and centrifugal torques C(q, qd).
+  /// Coriolis and centrifugal torques C(q, qd), N·m.
+  /// @throws std::runtime_error for a wrong number of angles, fewer velocities, or a failed solver;
+  ///         the size message names gravity_compensation_kdl.
   std::vector<double> coriolis_compensation_kdl(const std::vector<double>& q,
                                                 const std::vector<double>& qd) const;
-  /// Inverse dynamics M(q)·qdd + C(q, qd) + G(q).
+  /// Inverse dynamics M(q)·qdd + C(q, qd) + G(q), N·m.
+  /// @throws std::runtime_error for a wrong number of angles, fewer velocities or accelerations.
   std::vector<double> dynamic_compensation_kdl(const std::vector<double>& q,
                                                const std::vector<double>& qd,
                                                const std::vector<double>& qdd) const;
