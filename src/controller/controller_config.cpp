@@ -64,15 +64,15 @@ JointArray parse_joint_array(const YAML::Node& node, const std::string& config_p
   return values;
 }
 
-/// A joint array of bounds. A negative one, or one that is no number, would turn a bound into a
-/// command.
+/// A joint array of limits or gains. One that is negative, or no number, would turn a limit into a
+/// command or leave a joint limp.
 JointArray parse_limits(const YAML::Node& node, const std::string& config_path,
                         const std::string& field_name) {
   const JointArray limits = parse_joint_array(node, config_path, field_name);
   for (const double limit : limits) {
     if (!(limit >= 0.0)) {
       throw std::runtime_error(invalid_array(config_path, field_name) +
-                               "must not hold negative limits");
+                               "must not hold negative values");
     }
   }
   return limits;
@@ -106,11 +106,9 @@ MitModeConfig load_mit_mode_config() {
   const ConfigFile file = open_config("MIT_MODE");
   const YAML::Node map = require_map(file, "mit_mode", "MIT_MODE");
   const auto array = [&](const char* key) {
-    return parse_joint_array(child(map, key), file.path, std::string("mit_mode.") + key);
+    return parse_limits(child(map, key), file.path, std::string("mit_mode.") + key);
   };
-  MitModeConfig config{
-      array("kp"), array("kd"),
-      parse_limits(child(map, "gravity_tau_limits"), file.path, "mit_mode.gravity_tau_limits")};
+  MitModeConfig config{array("kp"), array("kd"), array("gravity_tau_limits")};
   read_number(child(map, "gravity_comp_scale"), config.gravity_comp_scale,
               "Invalid MIT_MODE config at " + file.path + ": gravity_comp_scale must be a number");
   return config;

@@ -200,7 +200,7 @@ TEST(ControllerConfig, NamesWhatIsWrong) {
     EXPECT_THAT(controller_error("mit_mode: {kp: " + kSix + ", kd: " + kSix +
                                      ", gravity_tau_limits: [1, 1, 1, 1, 1, " + limit + "]}",
                                  load_mit_mode_config),
-                EndsWith(": field 'mit_mode.gravity_tau_limits' must not hold negative limits"));
+                EndsWith(": field 'mit_mode.gravity_tau_limits' must not hold negative values"));
   }
 }
 
