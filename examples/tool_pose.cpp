@@ -2,6 +2,7 @@
 // Usage: tool_pose INTERFACE
 #include <chrono>
 #include <exception>
+#include <iomanip>
 #include <iostream>
 #include <thread>
 
@@ -36,7 +37,8 @@ int main(int argc, char** argv) {
     arm.move_joint_waypoints(joints, /*time_sec=*/2.0, /*speed_percent=*/0.0, /*control_hz=*/400.0);
     wait(2.5);
     const auto pose = arm.get_end_effector_pose();
-    std::cout << "tool at " << pose[0] << ", " << pose[1] << ", " << pose[2] << " m\n";
+    std::cout << std::fixed << std::setprecision(3) << "tool at " << pose[0] << ", " << pose[1]
+              << ", " << pose[2] << " m\n";
   } catch (const std::exception& error) {
     std::cerr << "tool_pose: " << error.what() << '\n';
     return 1;

@@ -139,6 +139,13 @@ TEST(PoseCommands, MoveTheToolAndReadItBack) {
   EXPECT_TRUE(comes_to(0.45, 0.15, 0.30));
   arm.move_joint_waypoints({{0.2, 0.1, 0.1, 0, 0, 0}, {0, 0, 0, 0, 0, 0}}, 0.0, 1.0, 400.0);
   EXPECT_TRUE(comes_to(0.60313, 0.0, 0.3725));
+  // A time that is too short is told of, joint by joint, and kept.
+  arm.move_joint_waypoints({{0.3, 0, 0, 0, 0.5, 0}}, 0.2, 0.0, 400.0);
+  EXPECT_TRUE(comes_to(0.5105, 0.28538, 0.3725));
+  const std::string told = "[move_joint_waypoints] requested time_sec=0.2 exceeds joint ";
+  EXPECT_THAT(output.err(), ::testing::HasSubstr(told + "1 trajectory limits: vmax "));
+  EXPECT_THAT(output.err(), ::testing::HasSubstr(told + "5 trajectory limits: vmax "));
+  EXPECT_THAT(output.err(), ::testing::Not(::testing::HasSubstr(told + "2")));
   for (int k = 0; k < 100; ++k) {
     arm.set_end_effector_pose_raw({0.55, 0.0, 0.35}, {0.0, 0.0, 0.0});
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

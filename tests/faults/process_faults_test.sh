@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Applications that end, or stand still, while the arm moves: what the motors do then, and that the
 # next application finds them well. usage: process_faults_test.sh BUILD_DIR
+# Status 77 when it failed on a machine that stood still.
 # shellcheck disable=SC2016 # the inner shells expand
 set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../support/pause_watch.sh"
 
 build=$(cd "$1" && pwd)
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
@@ -53,10 +55,11 @@ run_case() {
   echo "$name: judged"
 }
 
+watch_pauses "$work/pause"
 let_go="motors 1-6 error 0xD"
 run_case killed wait 'kill -KILL $application' 137 "$let_go"
 run_case stopped wait 'kill -STOP $application; sleep 1; kill -CONT $application' 0 "$let_go" "joint 6 at"
 run_case threw throw : 134 "$let_go"
 run_case exited exit : 3 "$let_go"
 run_case thread-ended end : 0 "!$let_go" "joint 6 at 0.\(79\|80\)"
-exit "$((failures > 0))"
+end_with "$((failures > 0))"

@@ -4,6 +4,7 @@
 # Status 77 when the machine starved the programs: no distance can be judged then.
 # shellcheck disable=SC2016 # the inner shell expands
 set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../support/pause_watch.sh"
 
 build=$(cd "$1" && pwd)
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
@@ -13,6 +14,7 @@ export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR
 work=$(mktemp -d)
 trap 'rm -rf "$work" "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
 
+watch_pauses "$work/pause"
 scripts/with-virtual-can bash -c '
   work=$1 bin=$2
   candump -L can0 >"$work/log" &
@@ -25,4 +27,6 @@ if grep -q exception "$work/errors"; then
   exit 1
 fi
 /usr/bin/python3 tools/bus_report/bus_report.py "$work/log" --json "$work/report.json"
-/usr/bin/python3 tests/programs/judge_tour.py "$work/table" "$work/log" "$work/report.json"
+status=0
+/usr/bin/python3 tests/programs/judge_tour.py "$work/table" "$work/log" "$work/report.json" || status=$?
+end_with "$status"

@@ -33,6 +33,7 @@ class Record:
     # Answers to commands for a torque alone: (t, q, dq, tau)
     floating: list = field(default_factory=lambda: [[] for _ in range(6)])
     jaws: list = field(default_factory=list)  # (t, motor angle asked, motor angle), rad
+    rounds: list = field(default_factory=list)  # t of every command for joint 1, floating or not
     frames: int = 0
     bits: int = 0
     duration: float = 0.0
@@ -112,6 +113,8 @@ def read_log(path, signs):
             elif can_id < 8 or 0x101 <= can_id <= 0x106:
                 command = decode_command(joint, can_id, data)
                 waiting[joint].append(command)
+                if command and joint == 0:
+                    record.rounds.append(time)
                 if isinstance(command, tuple) and joint < GRIPPER:
                     record.position_velocity |= can_id > 0x100
                     position, velocity = command[0] * signs[joint], command[1] * signs[joint]

@@ -113,7 +113,7 @@ def judge_floating(record):
 
 def control_period(record):
     """Milliseconds between commands to joint 1 while they come in a row."""
-    gaps = np.diff(record.commands[0][:, 0]) * 1000
+    gaps = np.diff(record.rounds) * 1000
     return gaps[gaps < 1000]
 
 
