@@ -3,6 +3,7 @@
 #include <tinyxml2.h>
 
 #include <cmath>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <unordered_set>
@@ -116,9 +117,10 @@ UrdfJoint parse_joint(const XMLElement* element) {
   if (joint.type != "continuous" && limit != nullptr) {
     const bool has_lower = read_double(limit, "lower", joint.lower);
     const bool has_upper = read_double(limit, "upper", joint.upper);
-    // A limit of "nan" bounds nothing.
+    // What is no number bounds nothing, and no angle lies above or below every other.
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
     joint.has_limits =
-        has_lower && has_upper && !std::isnan(joint.lower) && !std::isnan(joint.upper);
+        has_lower && has_upper && joint.lower < kInfinity && joint.upper > -kInfinity;
   }
   return joint;
 }
