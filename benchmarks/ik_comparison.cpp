@@ -127,7 +127,7 @@ int main(int argc, char** argv) {
   const auto trials = [&](auto draw_seed, auto draw_truth) {
     std::vector<Trial> made;
     for (int k = 0; k < count; ++k) {
-      const Eigen::VectorXd seed = draw_seed();
+      const Eigen::VectorXd& seed = draw_seed();
       made.push_back({seed, draw_truth(seed)});
     }
     return made;
@@ -138,8 +138,10 @@ int main(int argc, char** argv) {
   std::puts("| seeds and targets | Jacobian: solved | mean time | KDL: solved | mean time |");
   std::puts("|---|---|---|---|---|");
   comparison.run("within 0.3 rad of home", trials([] { return Eigen::VectorXd::Zero(6); }, nearby));
-  comparison.run("within 0.3 rad of a working pose", trials([&] { return work; }, nearby));
-  comparison.run("within 0.3 rad of first_motion's pose", trials([&] { return motion; }, nearby));
+  comparison.run("within 0.3 rad of a working pose",
+                 trials([&]() -> const Eigen::VectorXd& { return work; }, nearby));
+  comparison.run("within 0.3 rad of first_motion's pose",
+                 trials([&]() -> const Eigen::VectorXd& { return motion; }, nearby));
   comparison.run("within 0.3 rad of random poses",
                  trials([&] { return comparison.random_pose(0.5); }, nearby));
   comparison.run("random far seeds",

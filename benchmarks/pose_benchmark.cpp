@@ -22,7 +22,7 @@ const Eigen::VectorXd& pose() {
 }
 
 void ForwardKinematics(benchmark::State& state) {
-  for (auto unused : state) {
+  while (state.KeepRunning()) {
     benchmark::DoNotOptimize(model().forward_kinematics(pose()));
   }
 }
@@ -31,7 +31,7 @@ BENCHMARK(ForwardKinematics);
 /// The peer of one iteration's Jacobian: every joint moved by itself through a whole forward
 /// kinematics.
 void JacobianByWholeForwardKinematics(benchmark::State& state) {
-  for (auto unused : state) {
+  while (state.KeepRunning()) {
     const Eigen::Matrix4d T = model().forward_kinematics(pose());
     const Eigen::Vector4d orientation =
         model().rotation_matrix_to_quaternion(T.topLeftCorner<3, 3>());
@@ -54,7 +54,7 @@ BENCHMARK(JacobianByWholeForwardKinematics);
 void JacobianIteration(benchmark::State& state) {
   constexpr int kIterations = 1000;
   std::cerr.setstate(std::ios::failbit);  // every run reports that it did not converge
-  for (auto unused : state) {
+  while (state.KeepRunning()) {
     benchmark::DoNotOptimize(model().inverse_kinematics_jacobian(
         {0.5, 0.1, 0.3}, {0.0, 0.1, 0.2}, pose(), 0.0, 0.0, kIterations, 0.005));
   }

@@ -2,7 +2,6 @@
 // descriptors and threads must stay as they are. Usage, on an
 // interface without an arm: soak INTERFACE SECONDS CONTROLLERS
 
-#include <dirent.h>
 #include <malloc.h>
 #include <unistd.h>
 
@@ -11,8 +10,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -32,13 +34,7 @@ using kelvara::damiao_motor::POS_VEL_MODE;
 constexpr long kAllowedGrowthKb = 2048;
 
 long entries(const char* path) {
-  long count = 0;
-  DIR* directory = opendir(path);
-  while (readdir(directory) != nullptr) {
-    ++count;
-  }
-  closedir(directory);
-  return count;
+  return std::distance(std::filesystem::directory_iterator(path), {});
 }
 
 /// What this process holds.
@@ -53,7 +49,7 @@ struct Holdings {
   }
   void print(const char* when, double seconds) const {
     std::printf("%8.1f s  %-14s %7ld KiB resident, %2ld descriptors, %ld threads\n", seconds, when,
-                memory_kb, descriptors - 3, threads - 2);
+                memory_kb, descriptors, threads);
     std::fflush(stdout);
   }
   bool grew_since(const Holdings& before) const {
