@@ -4,6 +4,7 @@
 # Status 77 when the machine starved the programs: nothing can be told then.
 # shellcheck disable=SC2016 # the inner shell expands
 set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../support/pause_watch.sh"
 
 build=$(cd "$1" && pwd)
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
@@ -13,6 +14,7 @@ export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR
 work=$(mktemp -d)
 trap 'rm -rf "$work" "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
 
+watch_pauses "$work/pause"
 scripts/with-virtual-can bash -c '
   "$2/kelvara-simulated-arm" --interface can0 >"$1/ready" &
   until grep -qs ready "$1/ready"; do sleep 0.05; done
@@ -25,7 +27,8 @@ if grep -q "Communication lost" "$work/out"; then
   echo "not judged: the machine stood still until the motors let go"
   exit 77
 fi
-/usr/bin/python3 - "$work" <<'JUDGE'
+status=0
+/usr/bin/python3 - "$work" <<'JUDGE' || status=$?
 import csv, re, statistics, sys
 
 out = open(sys.argv[1] + "/out").read()
@@ -45,5 +48,7 @@ if worst < 0.95 and min(in_time) < 0.9:
     sys.exit(77)
 assert worst >= 0.95
 JUDGE
+[[ $status -eq 0 ]] || end_with "$status"
 /usr/bin/python3 tools/identification/plot_torques.py "$work/torques.csv" "$work/torques.png"
-[[ -s $work/torques.png ]]
+[[ -s $work/torques.png ]] || end_with 1
+end_with 0

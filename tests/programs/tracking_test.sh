@@ -4,6 +4,7 @@
 # usage: tracking_test.sh BUILD_DIR [--pos-vel] [--fd]
 # Status 77 when the machine starved the programs: nothing can be told then.
 set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../support/pause_watch.sh"
 
 build=$(cd "$1" && pwd)
 shift
@@ -14,10 +15,7 @@ export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR
 work=$(mktemp -d)
 trap 'rm -rf "$work" "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
 
-scripts/with-virtual-can tests/programs/record_session.sh "$build/bin" can0 "$work/log" "$@"
-/usr/bin/python3 tools/bus_report/check_session.py "$work/log" "$@"
-/usr/bin/python3 tools/bus_report/bus_report.py "$work/log" --json "$work/report.json"
-/usr/bin/python3 - "$work/report.json" <<'JUDGE'
+cat >"$work/judge.py" <<'JUDGE'
 import json, sys
 
 report = json.load(open(sys.argv[1]))
@@ -32,3 +30,11 @@ for move in report["moves"]:
         assert joint["peak_error"] < 0.06 and joint["end_error"] < 0.02, joint
         assert joint["overshoot"] < 0.02, joint
 JUDGE
+
+watch_pauses "$work/pause"
+status=0
+scripts/with-virtual-can tests/programs/record_session.sh "$build/bin" can0 "$work/log" "$@" &&
+  /usr/bin/python3 tools/bus_report/check_session.py "$work/log" "$@" &&
+  /usr/bin/python3 tools/bus_report/bus_report.py "$work/log" --json "$work/report.json" &&
+  /usr/bin/python3 "$work/judge.py" "$work/report.json" || status=$?
+end_with "$status"
