@@ -21,10 +21,13 @@ plt.rcParams.update({"font.size": 9, "axes.spines.top": False, "axes.spines.righ
 
 def read_torques(path):
     with open(path, encoding="utf-8") as file:
-        try:
-            table = np.genfromtxt(file, delimiter=",", names=True)
-        except ValueError:  # numpy lists every line
-            raise ValueError("not a table of torques") from None
+        lines = file.readlines()
+    if len(lines) < 3:
+        raise ValueError("a table of torques holds more lines")
+    try:
+        table = np.genfromtxt(lines, delimiter=",", names=True)
+    except ValueError:  # numpy lists every line
+        raise ValueError("not a table of torques") from None
     names = [f"{kind}_{joint}" for kind in ("measured", "predicted") for joint in range(1, 7)]
     if table.ndim != 1 or table.dtype.names is None:
         raise ValueError("not a table of torques")

@@ -13,6 +13,9 @@ def read_chain(path):
     joints between them are passed through.
     """
     robot = ElementTree.parse(path).getroot()
+    for joint in robot.findall("joint"):
+        if joint.find("parent") is None or joint.find("child") is None:
+            raise ValueError(f"joint {joint.get('name')} lacks its parent or its child")
     joints = {joint.find("parent").get("link"): joint for joint in robot.findall("joint")}
     children = {joint.find("child").get("link") for joint in joints.values()}
     if len(joints) != len(robot.findall("joint")) or len(joints.keys() - children) != 1:
