@@ -5,6 +5,7 @@
 
 #include <Eigen/Core>
 
+#include "controller/finite.hpp"
 #include "controller/pose_stream.hpp"
 #include "controller/setpoint.hpp"
 #include "controller/waypoint_planner.hpp"
@@ -23,11 +24,6 @@ using kelvara::damiao_motor::POS_VEL_MODE;
 constexpr double kMaxSamples = 20'000.0;  // more would only cost time
 constexpr double kSmallest = 1e-300;      // below it numbers lose their digits
 constexpr double kPi = 3.14159265358979323846;
-
-template <typename Numbers>
-bool all_finite(const Numbers& numbers) {
-  return std::all_of(numbers.begin(), numbers.end(), [](double x) { return std::isfinite(x); });
-}
 
 RobotKinematics& model() {
   static RobotKinematics instance;

@@ -14,8 +14,7 @@
 
 #include "fuzz/input.hpp"
 
-// ---- The bus: a pair of datagram sockets, which the linker puts in the library's way
-// -------------
+// ---- The bus: a pair of datagram sockets, put in the library's way by the linker ----
 
 namespace {
 int strangers = -1;  // their end of the pair

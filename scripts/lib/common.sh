@@ -13,6 +13,11 @@ heading() {
   printf '\n=== %s ===\n' "$1"
 }
 
+# print_help: the comment at the head of the script.
+print_help() {
+  sed -n '2,/^set/{/^#/s/^# \{0,1\}//p}' "${BASH_SOURCE[-1]}"
+}
+
 packages_library=(g++ cmake ninja-build pkg-config libyaml-cpp-dev liborocos-kdl-dev
   libtinyxml2-dev libeigen3-dev)
 packages_simulation=(libmujoco-dev can-utils)
@@ -57,6 +62,7 @@ build_preset() {
   (cd "$root" && cmake --preset "$preset" -G Ninja "${launcher[@]}" "${configure_options[@]}" \
     --log-level=WARNING >/dev/null && cmake --build "build/$preset" --target "$@")
 }
+
 # cxx_files FOLDER...: the C++ files in these folders, relative to the root, each ended by a null.
 cxx_files() {
   (cd "$root" && find "$@" \( -name '*.cpp' -o -name '*.hpp' \) -print0)

@@ -1,10 +1,9 @@
 #include "kelvara/arm_controller.hpp"
 
-#include <algorithm>
-#include <cmath>
 #include <stdexcept>
 
 #include "controller/arm_controller_impl.hpp"
+#include "controller/finite.hpp"
 
 using kelvara::controller::JointArray;
 using kelvara::controller::kHomePose;
@@ -14,9 +13,7 @@ using kelvara::controller::kJointCount;
 namespace {
 
 void require_finite(const std::vector<double>& values, const char* name) {
-  const bool finite =
-      std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
-  if (!finite) {
+  if (!kelvara::controller::all_finite(values)) {
     throw std::invalid_argument(std::string(name) + " must be finite");
   }
 }

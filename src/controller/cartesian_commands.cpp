@@ -1,11 +1,11 @@
 #include <algorithm>
-#include <cmath>
 #include <iostream>
 #include <stdexcept>
 
 #include <kdl/frames.hpp>
 
 #include "controller/arm_controller_impl.hpp"
+#include "controller/finite.hpp"
 
 using kelvara::controller::Clock;
 using kelvara::controller::JointArray;
@@ -18,8 +18,7 @@ constexpr int kJacobianIterations = 100;
 constexpr double kJacobianDamping = 0.005;
 
 bool is_finite_triple(const std::vector<double>& values) {
-  return values.size() == 3 && std::all_of(values.begin(), values.end(),
-                                           [](double value) { return std::isfinite(value); });
+  return values.size() == 3 && kelvara::controller::all_finite(values);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "controller/arm_controller_impl.hpp"
 #include "controller/fatal.hpp"
+#include "controller/finite.hpp"
 
 using kelvara::controller::fail_startup;
 using kelvara::controller::kJointCount;
@@ -135,8 +136,7 @@ void ArmController::Impl::load_configuration() {
   const JointArray rest{};
   JointArray torque{};
   kinematics.inverse_dynamics(rest.data(), rest.data(), rest.data(), torque.data());
-  if (!std::all_of(torque.begin(), torque.end(),
-                   [](double value) { return std::isfinite(value); })) {
+  if (!kelvara::controller::all_finite(torque)) {
     throw std::runtime_error("ArmController needs finite masses, inertias and lengths");
   }
   limits.velocity = kelvara::controller::kJointVelocityLimits;

@@ -1,8 +1,8 @@
-#include <cmath>
 #include <iostream>
 #include <stdexcept>
 
 #include "controller/arm_controller_impl.hpp"
+#include "controller/finite.hpp"
 #include "controller/waypoint_planner.hpp"
 
 using kelvara::controller::JointArray;
@@ -53,11 +53,11 @@ void ArmController::Impl::publish_joint_waypoint_trajectory_command(
     if (waypoint.size() != kJointCount) {
       throw std::invalid_argument("each waypoint must have exactly 6 joint values");
     }
+    if (!kelvara::controller::all_finite(waypoint)) {
+      throw std::invalid_argument("waypoints must be finite");
+    }
     JointArray& point = points.emplace_back();
     for (std::size_t j = 0; j < kJointCount; ++j) {
-      if (!std::isfinite(waypoint[j])) {
-        throw std::invalid_argument("waypoints must be finite");
-      }
       point[j] = limits.joints.clamp_joint(j, waypoint[j]);
     }
   }

@@ -20,28 +20,16 @@ struct Tracking : ::testing::TestWithParam<ControlMode> {};
 
 TEST_P(Tracking, TwoTimedMovesEndWhereTheyShouldWithoutJumpOrOvershoot) {
   ClosedLoop loop(GetParam());
-  BusPeer witness;
   const JointArray target{0.6, 0.5, -0.4, 0.5, -0.6, 0.8};
   JointArray start{};
-  std::array<double, 6> last_command{};
-  double largest_step = 0.0;
-  const auto watch_steps = [&](std::chrono::milliseconds quiet) {
-    for (const BusFrame& frame : witness.receive(quiet)) {
-      const std::uint32_t joint = (frame.id & 0xFU) - 1;
-      if (frame.id < 7 || (frame.id > 0x100 && frame.id < 0x107)) {
-        const double position = commanded_position(frame);
-        largest_step = std::max(largest_step, std::abs(position - last_command[joint]));
-        last_command[joint] = position;
-      }
-    }
-  };
+  CommandWatch watch(start);
   for (const JointArray& goal : {target, JointArray{}}) {
     loop.impl->publish_joint_trajectory_command({goal.begin(), goal.end()}, 2.0);
     JointArray peak_error{};
     JointArray overshoot{};
     for (int k = 0; k < 960; ++k) {  // 2 s of motion, 0.4 s of rest
       loop.cycle();
-      watch_steps(std::chrono::milliseconds(0));
+      watch.look();
       const double s = std::min(k * 0.0025 / 2.0, 1.0);
       const double blend = std::pow(s, 4) * (35 + s * (-84 + s * (70 - 20 * s)));
       const JointArray q = loop.true_positions();
@@ -60,10 +48,10 @@ TEST_P(Tracking, TwoTimedMovesEndWhereTheyShouldWithoutJumpOrOvershoot) {
     }
     start = goal;
   }
-  watch_steps(std::chrono::milliseconds(30));
+  watch.look(std::chrono::milliseconds(30));
   // The fastest joint moves 0.9 rad/s: 2.2 mrad in a period; a jump back to an old end is 0.8 rad.
-  EXPECT_GT(largest_step, 0.001);
-  EXPECT_LT(largest_step, 0.008);
+  EXPECT_GT(watch.largest_step(), 0.001);
+  EXPECT_LT(watch.largest_step(), 0.008);
 }
 
 INSTANTIATE_TEST_SUITE_P(BothModes, Tracking, ::testing::Values(MIT_MODE, POS_VEL_MODE));

@@ -43,14 +43,9 @@ struct Fault {
 std::ostream& operator<<(std::ostream& out, const Fault& fault) { return out << fault.name; }
 
 /// A fault in the answers: `change` is applied to those of every frame.
-Fault in_replies(const char* name, std::function<void(Replies&)> change, const char* line = "") {
-  return {name,
-          [change](ClosedLoop& loop) { loop.hardware.change_replies(change); },
-          [](ClosedLoop& loop) { loop.hardware.change_replies({}); },
-          true,
-          60,
-          false,
-          line};
+Fault in_replies(const char* name, std::function<void(Replies&)> change) {
+  return {name, [change](ClosedLoop& loop) { loop.hardware.change_replies(change); },
+          [](ClosedLoop& loop) { loop.hardware.change_replies({}); }};
 }
 
 Fault in_identifiers(const char* name, canid_t flag) {
@@ -143,35 +138,6 @@ std::vector<Fault> faults() {
   };
 }
 
-/// The commands on the bus: how far one goes from the one before, and whether it is a number.
-class CommandWatch {
- public:
-  void look() {
-    for (const BusFrame& frame : witness_.receive(std::chrono::milliseconds(0))) {
-      const std::uint32_t joint = (frame.id & 0xFU) - 1;
-      const bool command = joint < 6 && (frame.id < 0x10 || (frame.id & 0xF00U) == 0x100) &&
-                           frame.data.compare(0, 14, "FFFFFFFFFFFFFF") != 0;
-      if (!command) {
-        continue;
-      }
-      const double position = commanded_position(frame);
-      ASSERT_TRUE(std::isfinite(position));
-      if (seen_[joint]) {
-        largest_step_ = std::max(largest_step_, std::abs(position - last_[joint]));
-      }
-      seen_[joint] = true;
-      last_[joint] = position;
-    }
-  }
-  double largest_step() const { return largest_step_; }
-
- private:
-  BusPeer witness_;
-  std::array<bool, 6> seen_{};
-  JointArray last_{};
-  double largest_step_ = 0.0;
-};
-
 double distance_from_target(const ClosedLoop& loop) {
   double largest = 0.0;
   for (std::size_t i = 0; i < 6; ++i) {
@@ -205,7 +171,7 @@ struct BusFaults : ::testing::TestWithParam<std::tuple<Fault, ControlMode>> {};
 TEST_P(BusFaults, TheArmCarriesOnWithoutAJumpOrIsBroughtBack) {
   const auto& [fault, mode] = GetParam();
   ClosedLoop loop(mode, {}, mode == POS_VEL_MODE);
-  CommandWatch watch;
+  CommandWatch watch(JointArray{});
   move_through(loop, fault, watch);
   EXPECT_FALSE(loop.impl->exit_flag);
   EXPECT_THAT(loop.output.err(), ::testing::HasSubstr(fault.line));
@@ -241,7 +207,7 @@ struct MotorErrors : ::testing::TestWithParam<std::pair<unsigned, std::string>> 
 TEST_P(MotorErrors, AreReportedOnceAndOneMotorLetsGoAlone) {
   const auto& [code, text] = GetParam();
   ClosedLoop loop(MIT_MODE);
-  CommandWatch watch;
+  CommandWatch watch(JointArray{});
   const Fault error{
       "", [code = code](ClosedLoop& l) { l.hardware.arm().motor(kStruck).raise_error(code); },
       [](ClosedLoop&) {}};

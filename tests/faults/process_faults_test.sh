@@ -4,15 +4,7 @@
 # Status 77 when it failed on a machine that stood still.
 # shellcheck disable=SC2016 # the inner shells expand
 set -euo pipefail
-source "$(dirname "${BASH_SOURCE[0]}")/../support/pause_watch.sh"
-
-build=$(cd "$1" && pwd)
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-KELVARA_BUILD_DIR=$build
-KELVARA_VIRTUAL_CAN_DIR=$(mktemp -d)
-work=$(mktemp -d)
-export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR work
-trap 'rm -rf "$work" "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
+source "$(dirname "${BASH_SOURCE[0]}")/../support/program_test.sh"
 failures=0
 
 # run_case NAME MODE ACTION STATUS PATTERN...: runs the application in a mode, lets the action happen to
@@ -55,7 +47,7 @@ run_case() {
   echo "$name: judged"
 }
 
-watch_pauses "$work/pause"
+watch_pauses
 let_go="motors 1-6 error 0xD"
 run_case killed wait 'kill -KILL $application' 137 "$let_go"
 run_case stopped wait 'kill -STOP $application; sleep 1; kill -CONT $application' 0 "$let_go" "joint 6 at"

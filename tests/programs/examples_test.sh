@@ -3,32 +3,25 @@
 # usage: examples_test.sh BUILD_DIR. Status 77 when it failed on a machine that stood still.
 # shellcheck disable=SC2016 # the inner shell expands
 set -euo pipefail
-source "$(dirname "${BASH_SOURCE[0]}")/../support/pause_watch.sh"
-
-build=$(cd "$1" && pwd)
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-KELVARA_BUILD_DIR=$build
-KELVARA_VIRTUAL_CAN_DIR=$(mktemp -d)
-export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR
-trap 'rm -rf "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
+source "$(dirname "${BASH_SOURCE[0]}")/../support/program_test.sh"
 
 run_example() {
   local name=$1 pattern=$2
   scripts/with-virtual-can --interface "${name:0:15}" bash -c '
     bin=$1 name=$2
-    "$bin/kelvara-simulated-arm" --interface "${name:0:15}" >"$KELVARA_VIRTUAL_CAN_DIR/$name" &
-    until grep -qs ready "$KELVARA_VIRTUAL_CAN_DIR/$name"; do sleep 0.05; done
+    "$bin/kelvara-simulated-arm" --interface "${name:0:15}" >"$work/$name" &
+    until grep -qs ready "$work/$name"; do sleep 0.05; done
     "$bin/$name" "${name:0:15}" 2>&1 || echo "status $?"
-    kill $!' - "$build/bin" "$name" >"$KELVARA_VIRTUAL_CAN_DIR/$name.out"
-  if grep -q -E '^status|exception' "$KELVARA_VIRTUAL_CAN_DIR/$name.out" ||
-    ! grep -q -E "$pattern" "$KELVARA_VIRTUAL_CAN_DIR/$name.out"; then
+    kill $!' - "$build/bin" "$name" >"$work/$name.out"
+  if grep -q -E '^status|exception' "$work/$name.out" ||
+    ! grep -q -E "$pattern" "$work/$name.out"; then
     echo "FAILED: $name"
-    cat "$KELVARA_VIRTUAL_CAN_DIR/$name.out"
+    cat "$work/$name.out"
     return 1
   fi
 }
 
-watch_pauses "$KELVARA_VIRTUAL_CAN_DIR/pause"
+watch_pauses
 # Two at a time.
 failures=0
 run_pair() {

@@ -4,17 +4,9 @@
 # Status 77 when the machine starved the programs: nothing can be told then.
 # shellcheck disable=SC2016 # the inner shell expands
 set -euo pipefail
-source "$(dirname "${BASH_SOURCE[0]}")/../support/pause_watch.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/../support/program_test.sh"
 
-build=$(cd "$1" && pwd)
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-KELVARA_BUILD_DIR=$build
-KELVARA_VIRTUAL_CAN_DIR=$(mktemp -d)
-export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR
-work=$(mktemp -d)
-trap 'rm -rf "$work" "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
-
-watch_pauses "$work/pause"
+watch_pauses
 scripts/with-virtual-can bash -c '
   "$2/kelvara-simulated-arm" --interface can0 >"$1/ready" &
   until grep -qs ready "$1/ready"; do sleep 0.05; done

@@ -3,15 +3,8 @@
 # every mistake. usage: programs_test.sh BUILD_DIR
 # shellcheck disable=SC2016 # the inner shells expand
 set -euo pipefail
-
-build=$(cd "$1" && pwd)
+source "$(dirname "${BASH_SOURCE[0]}")/../support/program_test.sh"
 bin=$build/bin
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-KELVARA_BUILD_DIR=$build
-KELVARA_VIRTUAL_CAN_DIR=$(mktemp -d)
-export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR
-work=$(mktemp -d)
-trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work" "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
 failures=0
 
 # expect STATUS PATTERN COMMAND...: the status, and one line on standard error that matches.

@@ -4,16 +4,8 @@
 # usage: tracking_test.sh BUILD_DIR [--pos-vel] [--fd]
 # Status 77 when the machine starved the programs: nothing can be told then.
 set -euo pipefail
-source "$(dirname "${BASH_SOURCE[0]}")/../support/pause_watch.sh"
-
-build=$(cd "$1" && pwd)
+source "$(dirname "${BASH_SOURCE[0]}")/../support/program_test.sh"
 shift
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-KELVARA_BUILD_DIR=$build
-KELVARA_VIRTUAL_CAN_DIR=$(mktemp -d)
-export KELVARA_BUILD_DIR KELVARA_VIRTUAL_CAN_DIR
-work=$(mktemp -d)
-trap 'rm -rf "$work" "$KELVARA_VIRTUAL_CAN_DIR"' EXIT
 
 cat >"$work/judge.py" <<'JUDGE'
 import json, sys
@@ -31,7 +23,7 @@ for move in report["moves"]:
         assert joint["overshoot"] < 0.02, joint
 JUDGE
 
-watch_pauses "$work/pause"
+watch_pauses
 status=0
 scripts/with-virtual-can tests/programs/record_session.sh "$build/bin" can0 "$work/log" "$@" &&
   /usr/bin/python3 tools/bus_report/check_session.py "$work/log" "$@" &&

@@ -12,14 +12,7 @@ constexpr MotorModel kModel{12.5, 30.0, 10.0, 3.0};
 struct SimulatedMotorTest : ::testing::Test {
   /// The answer to a frame as candump would write it; "" without one.
   std::string ask(const std::string& text) {
-    const BusFrame frame = parse_frame(text);
-    canfd_frame raw{};
-    raw.can_id = frame.id;
-    raw.len = static_cast<std::uint8_t>(frame.data.size() / 2);
-    for (std::size_t i = 0; i < raw.len; ++i) {
-      raw.data[i] = static_cast<std::uint8_t>(std::stoul(frame.data.substr(2 * i, 2), nullptr, 16));
-    }
-    const auto reply = motor.handle(raw);
+    const auto reply = motor.handle(to_raw(parse_frame(text)));
     if (!reply) {
       return "";
     }

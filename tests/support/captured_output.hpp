@@ -16,10 +16,6 @@ class CapturedOutput {
   CapturedOutput(const CapturedOutput&) = delete;
   CapturedOutput& operator=(const CapturedOutput&) = delete;
 
-  void clear() {
-    out_.clear();
-    err_.clear();
-  }
   std::string out() const { return out_.text(); }
   std::string err() const { return err_.text(); }
 
@@ -27,10 +23,6 @@ class CapturedOutput {
   /// As safe from several threads as the streams that it stands in for.
   class Buffer : public std::streambuf {
    public:
-    void clear() {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      std::string().swap(text_);
-    }
     std::string text() const {
       const std::lock_guard<std::mutex> lock(mutex_);
       return text_;

@@ -1,9 +1,14 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <memory>
+#include <optional>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "controller/arm_controller_impl.hpp"
 #include "support/captured_output.hpp"
@@ -66,3 +71,35 @@ inline double commanded_position(const BusFrame& frame) {
   }
   return kelvara::damiao_motor::uint8s_to_float(bytes);
 }
+
+/// The position commands on the bus: the farthest that one goes from the one before, motor side.
+class CommandWatch {
+ public:
+  CommandWatch() = default;
+  /// The first ones are compared with `start`, rad.
+  explicit CommandWatch(const std::array<double, 6>& start) {
+    std::copy(start.begin(), start.end(), last_.begin());
+  }
+
+  /// Looks at what has come, until the bus has been quiet for the given time.
+  void look(std::chrono::milliseconds quiet = std::chrono::milliseconds(0)) {
+    for (const BusFrame& frame : witness_.receive(quiet)) {
+      const std::uint32_t joint = (frame.id & 0xFU) - 1;
+      const bool command = joint < 6 && (frame.id < 0x10 || (frame.id & 0xF00U) == 0x100) &&
+                           frame.data.compare(0, 14, "FFFFFFFFFFFFFF") != 0;
+      if (!command) {
+        continue;
+      }
+      const double position = commanded_position(frame);
+      ASSERT_TRUE(std::isfinite(position));
+      largest_step_ = std::max(largest_step_, std::abs(position - last_[joint].value_or(position)));
+      last_[joint] = position;
+    }
+  }
+  double largest_step() const { return largest_step_; }
+
+ private:
+  BusPeer witness_;
+  std::array<std::optional<double>, 6> last_;
+  double largest_step_ = 0.0;
+};

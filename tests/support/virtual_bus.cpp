@@ -65,13 +65,18 @@ BusPeer::BusPeer(bool fd) : socket_(::socket(AF_CAN, SOCK_RAW, CAN_RAW)) {
 
 BusPeer::~BusPeer() { close(socket_); }
 
-void BusPeer::send(const BusFrame& frame) const {
+canfd_frame to_raw(const BusFrame& frame) {
   canfd_frame raw{};
   raw.can_id = frame.id;
   raw.len = static_cast<std::uint8_t>(frame.data.size() / 2);
   for (std::size_t i = 0; i < raw.len; ++i) {
     raw.data[i] = static_cast<std::uint8_t>(std::stoul(frame.data.substr(2 * i, 2), nullptr, 16));
   }
+  return raw;
+}
+
+void BusPeer::send(const BusFrame& frame) const {
+  const canfd_frame raw = to_raw(frame);
   const std::size_t size = frame.fd ? CANFD_MTU : CAN_MTU;
   require(write(socket_, &raw, size) == static_cast<ssize_t>(size), "write");
 }

@@ -56,6 +56,9 @@ std::ostream& operator<<(std::ostream& out, const BusFrame& frame);
 /// "001#FFFFFFFFFFFFFFFC" as candump writes it.
 BusFrame parse_frame(const std::string& text, bool fd = false);
 
+/// The frame as sockets carry it; a classic one takes the first sixteen bytes.
+canfd_frame to_raw(const BusFrame& frame);
+
 /// A plain socket on the bus, beside the code under test.
 class BusPeer {
  public:

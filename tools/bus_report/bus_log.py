@@ -50,11 +50,16 @@ def parse_line(line):
 
 
 def unpack(raw, limit, bits):
-    return -limit + 2 * limit * raw / ((1 << bits) - 1)
+    return -limit + raw / ((1 << bits) - 1) * (2 * limit)
 
 
 def motor_range(index):
     return RANGES[index] if index < GRIPPER else GRIPPER_RANGE
+
+
+def mit_words(data):
+    """Position, velocity and kp of an MIT command, as the frame carries them."""
+    return data[0] << 8 | data[1], data[2] << 4 | data[3] >> 4, (data[3] & 0x0F) << 8 | data[4]
 
 
 def decode_command(joint, can_id, data):
@@ -62,10 +67,8 @@ def decode_command(joint, can_id, data):
     for a torque alone, or None."""
     if can_id == joint + 1 and data not in SPECIAL:
         pmax, vmax, _ = motor_range(joint)
-        position = unpack(data[0] << 8 | data[1], pmax, 16)
-        velocity = unpack(data[2] << 4 | data[3] >> 4, vmax, 12)
-        kp = (data[3] & 0x0F) << 8 | data[4]
-        return (position, velocity) if kp else NO_POSITION
+        position, velocity, kp = mit_words(data)
+        return (unpack(position, pmax, 16), unpack(velocity, vmax, 12)) if kp else NO_POSITION
     if can_id == joint + 0x101:
         return struct.unpack("<ff", data)
     return None

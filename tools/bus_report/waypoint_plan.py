@@ -13,17 +13,17 @@ import itertools
 import json
 import math
 import os
-import re
 import sys
 
 import numpy as np
 import yaml
 
+from bus_log import RANGES, SPECIAL, mit_words, parse_line, unpack
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 CONTROL_HZ = 400.0
-
-PMAX = 12.5
-VMAX = [8.0] * 3 + [30.0] * 3
+PMAX = RANGES[0][0]
+VMAX = [vmax for _, vmax, _ in RANGES]
 
 
 def blend(points, i, j):
@@ -111,10 +111,6 @@ def to_uint(x, limit, bits):
     return int((min(max(x, -limit), limit) + limit) / (2 * limit) * ((1 << bits) - 1))
 
 
-def from_uint(raw, limit, bits):
-    return -limit + raw / ((1 << bits) - 1) * (2 * limit)
-
-
 def words_of(x, limit, bits):
     """The words as which this value may be sent: two, if rounding decides."""
     step = 2 * limit / ((1 << bits) - 1)
@@ -141,7 +137,7 @@ def possible_starts(words, signs):
     """The measured angles, themselves read off the wire, that are sent as these words."""
     choices = []
     for (word, _), sign in zip(words, signs):
-        angles = [from_uint(raw, PMAX, 16) * sign for raw in (word, word + 1)]
+        angles = [unpack(raw, PMAX, 16) * sign for raw in (word, word + 1)]
         choices.append([q for q in angles if to_uint(q * sign, PMAX, 16) == word])
     return [list(start) for start in itertools.product(*choices)]
 
@@ -182,19 +178,20 @@ def find_plan(cycles, waypoints, limits, signs, hz=CONTROL_HZ, **mode):
 
 def read_cycles(path):
     """The position and velocity words of six joints, cycle by cycle, of MIT commands with gains."""
-    cycles, current = [], {}
-    pattern = re.compile(r" 00([1-6])#(?!F{14})([0-9A-F]{16})$")
-    for line in open(path, encoding="ascii", errors="replace"):
-        match = pattern.search(line)
-        if not match:
-            continue
-        joint, data = int(match[1]), match[2]
-        words = int(data[:4], 16), int(data[4:7], 16)
-        if joint == 1:
-            current = {}
-        current[joint] = words if data[7:10] != "000" else None
-        if joint == 6 and len(current) == 6 and None not in current.values():
-            cycles.append(tuple(current[k] for k in range(1, 7)))
+    cycles, current = [], []
+    with open(path, encoding="ascii", errors="replace") as log:
+        for line in log:
+            frame = parse_line(line)
+            if not frame or not 1 <= frame.can_id <= 6 or len(frame.data) != 8:
+                continue
+            if frame.data in SPECIAL:
+                continue
+            current = [] if frame.can_id == 1 else current
+            position, velocity, kp = mit_words(frame.data)
+            if kp and len(current) == frame.can_id - 1:
+                current.append((position, velocity))
+            if frame.can_id == 6 and len(current) == 6:
+                cycles.append(tuple(current))
     return cycles
 
 
