@@ -1,10 +1,12 @@
 #pragma once
 
+#include "description/gripper_facts.hpp"
+
 namespace kelvara::can::socket {
 
 /// The gripper's jaw linkage: motor angle (rad) against jaw distance (metres). Pure.
 
-inline constexpr double kMaxJawDistance = 0.085;  // m, fully open
+using description::kMaxJawDistance;
 
 /// True when the linkage reaches this distance.
 bool is_jaw_distance_in_range(double distance_m);

@@ -4,7 +4,7 @@
 
 #include "kelvara/canbus/can_device_collection.hpp"
 #include "support/captured_output.hpp"
-#include "support/virtual_bus.hpp"
+#include "support/test_bus.hpp"
 
 namespace kelvara::canbus {
 namespace {
@@ -19,9 +19,9 @@ std::string error_of(const std::string& interface) {
 }
 
 TEST(CanSocket, CarriesWholeFramesBothWays) {
-  VirtualBus bus;
+  TestBus bus;
   BusPeer peer;
-  CANSocket classic(VirtualBus::kInterface, false);
+  CANSocket classic(TestBus::kInterface, false);
   can_frame frame{};
   frame.can_id = 0x123;
   frame.can_dlc = 2;
@@ -36,7 +36,7 @@ TEST(CanSocket, CarriesWholeFramesBothWays) {
   EXPECT_EQ(frame.can_dlc, 2);
   EXPECT_FALSE(classic.read_can_frame(frame)) << "nothing is left; the read ends by itself";
 
-  CANSocket fd(VirtualBus::kInterface, true);
+  CANSocket fd(TestBus::kInterface, true);
   canfd_frame fd_frame{};
   peer.send(parse_frame("011#0102"));
   EXPECT_TRUE(fd.is_data_available(2'000'000));
@@ -48,13 +48,13 @@ TEST(CanSocket, CarriesWholeFramesBothWays) {
 }
 
 TEST(CanSocket, CutsLongInterfaceNameToFifteenCharacters) {
-  VirtualBus bus;
+  TestBus bus;
   const auto interface = make_interface("abcdefghijklmno");
   EXPECT_EQ(error_of("abcdefghijklmnopqrstuvwxyz"), "");
 }
 
 TEST(CanSocket, RefusesInterfacesThatAreMissingOrDown) {
-  VirtualBus bus;
+  TestBus bus;
   CapturedOutput output;
   EXPECT_EQ(error_of("can9"), "Socket error: Failed to initialize socket for interface: can9");
   EXPECT_EQ(output.err(), "");
@@ -66,8 +66,8 @@ TEST(CanSocket, RefusesInterfacesThatAreMissingOrDown) {
 }
 
 TEST(CanSocket, FailsQuietlyOnceClosedAndWhenTheBusFails) {
-  VirtualBus bus;
-  CANSocket socket(VirtualBus::kInterface, false);
+  TestBus bus;
+  CANSocket socket(TestBus::kInterface, false);
   can_frame frame{};
   bus.interface().set_queue_full(true);
   EXPECT_FALSE(socket.write_can_frame(frame));
@@ -96,8 +96,8 @@ struct RecordingDevice : CANDevice {
 };
 
 TEST(CanDeviceCollection, HandsFramesToTheDeviceRegisteredLastUnderTheWholeIdentifier) {
-  VirtualBus bus;
-  CANSocket socket(VirtualBus::kInterface, false);
+  TestBus bus;
+  CANSocket socket(TestBus::kInterface, false);
   CANDeviceCollection devices(socket);
   const auto first = std::make_shared<RecordingDevice>(0x11);
   const auto second = std::make_shared<RecordingDevice>(0x11);

@@ -35,7 +35,7 @@ TEST(ArmControllerWithGripper, ClosesItAtTheStartAndMovesItsJawsAsTold) {
   CapturedOutput output;
   SimulatedHardware hardware(false);
   hardware.live();
-  ArmController arm(true, VirtualBus::kInterface, false, MIT_MODE);
+  ArmController arm(true, TestBus::kInterface, false, MIT_MODE);
   const auto comes_to = [&](double distance) {
     for (int tries = 0; tries < 2000; ++tries) {
       if (std::abs(arm.get_gripper_distance() - distance) < 0.002) {
@@ -69,7 +69,7 @@ TEST(OverTorque, WarnsThenStopsTheArmAndLeavesTheProcessAlive) {
   SimulatedHardware hardware(false, {.with_gripper = false, .load_kg = 0.0, .start = {}});
   hardware.arm().set_tool_force({0.0, 30.0, 0.0});  // 7.6 N·m about joint 5, 0.25 m away
   hardware.live();
-  ArmController arm(false, VirtualBus::kInterface, false, MIT_MODE);
+  ArmController arm(false, TestBus::kInterface, false, MIT_MODE);
   const auto said = [&](const std::string& text) {
     for (int tries = 0; tries < 2500; ++tries) {
       if (output.err().find(text) != std::string::npos) {
@@ -107,7 +107,7 @@ TEST(OverTorque, WarnsThenStopsTheArmAndLeavesTheProcessAlive) {
 struct RunningController : ::testing::Test {
   RunningController() {
     hardware.live();
-    arm = std::make_unique<ArmController>(false, VirtualBus::kInterface, false, MIT_MODE);
+    arm = std::make_unique<ArmController>(false, TestBus::kInterface, false, MIT_MODE);
     while (arm->get_joint().isZero()) {  // before the first feedback
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }

@@ -77,8 +77,8 @@ TEST(TorqueWatch, EndsThePassAtTheFirstJointThatCallsForAStop) {
 struct Gripper : ::testing::Test {
   Gripper() {
     hardware.answer();
-    impl = std::make_unique<ArmController::Impl>(VirtualBus::kInterface, false, nullptr, true,
-                                                 MIT_MODE);
+    impl =
+        std::make_unique<ArmController::Impl>(TestBus::kInterface, false, nullptr, true, MIT_MODE);
   }
   SimulatedHardware hardware{false};
   std::unique_ptr<ArmController::Impl> impl;

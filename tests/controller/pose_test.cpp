@@ -123,7 +123,7 @@ TEST(PoseCommands, MoveTheToolAndReadItBack) {
   CapturedOutput output;
   SimulatedHardware hardware(false, {.with_gripper = false, .load_kg = 0.0, .start = {}});
   hardware.live();
-  ArmController arm(false, VirtualBus::kInterface, false, MIT_MODE);
+  ArmController arm(false, TestBus::kInterface, false, MIT_MODE);
   const auto comes_to = [&](double x, double y, double z) {
     for (int tries = 0; tries < 2000; ++tries) {
       const auto pose = arm.get_end_effector_pose();

@@ -54,7 +54,7 @@ TEST_P(Startup, BringsTheMotorsUpFrameByFrame) {
   BusPeer witness;
   hardware.answer();
   CapturedOutput output;
-  ArmController::Impl impl(VirtualBus::kInterface, fd, nullptr, gripper, mode);
+  ArmController::Impl impl(TestBus::kInterface, fd, nullptr, gripper, mode);
 
   Expected expected(fd);
   const int last = gripper ? 7 : 6;
@@ -113,7 +113,7 @@ TEST(LateStart, WaitsForTheArmsOwnPositions) {
   SimulatedHardware hardware(false, {.with_gripper = false, .load_kg = 0.0, .start = start});
   hardware.answer(std::chrono::milliseconds(6));
   CapturedOutput output;
-  ArmController::Impl impl(VirtualBus::kInterface, false, nullptr, false, POS_VEL_MODE);
+  ArmController::Impl impl(TestBus::kInterface, false, nullptr, false, POS_VEL_MODE);
   for (std::size_t i = 0; i < 6; ++i) {
     const double motor_angle = impl.hardware.get_arm().find_motor(static_cast<int>(i))->position;
     EXPECT_NEAR(motor_angle * impl.motor_signs[i], start[i], 0.001) << "joint " << i + 1;
@@ -125,7 +125,7 @@ struct RefusedStartDeathTest : ::testing::Test {
 
   static void start(SimulatedHardware& hardware, ControlMode mode) {
     hardware.answer();
-    const ArmController controller(false, VirtualBus::kInterface, false, mode);
+    const ArmController controller(false, TestBus::kInterface, false, mode);
   }
 };
 
@@ -156,7 +156,7 @@ TEST(RefusedStart, ThrowsForAnotherModeAndForSettingsThatCannotBe) {
   BusPeer witness;
   const auto message = [](ControlMode mode) -> std::string {
     try {
-      const ArmController controller(false, VirtualBus::kInterface, false, mode);
+      const ArmController controller(false, TestBus::kInterface, false, mode);
     } catch (const std::exception& error) {
       return error.what();
     }

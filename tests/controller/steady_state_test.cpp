@@ -62,7 +62,7 @@ TEST_P(SteadyState, CyclesAllocateNothing) {
   SimulatedHardware hardware(false);
   hardware.answer();
   CapturedOutput output;
-  ArmController::Impl impl(VirtualBus::kInterface, false, nullptr, true, GetParam());
+  ArmController::Impl impl(TestBus::kInterface, false, nullptr, true, GetParam());
   TimePoint now{std::chrono::hours(1)};
   impl.begin_loop(now);
   impl.mit_config.gravity_tau_limits.fill(1e3);  // clipping is an event, and reported
@@ -95,7 +95,7 @@ TEST(OutOfMemory, InAPlanLeavesTheStandingCommand) {
   SimulatedHardware hardware(false);
   hardware.answer();
   CapturedOutput output;
-  ArmController::Impl impl(VirtualBus::kInterface, false, nullptr, false,
+  ArmController::Impl impl(TestBus::kInterface, false, nullptr, false,
                            kelvara::damiao_motor::MIT_MODE);
   impl.run_cycle(TimePoint{std::chrono::hours(1)});
   impl.publish_joint_trajectory_command(std::vector<double>(6, 0.1), 1.0);

@@ -6,7 +6,7 @@
 #include "kelvara/damiao_motor/dm_motor_device.hpp"
 #include "kelvara/damiao_motor/dm_motor_device_collection.hpp"
 #include "support/captured_output.hpp"
-#include "support/virtual_bus.hpp"
+#include "support/test_bus.hpp"
 
 namespace kelvara::damiao_motor {
 namespace {
@@ -97,9 +97,9 @@ struct MotorCollection : ::testing::TestWithParam<bool> {
     EXPECT_EQ(peer.receive(), expected);
   }
 
-  VirtualBus bus;
+  TestBus bus;
   BusPeer peer;
-  canbus::CANSocket socket{VirtualBus::kInterface, GetParam()};
+  canbus::CANSocket socket{TestBus::kInterface, GetParam()};
   std::vector<Motor> motors{
       {MotorType::V8_T28, 1, 0x11}, {MotorType::V8_T28, 2, 0x12}, {MotorType::V30_T10, 7, 0x17}};
   DMDeviceCollection devices{socket};

@@ -31,7 +31,7 @@ Values odd(double value) {
 struct HostileCalls : ::testing::Test {
   HostileCalls() {
     hardware.live();
-    arm = std::make_unique<ArmController>(true, VirtualBus::kInterface, false, MIT_MODE);
+    arm = std::make_unique<ArmController>(true, TestBus::kInterface, false, MIT_MODE);
     wait(2200);  // it is home
   }
 

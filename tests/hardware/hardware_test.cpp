@@ -5,7 +5,7 @@
 #include "hardware/jaw_geometry.hpp"
 #include "kelvara/hardware/kelvara.hpp"
 #include "support/captured_output.hpp"
-#include "support/virtual_bus.hpp"
+#include "support/test_bus.hpp"
 
 namespace kelvara::can::socket {
 namespace {
@@ -31,9 +31,9 @@ TEST(JawGeometry, AngleAndDistanceAreInverse) {
 }
 
 TEST(Gripper, CommandsOneMitFrameForEachRequestOnceItHasAMotor) {
-  VirtualBus bus;
+  TestBus bus;
   BusPeer peer;
-  Kelvara hardware(VirtualBus::kInterface, false);
+  Kelvara hardware(TestBus::kInterface, false);
   GripperComponent& gripper = hardware.get_gripper();
   gripper.open(1, 1);
   gripper.set_distance(0.04, 1, 1);
@@ -64,9 +64,9 @@ TEST(Gripper, CommandsOneMitFrameForEachRequestOnceItHasAMotor) {
 }
 
 TEST(Hardware, ForwardsToArmThenGripperAndDrainsWhatArrives) {
-  VirtualBus bus;
+  TestBus bus;
   BusPeer peer;
-  Kelvara hardware(VirtualBus::kInterface, false);
+  Kelvara hardware(TestBus::kInterface, false);
   EXPECT_THROW(hardware.init_arm_motors({MotorType::V8_T28}, {}, {}), std::invalid_argument);
   hardware.init_arm_motors({MotorType::V8_T28, MotorType::V8_T28}, {1, 2}, {0x2B1, 0x2B2});
   hardware.init_gripper_motor(MotorType::V30_T10, 7, 0x2B7);

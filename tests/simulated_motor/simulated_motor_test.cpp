@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/virtual_bus.hpp"
+#include "support/test_bus.hpp"
 
 namespace kelvara::simulation {
 namespace {

@@ -30,7 +30,7 @@ struct ClosedLoop {
   void make_controller(ControlMode mode) {
     impl.reset();
     hardware.answer();
-    impl = std::make_unique<ArmController::Impl>(VirtualBus::kInterface, fd, nullptr, true, mode);
+    impl = std::make_unique<ArmController::Impl>(TestBus::kInterface, fd, nullptr, true, mode);
     hardware.halt();
     impl->begin_loop(now);
   }

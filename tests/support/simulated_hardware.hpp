@@ -7,7 +7,7 @@
 
 #include "simulation/simulated_arm/simulated_arm.hpp"
 #include "simulation/simulated_arm/simulated_arm_bus.hpp"
-#include "support/virtual_bus.hpp"
+#include "support/test_bus.hpp"
 
 /// A simulated arm on a virtual bus of a test's own, whose time passes as the test says: by its
 /// steps, not at all, or on a thread in real time.
@@ -19,12 +19,12 @@ class SimulatedHardware {
       : arm_(kelvara::simulation::load_robot_description("config/BrimloV2.SLDASM.urdf",
                                                          "config/robot_kinematics.yaml"),
              options),
-        port_(arm_, VirtualBus::kInterface, fd) {}
+        port_(arm_, TestBus::kInterface, fd) {}
   ~SimulatedHardware() { halt(); }
   SimulatedHardware(const SimulatedHardware&) = delete;
   SimulatedHardware& operator=(const SimulatedHardware&) = delete;
 
-  VirtualBus& bus() { return bus_; }
+  TestBus& bus() { return bus_; }
   SimulatedArm& arm() { return arm_; }
 
   /// Lets `change` alter the answers to each frame.
@@ -87,7 +87,7 @@ class SimulatedHardware {
   }
 
  private:
-  VirtualBus bus_;
+  TestBus bus_;
   SimulatedArm arm_;
   kelvara::simulation::SimulatedArmBus port_;
   std::thread thread_;

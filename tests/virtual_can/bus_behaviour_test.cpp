@@ -19,7 +19,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/virtual_bus.hpp"
+#include "support/test_bus.hpp"
 
 namespace {
 
@@ -48,18 +48,18 @@ struct BusBehaviour : ::testing::Test {
   static sockaddr_can address() {
     sockaddr_can address{};
     address.can_family = AF_CAN;
-    address.can_ifindex = static_cast<int>(if_nametoindex(VirtualBus::kInterface));
+    address.can_ifindex = static_cast<int>(if_nametoindex(TestBus::kInterface));
     return address;
   }
 
   static int interface_flags(const BusPeer& peer) {
     ifreq request{};
-    std::strcpy(request.ifr_name, VirtualBus::kInterface);
+    std::strcpy(request.ifr_name, TestBus::kInterface);
     EXPECT_EQ(ioctl(peer.socket(), SIOCGIFFLAGS, &request), 0);
     return request.ifr_flags;
   }
 
-  VirtualBus bus;
+  TestBus bus;
 };
 
 TEST_F(BusBehaviour, GivesFdFramesOnlyToSocketsThatAskedForThemAndNobodyItsOwn) {
@@ -297,7 +297,7 @@ TEST_F(BusBehaviour, ReportsAnInterfaceThatIsMissingOrGoesAway) {
     EXPECT_EQ(ioctl(peer.socket(), SIOCGIFINDEX, &request), -1) << name;
     EXPECT_EQ(errno, ENODEV);
   }
-  EXPECT_EQ(if_nametoindex(VirtualBus::kInterface), static_cast<unsigned>(address().can_ifindex));
+  EXPECT_EQ(if_nametoindex(TestBus::kInterface), static_cast<unsigned>(address().can_ifindex));
   sender.send(parse_frame("123#00"));
   EXPECT_EQ(poll_events(peer, 5000), POLLIN);
   bus.remove_interface();

@@ -8,14 +8,14 @@
 #include <gtest/gtest.h>
 
 #include "simulation/virtual_can/virtual_can_hub.hpp"
-#include "support/virtual_bus.hpp"
+#include "support/test_bus.hpp"
 
 namespace {
 
 using kelvara::simulation::VirtualCanHub;
 
 TEST(VirtualCan, KeepsNamesUniqueAndRefusesBadOnes) {
-  VirtualBus bus;
+  TestBus bus;
   EXPECT_THROW(VirtualCanHub("can0"), std::runtime_error);
   for (const char* name : {"", "a/b", "a b", "..", "sixteen-letters-"}) {
     EXPECT_THROW(VirtualCanHub{name}, std::invalid_argument) << name;

@@ -1,7 +1,7 @@
 #include <limits>
 
 #include "simulation/virtual_can/virtual_can_hub.hpp"
-#include "support/virtual_bus.hpp"
+#include "support/test_bus.hpp"
 
 namespace {
 

@@ -21,19 +21,19 @@ class CanInterface {
   virtual void set_queue_full(bool full) = 0;
 };
 
-/// Makes a virtual interface, or one of the kernel's in programs linked with kernel_interface.cpp
-/// in the place of virtual_interface.cpp.
+/// Makes a virtual interface, or one of the kernel's in programs linked with test_bus_kernel.cpp
+/// in the place of test_bus_virtual.cpp.
 std::unique_ptr<CanInterface> make_interface(const std::string& name, int mtu = CANFD_MTU);
 
 /// One interface of a test's own, for virtual ones in a runtime directory of its own.
-class VirtualBus {
+class TestBus {
  public:
   static constexpr const char* kInterface = "can0";
 
-  VirtualBus();
-  ~VirtualBus();
-  VirtualBus(const VirtualBus&) = delete;
-  VirtualBus& operator=(const VirtualBus&) = delete;
+  TestBus();
+  ~TestBus();
+  TestBus(const TestBus&) = delete;
+  TestBus& operator=(const TestBus&) = delete;
 
   CanInterface& interface() { return *interface_; }
   void remove_interface() { interface_.reset(); }

@@ -1,7 +1,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "support/virtual_bus.hpp"
+#include "support/test_bus.hpp"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "support/virtual_bus.hpp"
+#include "support/test_bus.hpp"
 
 #include <linux/can/raw.h>
 #include <net/if.h>
@@ -25,7 +25,7 @@ void require(bool done, const char* what) {
 
 }  // namespace
 
-VirtualBus::VirtualBus() {
+TestBus::TestBus() {
   std::string name = (std::filesystem::temp_directory_path() / "kelvara-bus-XXXXXX").string();
   require(mkdtemp(name.data()) != nullptr, "mkdtemp");
   directory_ = name;
@@ -33,7 +33,7 @@ VirtualBus::VirtualBus() {
   interface_ = make_interface(kInterface);
 }
 
-VirtualBus::~VirtualBus() {
+TestBus::~TestBus() {
   interface_.reset();
   std::filesystem::remove_all(directory_);
 }
@@ -52,7 +52,7 @@ BusFrame parse_frame(const std::string& text, bool fd) {
 BusPeer::BusPeer(bool fd) : socket_(::socket(AF_CAN, SOCK_RAW, CAN_RAW)) {
   require(socket_ >= 0, "socket");
   ifreq request{};
-  std::strcpy(request.ifr_name, VirtualBus::kInterface);
+  std::strcpy(request.ifr_name, TestBus::kInterface);
   require(ioctl(socket_, SIOCGIFINDEX, &request) == 0, "SIOCGIFINDEX");
   sockaddr_can address{};
   address.can_family = AF_CAN;

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace kelvara::damiao_motor {
+
+/// Motor models by the ranges that their frames are scaled with: V = velocity range in rad/s,
+/// T = torque range in N·m. The position range is 12.5 rad for all. Values are indices into
+/// `MOTOR_LIMIT_PARAMS`.
+enum class MotorType : std::uint8_t {
+  V50_T5 = 0,
+  V30_T10 = 1,  // joints 4 to 6 and the gripper
+  V50_T10 = 2,
+  V8_T28 = 3,  // joints 1 to 3
+  V10_T28 = 4,
+  V45_T20 = 5,
+  V45_T40 = 6,
+  V45_T54 = 7,
+  V25_T200 = 8,
+  V20_T200 = 9,
+  V280_T1 = 10,
+  V45_T10 = 11,
+  V45_T10_B = 12,
+};
+
+/// Scaling ranges of one motor model; each quantity is packed over [-max, +max].
+struct LimitParam {
+  double pmax;  // rad
+  double vmax;  // rad/s
+  double tmax;  // N·m
+};
+
+/// One row per `MotorType` value.
+inline constexpr std::array<LimitParam, 13> MOTOR_LIMIT_PARAMS{{
+    {12.5, 50, 5},
+    {12.5, 30, 10},
+    {12.5, 50, 10},
+    {12.5, 8, 28},
+    {12.5, 10, 28},
+    {12.5, 45, 20},
+    {12.5, 45, 40},
+    {12.5, 45, 54},
+    {12.5, 25, 200},
+    {12.5, 20, 200},
+    {12.5, 280, 1},
+    {12.5, 45, 10},
+    {12.5, 45, 10},
+}};
+
+}  // namespace kelvara::damiao_motor
