@@ -1,0 +1,44 @@
+#pragma once
+
+#include <mutex>
+
+/// Clang's thread-safety attributes: `clang++ -Wthread-safety` refuses an access to a guarded
+/// member without its mutex. Other compilers ignore them.
+#if defined(__clang__)
+#define KELVARA_THREAD_ATTRIBUTE(attribute) __attribute__((attribute))
+#else
+#define KELVARA_THREAD_ATTRIBUTE(attribute)
+#endif
+
+#define KELVARA_CAPABILITY(name) KELVARA_THREAD_ATTRIBUTE(capability(name))
+#define KELVARA_SCOPED_CAPABILITY KELVARA_THREAD_ATTRIBUTE(scoped_lockable)
+#define KELVARA_GUARDED_BY(mutex) KELVARA_THREAD_ATTRIBUTE(guarded_by(mutex))
+#define KELVARA_ACQUIRE(...) KELVARA_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define KELVARA_RELEASE(...) KELVARA_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define KELVARA_EXCLUDES(...) KELVARA_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
+
+namespace kelvara::controller {
+
+/// A std::mutex that the analysis knows; taken through `MutexLock` alone.
+class KELVARA_CAPABILITY("mutex") Mutex {
+ public:
+  void lock() KELVARA_ACQUIRE() { mutex_.lock(); }
+  void unlock() KELVARA_RELEASE() { mutex_.unlock(); }
+
+ private:
+  std::mutex mutex_;
+};
+
+/// Holds a mutex for its own lifetime.
+class KELVARA_SCOPED_CAPABILITY MutexLock {
+ public:
+  explicit MutexLock(Mutex& mutex) KELVARA_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+  ~MutexLock() KELVARA_RELEASE() { mutex_.unlock(); }
+  MutexLock(const MutexLock&) = delete;
+  MutexLock& operator=(const MutexLock&) = delete;
+
+ private:
+  Mutex& mutex_;
+};
+
+}  // namespace kelvara::controller
