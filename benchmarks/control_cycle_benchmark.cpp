@@ -1,5 +1,5 @@
 // What one MIT control cycle computes, and its parts, beside the same dynamics written with fresh
-// vectors and matrices: ratios within one run tell, absolute times depend on the machine.
+// vectors and matrices. Compare ratios within one run; absolute times depend on the machine.
 
 #include <linux/can.h>
 
@@ -11,15 +11,19 @@
 #include <kdl/jntarray.hpp>
 #include <kdl/jntspaceinertiamatrix.hpp>
 
-#include "controller/setpoint.hpp"
+#include "controller/command_slot.hpp"
+#include "controller/cycle_step.hpp"
 #include "damiao_motor/frame_building.hpp"
 #include "damiao_motor/frame_payload.hpp"
 #include "kelvara/damiao_motor/dm_motor_device.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 
+#include "description/arm_facts.hpp"
+
 namespace {
 
-using namespace kelvara::controller;    // NOLINT(google-build-using-namespace): one program
+using namespace kelvara;                // NOLINT(google-build-using-namespace): one program
+using namespace kelvara::controller;    // NOLINT(google-build-using-namespace)
 using namespace kelvara::damiao_motor;  // NOLINT(google-build-using-namespace)
 
 constexpr JointArray kPose{0.3, 0.5, -0.4, 0.2, -0.3, 0.6};
@@ -34,17 +38,14 @@ RobotKinematics& model() {
 /// Everything that a cycle works on, and its inputs.
 struct Cycle {
   Cycle() {
-    limits.velocity = kJointVelocityLimits;
-    limits.acceleration.fill(15.0);
-    command.begin_command(kSmoothMove);
-    command.target_q = kPose;
-    command.traj_duration_s = 2.0;
+    slot.publish(motion::TimedMove{kPose, 2.0});
     for (unsigned i = 0; i < 6; ++i) {
-      motors.emplace_back(kJointMotorTypes[i], kJointCanIds[i], kJointMasterIds[i]);
+      const description::JointFacts& joint = description::kJoints[i];
+      motors.emplace_back(joint.motor_type, joint.can_id, joint.master_id);
     }
     for (unsigned i = 0; i < 6; ++i) {
       devices.push_back(std::make_unique<DMCANDevice>(motors[i], kBroadcastId, false));
-      feedback[i].can_id = kJointMasterIds[i];
+      feedback[i].can_id = motors[i].master_id;
       feedback[i].can_dlc = 8;
       const Payload data{static_cast<std::uint8_t>(0x11 + i), 0x90, 0x12, 0x80, 0x08, 0x12, 31, 29};
       std::copy(data.begin(), data.end(), feedback[i].data);
@@ -54,28 +55,33 @@ struct Cycle {
   void decode() {
     for (unsigned i = 0; i < 6; ++i) {
       devices[i]->callback(feedback[i]);
-      measured[i] = motors[i].position;
+      instant.measured[i] = setup.motor_signs.to_joint(i, motors[i].position);
     }
   }
 
-  SetPoint evaluate() {
-    now += std::chrono::microseconds(1);
-    return evaluate_setpoint(command, measured, now, limits, MIT_MODE, reference);
+  motion::SetPoint evaluate() {
+    instant.now += std::chrono::microseconds(1);
+    const CommandSnapshot snapshot = slot.snapshot(instant.measured, instant.now);
+    return motion::evaluate(snapshot.command, instant, setup.limits, motion::Approach::kReference);
   }
 
-  void pack(const SetPoint& point, const JointArray& torque) {
+  void compute() {
+    instant.now += std::chrono::microseconds(1);
+    const CommandSnapshot snapshot = slot.snapshot(instant.measured, instant.now);
+    record = compute_cycle(snapshot.command, instant, setup, model());
+  }
+
+  void pack(const MitCommands& commands) {
     for (unsigned i = 0; i < 6; ++i) {
-      const Payload data =
-          mit_payload(motors[i].type, {150.0, 4.0, point.q[i], point.dq[i], torque[i]});
+      const Payload data = mit_payload(motors[i].type, commands[i]);
       frames[i] = make_can_frame(motors[i].can_id, data.data(), data.size());
     }
   }
 
-  CommandSlot command;
-  SetPointLimits limits;
-  MitReference reference;
-  JointArray measured{};
-  TimePoint now{};
+  ControllerSetup setup = load_setup(false, MIT_MODE, model());
+  CommandSlot slot;
+  motion::Instant instant{};
+  CycleRecord record;
   std::vector<Motor> motors;
   std::vector<std::unique_ptr<DMCANDevice>> devices;
   std::array<can_frame, 6> feedback{};
@@ -84,14 +90,10 @@ struct Cycle {
 
 void WholeCycle(benchmark::State& state) {
   Cycle cycle;
-  JointArray torque{};
-  model();
   while (state.KeepRunning()) {
     cycle.decode();
-    const SetPoint point = cycle.evaluate();
-    model().inverse_dynamics(point.model_q.data(), point.model_dq.data(), point.model_ddq.data(),
-                             torque.data());
-    cycle.pack(point, torque);
+    cycle.compute();
+    cycle.pack(std::get<MitCommands>(cycle.record.sent));
     benchmark::DoNotOptimize(cycle.frames);
   }
 }
@@ -101,7 +103,7 @@ void DecodeSixFeedbackFrames(benchmark::State& state) {
   Cycle cycle;
   while (state.KeepRunning()) {
     cycle.decode();
-    benchmark::DoNotOptimize(cycle.measured);
+    benchmark::DoNotOptimize(cycle.instant.measured);
   }
 }
 BENCHMARK(DecodeSixFeedbackFrames);
@@ -150,11 +152,10 @@ BENCHMARK(InverseDynamicsWithFreshVectors);
 
 void PackSixMitFrames(benchmark::State& state) {
   Cycle cycle;
-  SetPoint point;
-  point.q = kPose;
-  point.dq = kRates;
+  MitCommands commands{};
+  commands.fill({150.0, 4.0, 0.3, 0.5, 1.0});
   while (state.KeepRunning()) {
-    cycle.pack(point, kAccelerations);
+    cycle.pack(commands);
     benchmark::DoNotOptimize(cycle.frames);
   }
 }

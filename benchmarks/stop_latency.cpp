@@ -167,7 +167,7 @@ class Experiment {
     impl.publish_joint_trajectory_command(kSwungRound, kSwingTime);
     impl.start_two_thread();
     try {
-      measure(arm, latencies, [&] { impl.emergency_stop_flag = true; });
+      measure(arm, latencies, [&] { impl.flags.emergency_stop_flag = true; });
     } catch (...) {
       impl.request_stop_and_join();
       throw;

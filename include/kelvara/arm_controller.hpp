@@ -11,14 +11,7 @@
 
 #include "kelvara/damiao_motor/dm_motor_control.hpp"
 #include "kelvara/export.hpp"
-
-/// A sampled joint trajectory.
-struct SeptupleTrajectory {
-  /// [joint][series][sample]: six joints; series 0 position (rad), 1 velocity (rad/s), 2
-  /// acceleration (rad/s²).
-  std::vector<std::vector<std::vector<double>>> joints;
-  std::vector<double> time;  // s from the start, one for each sample
-};
+#include "kelvara/septuple_trajectory.hpp"
 
 /// Drives a six-joint arm on one CAN interface from a 400 Hz control thread of its own, beside a
 /// thread that watches the joints' torques.
@@ -83,8 +76,9 @@ class KELVARA_EXPORT ArmController {
   /// @param waypoints     Points of six angles each, clamped to the joint limits.
   /// @param time_sec      Total duration in s; 0: as fast as the limits allow. A time too short for
   ///                      the limits is reported on standard error for each joint, and kept.
-  /// @param speed_percent Fraction of the velocity limits, up to 1; goes before `time_sec`. 0 or
-  ///                      less: not given. With neither, the configured default fraction.
+  /// @param speed_percent Fraction of the velocity limits, (0, 1]. Takes precedence over
+  ///                      `time_sec`; pass 0 to leave it unset. With neither, the configured
+  ///                      default fraction.
   /// @param control_hz    Samples a second; the control loop's rate is 400.
   /// @throws std::invalid_argument "waypoints must not be empty", "control_hz must be positive",
   ///         "time_sec must be non-negative", "speed_percent must be in (0, 1] when provided",
@@ -102,9 +96,9 @@ class KELVARA_EXPORT ArmController {
   ///         have exactly 3 elements.", and as `set_joint`.
   void set_end_effector_pose(const std::vector<double>& target_pos,
                              const std::vector<double>& target_euler, double tf);
-  /// Streams a pose: called again and again, 100 times a second or more, it makes the tool follow,
-  /// with a filtered velocity as feed-forward. A pose that is not finite, of the wrong size or out
-  /// of reach is passed over. From one thread at a time.
+  /// Streams a pose: called 100 times a second or more, it makes the tool follow, with a filtered
+  /// velocity as feed-forward. Ignores a pose that is not finite, has the wrong size or is out of
+  /// reach. Must not be called from two threads at once.
   void set_end_effector_pose_raw(const std::vector<double>& target_pos,
                                  const std::vector<double>& target_euler);
   /// Joint angles for a pose, clamped to the joint limits; nothing moves.
@@ -155,14 +149,22 @@ class KELVARA_EXPORT ArmController {
                                                          double tf, double freq);
 
   /// Measured joint angles; six zeros before the first feedback.
-  Eigen::VectorXd get_joint();
+  std::array<double, 6> joint_positions() const;
   /// Measured joint velocities; six zeros before the first feedback.
-  Eigen::VectorXd get_joint_velocities();
+  std::array<double, 6> joint_velocities() const;
   /// Measured joint torques; six zeros before the first feedback.
-  Eigen::VectorXd get_joint_torques();
+  std::array<double, 6> joint_torques() const;
+
+  /// The same as vectors of Eigen, made in the caller's code.
+  KELVARA_INLINE Eigen::VectorXd get_joint() { return to_eigen(joint_positions()); }
+  KELVARA_INLINE Eigen::VectorXd get_joint_velocities() { return to_eigen(joint_velocities()); }
+  KELVARA_INLINE Eigen::VectorXd get_joint_torques() { return to_eigen(joint_torques()); }
 
  private:
   Impl& impl() const;
+  KELVARA_INLINE static Eigen::VectorXd to_eigen(const std::array<double, 6>& values) {
+    return Eigen::Map<const Eigen::VectorXd>(values.data(), 6);
+  }
 
   std::atomic<bool> cleaned_up{false};
   std::unique_ptr<Impl> impl_;

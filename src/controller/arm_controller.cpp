@@ -3,26 +3,9 @@
 #include <stdexcept>
 
 #include "controller/arm_controller_impl.hpp"
-#include "controller/finite.hpp"
 
-using kelvara::controller::JointArray;
-using kelvara::controller::kHomePose;
-using kelvara::controller::kHomingTime;
-using kelvara::controller::kJointCount;
-
-namespace {
-
-void require_finite(const std::vector<double>& values, const char* name) {
-  if (!kelvara::controller::all_finite(values)) {
-    throw std::invalid_argument(std::string(name) + " must be finite");
-  }
-}
-
-Eigen::VectorXd to_eigen(const JointArray& values) {
-  return Eigen::Map<const Eigen::VectorXd>(values.data(), kJointCount);
-}
-
-}  // namespace
+#include "description/arm_facts.hpp"
+#include "description/timing.hpp"
 
 ArmController::ArmController(bool with_gripper, const std::string& can_interface, bool bus_flag,
                              kelvara::damiao_motor::ControlMode mode)
@@ -32,11 +15,34 @@ ArmController::ArmController(bool with_gripper, const std::string& can_interface
       closeGripper();
     }
     impl_->start_two_thread();
-    set_joint({kHomePose.begin(), kHomePose.end()}, kHomingTime);
+    const kelvara::JointArray& home = kelvara::description::kHomePose;
+    set_joint({home.begin(), home.end()}, kelvara::description::kHomingTimeS);
   } catch (...) {
     cleanup();
     throw;
   }
+}
+
+ArmController::~ArmController() {
+  cleanup();
+  if (impl_) {
+    impl_->request_stop_and_join();
+  }
+}
+
+void ArmController::cleanup() {
+  if (cleaned_up.exchange(true) || !impl_) {
+    return;
+  }
+  // Threads first, so that nothing is sent after the disable.
+  impl_->request_stop_and_join();
+  try {
+    impl_->hardware.disable_all();
+    impl_->hardware.recv_all(kelvara::description::kQuietAfterDisableUs);
+  } catch (...) {  // NOLINT(bugprone-empty-catch)
+    // A bus that fails now must not keep the rest from being released.
+  }
+  impl_.reset();
 }
 
 ArmController::Impl& ArmController::impl() const {
@@ -46,44 +52,14 @@ ArmController::Impl& ArmController::impl() const {
   return *impl_;
 }
 
-void ArmController::set_joint_raw(const std::vector<double>& q_end,
-                                  const std::vector<double>& v_end) {
-  if (q_end.size() != kJointCount) {
-    throw std::invalid_argument("q_end length does not match num_joints");
-  }
-  if (v_end.size() != kJointCount) {
-    throw std::invalid_argument("v_end length does not match num_joints");
-  }
-  require_finite(q_end, "q_end");
-  require_finite(v_end, "v_end");
-  impl().publish_joint_raw_command(q_end, v_end);
+void ArmController::identify_gravity_compensation() { impl().publish_kdl_gravity_comp_command(); }
+
+void ArmController::identify_gravity_compensation_kdl() {
+  impl().publish_kdl_gravity_comp_command();
 }
 
-void ArmController::set_joint(const std::vector<double>& q_end, double tf) {
-  if (q_end.size() != kJointCount) {
-    throw std::invalid_argument("q_end size mismatch");
-  }
-  if (0.0 >= tf) {
-    throw std::invalid_argument("tf must be positive");
-  }
-  require_finite(q_end, "q_end");
-  impl().publish_joint_trajectory_command(q_end, tf);
-}
-
-Eigen::VectorXd ArmController::get_joint() {
-  JointArray q{};
-  impl().try_get_latest_joint_state(q);
-  return to_eigen(q);
-}
-
-Eigen::VectorXd ArmController::get_joint_velocities() {
-  JointArray dq{};
-  impl().try_get_latest_joint_velocity_state(dq);
-  return to_eigen(dq);
-}
-
-Eigen::VectorXd ArmController::get_joint_torques() {
-  JointArray tau{};
-  impl().try_get_latest_torque_state(tau);
-  return to_eigen(tau);
+SeptupleTrajectory ArmController::generate_septuple_trajectory(const std::vector<double>& q_start,
+                                                               const std::vector<double>& q_end,
+                                                               double tf, double freq) {
+  return Impl::generate_septuple_trajectory(q_start, q_end, tf, freq);
 }

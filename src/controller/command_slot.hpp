@@ -1,68 +1,57 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
-#include <memory>
-#include <vector>
 
-#include "controller/arm_facts.hpp"
+#include "controller/thread_safety.hpp"
+
+#include "description/gripper_facts.hpp"
+#include "motion/command.hpp"
 
 namespace kelvara::controller {
 
-using Clock = std::chrono::steady_clock;
-using TimePoint = Clock::time_point;
-
-/// One sample of a planned trajectory, one control period long.
-struct WaypointTrajectorySample {
-  JointArray q;    // rad
-  JointArray dq;   // rad/s
-  JointArray ddq;  // rad/s²
-};
-using WaypointSamples = std::shared_ptr<const std::vector<WaypointTrajectorySample>>;
-
-/// The values of `CommandSlot::command_type`.
-enum CommandType : int {
-  kNoCommand = 0,
-  kJointTarget = 1,
-  kSmoothMove = 2,
-  kWaypointTrajectory = 3,
-  kRegressorGravity = 4,
-  kChainGravity = 5,
-};
-
-/// The one standing command: written by the application's threads, copied by every control cycle.
-struct CommandSlot {
-  int command_type = kNoCommand;
-  /// Counts commands, so that the end of a move does not replace a command that came meanwhile.
-  std::uint64_t command_number = 0;
-
-  JointArray target_q{};   // rad, inside the joint limits
-  JointArray target_dq{};  // rad/s
-
-  JointArray traj_start_q{};  // rad
-  double traj_duration_s = 0.0;
-  bool traj_started = false;
-  TimePoint traj_start_time{};
-
-  WaypointSamples waypoints;
-  double waypoint_dt_s = 0.0;
-  bool waypoints_started = false;
-  TimePoint waypoints_start_time{};
-
-  double gripper_target_distance = 0.0;  // m
-  double gripper_speed = kDefaultGripperSpeed;
-  double gripper_force = kDefaultGripperForce;
+/// The gripper's standing command, sent again and again once there is one.
+struct GripperCommand {
+  double gripper_target_distance = 0.0;                      // m
+  double gripper_speed = description::kDefaultGripperSpeed;  // N·m/rad
+  double gripper_force = description::kDefaultGripperForce;  // N·m·s/rad
   bool gripper_command_valid = false;
   bool gripper_command_active = false;
+};
 
-  /// What every new arm command starts with: its type, and no trajectory under way.
-  void begin_command(CommandType type) {
-    command_type = type;
-    ++command_number;
-    traj_started = false;
-    waypoints_started = false;
-    waypoints.reset();
-  }
+/// What one cycle sees of the slot.
+struct CommandSnapshot {
+  motion::Command command;
+  std::uint64_t number = 0;  // of the command
+  GripperCommand gripper;
+};
+
+/// Holds the one standing command of the arm and that of the gripper. The application's threads
+/// write it (the last writer wins, there is no queue), the control thread copies it in every cycle.
+class CommandSlot {
+ public:
+  /// Replaces the arm's command. What the old one holds is freed on this thread.
+  void publish(motion::Command command) KELVARA_EXCLUDES(command_mutex);
+  /// Replaces the gripper's target and keeps its speed and force.
+  /// @param d Jaw distance, m, clamped to the gripper's range.
+  void publish_gripper_distance_command(double d) KELVARA_EXCLUDES(command_mutex);
+  /// @param speed,force Gains of the gripper's motor, clamped to [0.1, 20] and [0.1, 1].
+  void publish_gripper_distance_command(double d, double speed, double force)
+      KELVARA_EXCLUDES(command_mutex);
+
+  /// Begins a command that has not begun, at the measured angles, and copies the slot.
+  CommandSnapshot snapshot(const JointArray& measured, motion::TimePoint now)
+      KELVARA_EXCLUDES(command_mutex);
+  /// Replaces a command that has ended, unless a newer one has replaced it already.
+  /// @param number The snapshot's number of the command that has ended.
+  void complete(std::uint64_t number, const motion::JointTarget& next)
+      KELVARA_EXCLUDES(command_mutex);
+
+ private:
+  Mutex command_mutex;
+  motion::Command command_ KELVARA_GUARDED_BY(command_mutex);
+  /// Sequence number; lets the end of a move detect that a newer command has replaced it.
+  std::uint64_t number_ KELVARA_GUARDED_BY(command_mutex) = 0;
+  GripperCommand gripper_ KELVARA_GUARDED_BY(command_mutex);
 };
 
 }  // namespace kelvara::controller

@@ -6,9 +6,9 @@
 
 namespace kelvara::controller {
 
-void sleep_until(TimePoint wake) {
+void sleep_until(motion::TimePoint wake) {
   const auto remaining =
-      std::chrono::duration_cast<std::chrono::nanoseconds>(wake - Clock::now()).count();
+      std::chrono::duration_cast<std::chrono::nanoseconds>(wake - motion::Clock::now()).count();
   if (remaining <= 0) {
     return;
   }

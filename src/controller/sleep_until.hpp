@@ -1,10 +1,10 @@
 #pragma once
 
-#include "controller/command_slot.hpp"
+#include "motion/setpoint.hpp"
 
 namespace kelvara::controller {
 
 /// Sleeps until `wake`, also when signals interrupt; returns at once when it has passed.
-void sleep_until(TimePoint wake);
+void sleep_until(motion::TimePoint wake);
 
 }  // namespace kelvara::controller

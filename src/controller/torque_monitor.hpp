@@ -5,20 +5,15 @@
 #include <deque>
 #include <vector>
 
-#include "controller/arm_facts.hpp"
+#include "description/joint_array.hpp"
 
 namespace kelvara::controller {
 
-/// Judges joint torques, pass by pass: a joint whose average over the last passes stays above its
-/// threshold is warned about, and then the arm is to be stopped. It has no clock of its own.
-class TorqueWatch {
+/// Watches joint torques, pass by pass: warns about a joint whose average over the last passes
+/// stays above its threshold, and then calls for a stop. It has no clock of its own.
+class TorqueMonitor {
  public:
-  /// Passes that the average covers.
-  static constexpr std::size_t torque_window_size = 10;
-  static constexpr double kWarnAfterS = 2.0;
-  static constexpr double kStopAfterS = 6.0;
-
-  /// A joint above its threshold for long enough to be spoken of.
+  /// A joint that has been over its threshold long enough to warn about.
   struct Finding {
     std::size_t joint;       // 0 to 5
     double average;          // N·m
@@ -26,17 +21,14 @@ class TorqueWatch {
     bool stop;               // otherwise a warning
   };
 
-  /// Takes one pass. A joint that calls for a stop ends the pass: those after it are not looked at.
+  /// Takes one pass. A joint that calls for a stop ends the pass: those after it are not examined.
   /// @param dt_s   Time since the pass before, s.
   /// @param torque Joint torques, N·m.
   /// @return the findings in joint order, valid until the next call.
   const std::vector<Finding>& step(double dt_s, const JointArray& torque);
 
-  static double threshold(std::size_t joint) { return torque_thresholds[joint]; }
-
  private:
-  // The last is the gripper's, which is not watched.
-  static constexpr std::array<double, 7> torque_thresholds{20.0, 20.0, 20.0, 8.0, 6.0, 6.0, 4.0};
+  double push(std::size_t joint, double torque);
 
   std::array<std::deque<double>, kJointCount> torque_windows;
   JointArray over_limit_time{};  // s

@@ -1,12 +1,14 @@
-#include <iostream>
 #include <stdexcept>
 
 #include "controller/arm_controller_impl.hpp"
-#include "controller/finite.hpp"
-#include "controller/waypoint_planner.hpp"
+#include "controller/diagnostics.hpp"
 
-using kelvara::controller::JointArray;
-using kelvara::controller::kJointCount;
+#include "description/finite.hpp"
+#include "motion/waypoint_planner.hpp"
+
+using kelvara::JointArray;
+using kelvara::kJointCount;
+namespace motion = kelvara::motion;
 
 namespace {
 
@@ -26,6 +28,39 @@ void check_arguments(const std::vector<std::vector<double>>& waypoints, double t
   }
 }
 
+void check_waypoint(const std::vector<double>& waypoint) {
+  if (waypoint.size() != kJointCount) {
+    throw std::invalid_argument("each waypoint must have exactly 6 joint values");
+  }
+  if (!kelvara::description::all_finite(waypoint)) {
+    throw std::invalid_argument("waypoints must be finite");
+  }
+}
+
+/// A speed takes precedence over a time; without either the default speed holds.
+motion::WaypointOptions choose_options(double time_sec, double speed_percent, double control_hz,
+                                       double default_speed) {
+  motion::WaypointOptions options;
+  options.control_hz = control_hz;
+  if (speed_percent > 0.0) {
+    options.speed = speed_percent;
+  } else if (time_sec > 0.0) {
+    options.time_s = time_sec;
+  } else {
+    options.speed = default_speed;
+  }
+  return options;
+}
+
+motion::WaypointMove to_command(std::vector<motion::WaypointTrajectorySample> samples,
+                                double control_hz) {
+  const JointArray end = samples.back().q;
+  return {.target_q = end,
+          .waypoints = std::make_shared<const std::vector<motion::WaypointTrajectorySample>>(
+              std::move(samples)),
+          .waypoint_dt_s = 1.0 / control_hz};
+}
+
 }  // namespace
 
 void ArmController::move_joint_waypoints(const std::vector<std::vector<double>>& waypoints,
@@ -37,47 +72,22 @@ void ArmController::Impl::publish_joint_waypoint_trajectory_command(
     const std::vector<std::vector<double>>& waypoints, double time_sec, double speed_percent,
     double control_hz) {
   check_arguments(waypoints, time_sec, speed_percent, control_hz);
-  kelvara::controller::WaypointOptions options;
-  options.control_hz = control_hz;
-  if (speed_percent > 0.0) {
-    options.speed = speed_percent;
-  } else if (time_sec > 0.0) {
-    options.time_s = time_sec;
-  } else {
-    options.speed = joint_trajectory_config.default_speed_percent;
-  }
-
+  const kelvara::description::JointTrajectoryConfig& config = setup.joint_trajectory;
+  const motion::WaypointOptions options =
+      choose_options(time_sec, speed_percent, control_hz, config.default_speed_percent);
   std::vector<JointArray> points;
   points.reserve(waypoints.size());
   for (const std::vector<double>& waypoint : waypoints) {
-    if (waypoint.size() != kJointCount) {
-      throw std::invalid_argument("each waypoint must have exactly 6 joint values");
-    }
-    if (!kelvara::controller::all_finite(waypoint)) {
-      throw std::invalid_argument("waypoints must be finite");
-    }
-    JointArray& point = points.emplace_back();
-    for (std::size_t j = 0; j < kJointCount; ++j) {
-      point[j] = limits.joints.clamp_joint(j, waypoint[j]);
-    }
+    check_waypoint(waypoint);
+    points.push_back(clamp_to_limits(waypoint));
   }
   JointArray start{};
-  if (!try_get_latest_joint_state(start)) {
+  if (!state.try_get_latest_joint_state(start)) {
     throw std::runtime_error("cannot plan waypoint trajectory before joint state is available");
   }
-  kelvara::controller::WaypointPlan plan =
-      kelvara::controller::plan_waypoints(start, points, joint_trajectory_config, options);
+  motion::WaypointPlan plan = motion::plan_waypoints(start, points, config, options);
   for (const std::string& report : plan.limit_reports) {
-    std::cerr << report + "\n";
+    kelvara::controller::error_line() << report;
   }
-  const JointArray end = plan.samples.back().q;
-  auto samples = std::make_shared<const std::vector<kelvara::controller::WaypointTrajectorySample>>(
-      std::move(plan.samples));
-
-  const std::lock_guard<std::mutex> lock(command_mutex);
-  command.begin_command(kelvara::controller::kWaypointTrajectory);
-  command.waypoints = std::move(samples);
-  command.waypoint_dt_s = 1.0 / control_hz;
-  command.target_q = end;
-  command.target_dq = {};
+  slot.publish(to_command(std::move(plan.samples), control_hz));
 }

@@ -11,47 +11,30 @@
 
 #include <gtest/gtest.h>
 
-#include "controller/arm_controller_impl.hpp"
 #include "support/captured_output.hpp"
+#include "support/outcomes.hpp"
 #include "support/simulated_hardware.hpp"
+#include "support/waiting.hpp"
 
 namespace {
 
 using kelvara::damiao_motor::MIT_MODE;
-
-template <typename Action>
-std::string error_of(Action action) {
-  try {
-    action();
-  } catch (const std::invalid_argument& error) {
-    return std::string("invalid argument: ") + error.what();
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return "";
-}
 
 TEST(ArmControllerWithGripper, ClosesItAtTheStartAndMovesItsJawsAsTold) {
   CapturedOutput output;
   SimulatedHardware hardware(false);
   hardware.live();
   ArmController arm(true, TestBus::kInterface, false, MIT_MODE);
-  const auto comes_to = [&](double distance) {
-    for (int tries = 0; tries < 2000; ++tries) {
-      if (std::abs(arm.get_gripper_distance() - distance) < 0.002) {
-        return true;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+  const auto opens_to = [&](double distance) {
+    return eventually([&] { return std::abs(arm.get_gripper_distance() - distance) < 0.002; });
   };
   arm.openGripper();
-  EXPECT_TRUE(comes_to(0.085));
+  EXPECT_TRUE(opens_to(0.085));
   EXPECT_GT(arm.get_gripper_position(), 0.97);
   arm.setGripperPosition(-0.1);
-  EXPECT_TRUE(comes_to(0.0));
+  EXPECT_TRUE(opens_to(0.0));
   arm.setGripperDistance(100);
-  EXPECT_TRUE(comes_to(0.085));
+  EXPECT_TRUE(opens_to(0.085));
   EXPECT_NE(output.err().find("[Warning] Gripper position must be in [0, 1], but got: -0.1. Value "
                               "will be clamped.\n"),
             std::string::npos);
@@ -70,18 +53,12 @@ TEST(OverTorque, WarnsThenStopsTheArmAndLeavesTheProcessAlive) {
   hardware.arm().set_tool_force({0.0, 30.0, 0.0});  // 7.6 N·m about joint 5, 0.25 m away
   hardware.live();
   ArmController arm(false, TestBus::kInterface, false, MIT_MODE);
-  const auto said = [&](const std::string& text) {
-    for (int tries = 0; tries < 2500; ++tries) {
-      if (output.err().find(text) != std::string::npos) {
-        return true;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+  const auto prints = [&](const std::string& text) {
+    return eventually([&] { return output.err().find(text) != std::string::npos; });
   };
-  ASSERT_TRUE(said("[torque_monitor] trigger emergency_stop on joint 5, avg_torque="));
-  EXPECT_TRUE(said("[control_loop] loop exited. exit_flag=1 emergency_stop_flag=1\n"));
-  EXPECT_TRUE(said("[torque_monitor] loop exited. exit_flag=1 emergency_stop_flag=1\n"));
+  ASSERT_TRUE(prints("[torque_monitor] trigger emergency_stop on joint 5, avg_torque="));
+  EXPECT_TRUE(prints("[control_loop] loop exited. exit_flag=1 emergency_stop_flag=1\n"));
+  EXPECT_TRUE(prints("[torque_monitor] loop exited. exit_flag=1 emergency_stop_flag=1\n"));
   const std::string lines = output.out();
   const std::string lasting = " 平均力矩超阈值已持续 ";
   const std::size_t warning = lines.find("⚠️ 警告：电机5 平均力矩：");
@@ -108,20 +85,11 @@ struct RunningController : ::testing::Test {
   RunningController() {
     hardware.live();
     arm = std::make_unique<ArmController>(false, TestBus::kInterface, false, MIT_MODE);
-    while (arm->get_joint().isZero()) {  // before the first feedback
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    EXPECT_TRUE(eventually([this] { return !arm->get_joint().isZero(); })) << "first feedback";
   }
 
-  /// Waits until the arm stands at q; false after a long time.
   bool arrives_at(const Eigen::VectorXd& q) {
-    for (int tries = 0; tries < 2000; ++tries) {
-      if ((arm->get_joint() - q).cwiseAbs().maxCoeff() < 0.01) {
-        return true;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+    return eventually([&] { return (arm->get_joint() - q).cwiseAbs().maxCoeff() < 0.01; });
   }
 
   CapturedOutput output;

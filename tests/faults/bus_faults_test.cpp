@@ -20,7 +20,7 @@
 
 namespace {
 
-using kelvara::controller::JointArray;
+using kelvara::JointArray;
 using kelvara::damiao_motor::ControlMode;
 using kelvara::damiao_motor::MIT_MODE;
 using kelvara::damiao_motor::POS_VEL_MODE;
@@ -173,7 +173,7 @@ TEST_P(BusFaults, TheArmCarriesOnWithoutAJumpOrIsBroughtBack) {
   ClosedLoop loop(mode, {}, mode == POS_VEL_MODE);
   CommandWatch watch(JointArray{});
   move_through(loop, fault, watch);
-  EXPECT_FALSE(loop.impl->exit_flag);
+  EXPECT_FALSE(loop.impl->flags.exit_flag);
   EXPECT_THAT(loop.output.err(), ::testing::HasSubstr(fault.line));
   EXPECT_EQ(loop.output.err().find("exception"), std::string::npos);
   const double cycle_s = std::chrono::duration<double>(ClosedLoop::kPeriod).count();
@@ -245,7 +245,7 @@ TEST(SilentFromTheStart, AMotorReadsAsZeroAndTheOthersMove) {
     loop.cycle();
   }
   JointArray q{};
-  ASSERT_TRUE(loop.impl->try_get_latest_joint_state(q));
+  ASSERT_TRUE(loop.impl->state.try_get_latest_joint_state(q));
   EXPECT_EQ(q[0], 0.0);
   EXPECT_NEAR(q[5], kTarget[5], 0.02);
   EXPECT_LT(std::abs(loop.true_positions()[0]), 0.2) << "it is not driven";

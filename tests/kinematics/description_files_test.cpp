@@ -6,12 +6,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "controller/controller_config.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 #include "kinematics/config_paths.hpp"
 #include "kinematics/kinematics_config.hpp"
 #include "kinematics/urdf_chain.hpp"
 #include "support/temporary_directory.hpp"
+
+#include "description/controller_settings.hpp"
 
 namespace kelvara {
 namespace {
@@ -173,44 +174,53 @@ TEST(KinematicsConfig, PrefersComToOriginAndTakesInfinity) {
 
 const std::string kSix = "[1, 2, 3, 4, 5, 6]";
 
-template <typename Load>
-std::string controller_error(const std::string& text, Load load) {
-  const TemporaryWorkingDirectory directory;
-  directory.write("config/robot_kinematics.yaml", text);
-  return error_of(load);
+/// The controller's four parts, the later ones replaced by `text`.
+std::string settings(const std::string& text, int parts_before) {
+  const std::string pos_vel = "pos_vel_mode: {max_acc_limits: " + kSix +
+                              ", max_dec_limits: " + kSix + ", kp_apr_limits: " + kSix + "}\n";
+  const std::string mit =
+      "mit_mode: {kp: " + kSix + ", kd: " + kSix + ", gravity_tau_limits: " + kSix + "}\n";
+  const std::string trajectory = "joint_trajectory: {max_vel_limits: " + kSix +
+                                 ", max_acc_limits: " + kSix + ", max_jerk_limits: " + kSix + "}\n";
+  return (parts_before > 0 ? pos_vel : "") + (parts_before > 1 ? mit : "") +
+         (parts_before > 2 ? trajectory : "") + text;
 }
 
-TEST(ControllerConfig, NamesWhatIsWrong) {
-  using namespace controller;
-  EXPECT_THAT(controller_error("a: 1", load_pos_vel_mode_config),
+std::string controller_error(const std::string& text, int parts_before) {
+  const TemporaryWorkingDirectory directory;
+  directory.write("config/robot_kinematics.yaml", settings(text, parts_before));
+  return error_of([] { description::load_controller_settings(); });
+}
+
+TEST(ControllerSettings, NamesWhatIsWrong) {
+  EXPECT_THAT(controller_error("a: 1", 0),
               ::testing::StartsWith("Invalid POS_VEL_MODE config at /"));
-  EXPECT_THAT(controller_error("mit_mode: 1", load_mit_mode_config),
-              EndsWith(": missing 'mit_mode' map"));
-  EXPECT_THAT(controller_error("", load_joint_trajectory_config),
-              EndsWith(": missing 'joint_trajectory' map"));
-  EXPECT_THAT(controller_error("mit_mode: {kp: [1, 2, 3, 4, 5]}", load_mit_mode_config),
+  EXPECT_THAT(controller_error("mit_mode: 1", 1), EndsWith(": missing 'mit_mode' map"));
+  EXPECT_THAT(controller_error("", 2), EndsWith(": missing 'joint_trajectory' map"));
+  EXPECT_THAT(controller_error("mit_mode: {kp: [1, 2, 3, 4, 5]}", 1),
               EndsWith(": field 'mit_mode.kp' must be a sequence of 6 numbers"));
-  EXPECT_THAT(controller_error("motor_signs: [1, 1, 1, 1, 1, one]", load_motor_signs_config),
+  EXPECT_THAT(controller_error("motor_signs: [1, 1, 1, 1, 1, one]", 3),
               HasSubstr(": field 'motor_signs' contains a non-numeric value: "));
   const std::string mit = "mit_mode: {kp: " + kSix + ", kd: " + kSix +
                           ", gravity_tau_limits: " + kSix + ", gravity_comp_scale: ";
-  EXPECT_THAT(controller_error(mit + "much}", load_mit_mode_config),
-              EndsWith("gravity_comp_scale must be a number"));
+  EXPECT_THAT(controller_error(mit + "much}", 1), EndsWith("gravity_comp_scale must be a number"));
   for (const std::string limit : {"-5", ".nan"}) {
     EXPECT_THAT(controller_error("mit_mode: {kp: " + kSix + ", kd: " + kSix +
                                      ", gravity_tau_limits: [1, 1, 1, 1, 1, " + limit + "]}",
-                                 load_mit_mode_config),
+                                 1),
                 EndsWith(": field 'mit_mode.gravity_tau_limits' must not hold negative values"));
   }
 }
 
-TEST(ControllerConfig, TakesASpeedFractionAboveZeroAndUpToOne) {
+TEST(ControllerSettings, TakesASpeedFractionAboveZeroAndUpToOne) {
   const auto speed = [](const std::string& value) {
     const TemporaryWorkingDirectory directory;
-    directory.write("config/robot_kinematics.yaml", "joint_trajectory: {max_vel_limits: " + kSix +
-                                                        ", max_acc_limits: " + kSix +
-                                                        ", max_jerk_limits: " + kSix + value + "}");
-    return controller::load_joint_trajectory_config().default_speed_percent;
+    directory.write(
+        "config/robot_kinematics.yaml",
+        settings("joint_trajectory: {max_vel_limits: " + kSix + ", max_acc_limits: " + kSix +
+                     ", max_jerk_limits: " + kSix + value + "}\nmotor_signs: " + kSix,
+                 2));
+    return description::load_controller_settings().joint_trajectory.default_speed_percent;
   };
   EXPECT_EQ(speed(""), 0.1);
   EXPECT_EQ(speed(", default_speed_percent: "), 0.1);
@@ -222,13 +232,12 @@ TEST(ControllerConfig, TakesASpeedFractionAboveZeroAndUpToOne) {
   }
 }
 
-TEST(ControllerConfigDeathTest, EndsTheProcessWhenTheFileCannotBeParsed) {
+TEST(ControllerSettings, OfAFileThatCannotBeParsedAreUnreadable) {
   const TemporaryWorkingDirectory directory;
   directory.write("config/robot_kinematics.yaml", "a: [");
-  EXPECT_EXIT(controller::load_motor_signs_config(), ::testing::ExitedWithCode(1),
-              "Failed to parse motor_signs config at .*robot_kinematics.yaml: ");
-  EXPECT_EXIT(controller::load_mit_mode_config(), ::testing::ExitedWithCode(1),
-              "Failed to parse MIT_MODE config at ");
+  EXPECT_THROW(description::load_controller_settings(), description::UnreadableFile);
+  EXPECT_THAT(error_of([] { description::load_controller_settings(); }),
+              ::testing::StartsWith("Failed to parse POS_VEL_MODE config at /"));
 }
 
 }  // namespace

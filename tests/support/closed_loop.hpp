@@ -17,8 +17,8 @@
 /// A controller without threads, and the arm that it drives, with a gripper.
 struct ClosedLoop {
   using ControlMode = kelvara::damiao_motor::ControlMode;
-  using JointArray = kelvara::controller::JointArray;
-  using TimePoint = kelvara::controller::TimePoint;
+  using JointArray = kelvara::JointArray;
+  using TimePoint = kelvara::motion::TimePoint;
   static constexpr std::chrono::microseconds kPeriod{2500};
 
   explicit ClosedLoop(ControlMode mode, const JointArray& start = {}, bool can_fd = false)
@@ -32,21 +32,21 @@ struct ClosedLoop {
     hardware.answer();
     impl = std::make_unique<ArmController::Impl>(TestBus::kInterface, fd, nullptr, true, mode);
     hardware.halt();
-    impl->begin_loop(now);
+    impl->cycle.begin(now);
   }
 
   /// One cycle; `extra_frames` beside the joints' commands and the feedback requests.
   void cycle(int extra_frames = 0) {
-    const TimePoint feedback_before = impl->next_feedback;
-    impl->run_cycle(now);
-    const int requests = impl->next_feedback == feedback_before ? 0 : 6;
+    const TimePoint feedback_before = impl->cycle.next_feedback_time();
+    impl->cycle.run_cycle(now);
+    const int requests = impl->cycle.next_feedback_time() == feedback_before ? 0 : 6;
     hardware.step(6 + requests + extra_frames, kPeriod);
     now += kPeriod;
   }
 
   /// One cycle on a bus that takes no frame.
   void cycle_unheard() {
-    impl->run_cycle(now);
+    impl->cycle.run_cycle(now);
     hardware.step(0, kPeriod);
     now += kPeriod;
   }

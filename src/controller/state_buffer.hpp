@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+
+#include "controller/thread_safety.hpp"
+
+#include "description/joint_array.hpp"
+
+namespace kelvara::controller {
+
+struct GripperState {
+  double position = 0.0;  // 0 closed .. 1 open
+  double distance = 0.0;  // jaw distance, m
+};
+
+/// Holds the latest feedback, joint side. The control thread writes it, any thread reads it; both
+/// only copy.
+class StateBuffer {
+ public:
+  /// @param gripper Nothing leaves the gripper's state as it is.
+  void publish_state(const JointArray& q, const JointArray& dq,
+                     const std::optional<GripperState>& gripper) KELVARA_EXCLUDES(state_mutex);
+  void publish_torque(const JointArray& tau) KELVARA_EXCLUDES(torque_mutex);
+
+  // Each copies the latest feedback; false, with `out` untouched, before there is any.
+  bool try_get_latest_joint_state(JointArray& out) const KELVARA_EXCLUDES(state_mutex);
+  bool try_get_latest_joint_velocity_state(JointArray& out) const KELVARA_EXCLUDES(state_mutex);
+  bool try_get_latest_torque_state(JointArray& out) const KELVARA_EXCLUDES(torque_mutex);
+  bool try_get_latest_gripper_state(double& out) const KELVARA_EXCLUDES(state_mutex);
+  bool try_get_latest_gripper_distance_state(double& out) const KELVARA_EXCLUDES(state_mutex);
+
+ private:
+  mutable Mutex state_mutex;
+  JointArray latest_q KELVARA_GUARDED_BY(state_mutex){};   // rad
+  JointArray latest_dq KELVARA_GUARDED_BY(state_mutex){};  // rad/s
+  bool latest_state_valid KELVARA_GUARDED_BY(state_mutex) = false;
+  double latest_gripper_position KELVARA_GUARDED_BY(state_mutex) = 0.0;  // 0 closed .. 1 open
+  double latest_gripper_distance KELVARA_GUARDED_BY(state_mutex) = 0.0;  // m
+  bool latest_gripper_valid KELVARA_GUARDED_BY(state_mutex) = false;
+
+  mutable Mutex torque_mutex;
+  JointArray latest_tau KELVARA_GUARDED_BY(torque_mutex){};  // N·m
+  bool latest_tau_valid KELVARA_GUARDED_BY(torque_mutex) = false;
+};
+
+}  // namespace kelvara::controller

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+
+#include "description/joint_limits.hpp"
+
+/// Motion as pure functions of time and state: no lock, no bus, no clock of its own.
+namespace kelvara::motion {
+
+using Clock = std::chrono::steady_clock;
+using TimePoint = Clock::time_point;
+
+/// How a joint target is approached.
+enum class Approach {
+  kReference,  // along a reference whose rates the controller limits (MIT mode)
+  kMotor,      // the motors limit their own rates (position/velocity mode)
+};
+
+/// The rate-limited reference that approaches a joint target.
+struct MitReference {
+  bool mit_ref_initialised = false;
+  JointArray mit_ref_q{};   // rad
+  JointArray mit_ref_dq{};  // rad/s
+};
+
+/// The bounds that a set-point keeps.
+struct SetPointLimits {
+  description::JointLimits joints;
+  JointArray velocity{};      // rad/s
+  JointArray acceleration{};  // rad/s², of the reference
+};
+
+/// The instant at which a command is evaluated.
+struct Instant {
+  TimePoint now;
+  JointArray measured{};   // joint angles, rad
+  MitReference reference;  // as the cycle before left it
+};
+
+/// One cycle's output, joint side.
+struct SetPoint {
+  JointArray q{};               // rad
+  JointArray dq{};              // rad/s
+  JointArray velocity_limit{};  // rad/s, for position/velocity mode
+  /// The state that the feed-forward torque is computed for.
+  JointArray model_q{};
+  JointArray model_dq{};
+  JointArray model_ddq{};
+  bool torque_only = false;  // no position control: the arm floats
+  /// The reference for the next cycle. Only a joint target keeps one; after any other command the
+  /// next target's reference starts at the measured angles.
+  MitReference reference;
+  /// Set when the move has ended: the joint target to hold from the next cycle on, rad.
+  std::optional<JointArray> end;
+};
+
+/// Holds the measured positions.
+inline SetPoint hold(const JointArray& measured) {
+  SetPoint point;
+  point.q = measured;
+  point.model_q = measured;
+  return point;
+}
+
+}  // namespace kelvara::motion

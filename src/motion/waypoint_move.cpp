@@ -1,0 +1,42 @@
+#include "motion/waypoint_move.hpp"
+
+#include <cmath>
+
+namespace kelvara::motion {
+
+using description::clamp;
+
+void WaypointMove::begin(const JointArray& /*measured*/, TimePoint now) {
+  if (!waypoints_started) {
+    waypoints_started = true;
+    waypoints_start_time = now;
+  }
+}
+
+SetPoint WaypointMove::evaluate(const Instant& instant, const SetPointLimits& limits,
+                                Approach /*approach*/) const {
+  SetPoint point = hold(instant.measured);
+  if (!waypoints || waypoints->empty()) {
+    return point;
+  }
+  const std::size_t last = waypoints->size() - 1;
+  const double elapsed = std::chrono::duration<double>(instant.now - waypoints_start_time).count();
+  // Bounded before it becomes an index: it may lie far beyond the list.
+  const auto k = static_cast<std::size_t>(
+      clamp(std::floor(elapsed / waypoint_dt_s), 0.0, static_cast<double>(last)));
+  const WaypointTrajectorySample& sample = (*waypoints)[k];
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    point.q[i] = limits.joints.clamp_to_urdf_joint_limit(i, sample.q[i]);
+    point.velocity_limit[i] = clamp(std::abs(sample.dq[i]), 0.0, limits.velocity[i]);
+  }
+  point.dq = sample.dq;
+  point.model_q = point.q;
+  point.model_dq = point.dq;
+  point.model_ddq = sample.ddq;
+  if (k == last) {
+    point.end = target_q;
+  }
+  return point;
+}
+
+}  // namespace kelvara::motion

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "motion/setpoint.hpp"
+
+namespace kelvara::motion {
+
+/// One sample of a planned trajectory, one control period long.
+struct WaypointTrajectorySample {
+  JointArray q;    // rad
+  JointArray dq;   // rad/s
+  JointArray ddq;  // rad/s²
+};
+using WaypointSamples = std::shared_ptr<const std::vector<WaypointTrajectorySample>>;
+
+/// Plays a planned trajectory, one sample a period. Without samples it holds the measured
+/// positions.
+struct WaypointMove {
+  static constexpr int command_type = 3;
+
+  JointArray target_q{};  // rad, where the plan ends
+  WaypointSamples waypoints;
+  double waypoint_dt_s = 0.0;
+  // Set by the first cycle:
+  bool waypoints_started = false;
+  TimePoint waypoints_start_time{};
+
+  void begin(const JointArray& measured, TimePoint now);
+  SetPoint evaluate(const Instant& instant, const SetPointLimits& limits, Approach approach) const;
+};
+
+}  // namespace kelvara::motion
