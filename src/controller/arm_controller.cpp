@@ -11,12 +11,11 @@ ArmController::ArmController(bool with_gripper, const std::string& can_interface
                              kelvara::damiao_motor::ControlMode mode)
     : impl_(std::make_unique<Impl>(can_interface, bus_flag, this, with_gripper, mode)) {
   try {
-    if (with_gripper) {
-      closeGripper();
-    }
+    impl_->publish_gripper_distance_command(0.0);
     impl_->start_two_thread();
     const kelvara::JointArray& home = kelvara::description::kHomePose;
-    set_joint({home.begin(), home.end()}, kelvara::description::kHomingTimeS);
+    impl_->publish_joint_trajectory_command({home.begin(), home.end()},
+                                            kelvara::description::kHomingTimeS);
   } catch (...) {
     cleanup();
     throw;
