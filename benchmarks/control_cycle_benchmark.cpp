@@ -13,8 +13,9 @@
 
 #include "controller/command_slot.hpp"
 #include "controller/cycle_step.hpp"
-#include "damiao_motor/frame_building.hpp"
-#include "damiao_motor/frame_payload.hpp"
+#include "damiao_motor/can_frames.hpp"
+#include "damiao_motor/motor_protocol.hpp"
+#include "description/arm_facts.hpp"
 #include "kelvara/damiao_motor/dm_motor_device.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 

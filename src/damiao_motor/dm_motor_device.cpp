@@ -6,8 +6,8 @@
 #include <sstream>
 #include <unordered_map>
 
-#include "damiao_motor/frame_building.hpp"
-#include "damiao_motor/frame_payload.hpp"
+#include "damiao_motor/can_frames.hpp"
+#include "damiao_motor/motor_protocol.hpp"
 
 namespace kelvara::damiao_motor {
 namespace {

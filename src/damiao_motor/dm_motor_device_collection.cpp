@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "damiao_motor/frame_building.hpp"
-#include "damiao_motor/frame_payload.hpp"
+#include "damiao_motor/can_frames.hpp"
+#include "damiao_motor/motor_protocol.hpp"
 
 namespace kelvara::damiao_motor {
 namespace {

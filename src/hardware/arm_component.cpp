@@ -3,7 +3,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "damiao_motor/frame_payload.hpp"
+#include "damiao_motor/motor_protocol.hpp"
 #include "kelvara/damiao_motor/dm_motor_device.hpp"
 
 namespace kelvara::can::socket {

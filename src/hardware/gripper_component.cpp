@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "damiao_motor/frame_payload.hpp"
+#include "damiao_motor/motor_protocol.hpp"
 #include "hardware/jaw_geometry.hpp"
 
 namespace kelvara::can::socket {
