@@ -25,6 +25,32 @@ ifreq make_interface_request(const std::string& interface) {
   return request;
 }
 
+bool allow_fd_frames(int socket_fd) {
+  const int enable = 1;
+  return setsockopt(socket_fd, SOL_CAN_RAW, CAN_RAW_FD_FRAMES, &enable, sizeof(enable)) == 0;
+}
+
+bool limit_receive_time(int socket_fd) {
+  const timeval timeout{0, kReceiveTimeoutUs};
+  return setsockopt(socket_fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) == 0;
+}
+
+/// bind() also succeeds on an interface that is down; only the flags show the difference. Prints
+/// the reason for false on standard error.
+bool is_up(int socket_fd, const std::string& interface) {
+  ifreq request = make_interface_request(interface);
+  if (ioctl(socket_fd, SIOCGIFFLAGS, &request) < 0) {
+    std::perror("ioctl(SIOCGIFFLAGS)");
+    return false;
+  }
+  if ((request.ifr_flags & IFF_UP) == 0) {
+    std::cerr << "CAN interface \"" << interface << "\" is DOWN. Did you run: sudo ip link set "
+              << interface << " up type can bitrate 1000000 ?\n";
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 CANSocket::CANSocket(const std::string& interface, bool canfd)
@@ -55,36 +81,16 @@ bool CANSocket::bind_to_interface(const std::string& interface) {
   if (ioctl(socket_fd, SIOCGIFINDEX, &request) < 0) {
     return false;
   }
+  if (canfd_enabled && !allow_fd_frames(socket_fd)) {
+    return false;
+  }
   sockaddr_can address{};
   address.can_family = AF_CAN;
   address.can_ifindex = request.ifr_ifindex;
-
-  if (canfd_enabled) {
-    const int enable = 1;
-    if (setsockopt(socket_fd, SOL_CAN_RAW, CAN_RAW_FD_FRAMES, &enable, sizeof(enable)) < 0) {
-      return false;
-    }
-  }
   if (bind(socket_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) < 0) {
     return false;
   }
-  const timeval timeout{0, kReceiveTimeoutUs};
-  if (setsockopt(socket_fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) < 0) {
-    return false;
-  }
-
-  // Binding succeeds on an interface that is down, so its flags tell whether frames can pass.
-  request = make_interface_request(interface);
-  if (ioctl(socket_fd, SIOCGIFFLAGS, &request) < 0) {
-    std::perror("ioctl(SIOCGIFFLAGS)");
-    return false;
-  }
-  if ((request.ifr_flags & IFF_UP) == 0) {
-    std::cerr << "CAN interface \"" << interface << "\" is DOWN. Did you run: sudo ip link set "
-              << interface << " up type can bitrate 1000000 ?\n";
-    return false;
-  }
-  return true;
+  return limit_receive_time(socket_fd) && is_up(socket_fd, interface);
 }
 
 void CANSocket::cleanup() {
@@ -123,7 +129,7 @@ bool CANSocket::is_data_available(int timeout_us) {
     return false;
   }
   if (socket_fd >= FD_SETSIZE) {
-    // A descriptor set cannot name it: an application with very many files open.
+    // An fd_set cannot hold descriptors >= FD_SETSIZE; fall back to ppoll().
     pollfd waiting{socket_fd, POLLIN, 0};
     const timespec timeout{timeout_us / kMicrosecondsPerSecond,
                            (timeout_us % kMicrosecondsPerSecond) * 1000L};

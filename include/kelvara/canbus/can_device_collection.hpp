@@ -3,6 +3,7 @@
 #include <linux/can.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -11,14 +12,14 @@
 
 namespace kelvara::canbus {
 
-/// A device on the bus: the identifiers it is spoken to and answers with, and what it does with a
-/// received frame. The callbacks run on the thread that drains the bus.
+/// A device on the bus: its identifiers and its handling of received frames. The callbacks run on
+/// the thread that drains the bus.
 class KELVARA_EXPORT CANDevice {
  public:
-  /// @param send_id     Identifier the device is commanded on.
-  /// @param response_id Identifier its replies carry.
-  /// @param aux_id      A third identifier, kept for the device's own use.
-  /// @param canfd       true: the device speaks CAN-FD.
+  /// @param send_id     Identifier of the commands to the device.
+  /// @param response_id Identifier of its replies.
+  /// @param aux_id      A third identifier; this class only stores it.
+  /// @param canfd       true: the device uses CAN-FD frames.
   CANDevice(std::uint32_t send_id, std::uint32_t response_id, std::uint32_t aux_id, bool canfd)
       : send_can_id(send_id),
         response_can_id(response_id),
@@ -29,6 +30,7 @@ class KELVARA_EXPORT CANDevice {
   CANDevice(const CANDevice&) = delete;
   CANDevice& operator=(const CANDevice&) = delete;
 
+  /// Handles a received frame.
   virtual void callback(const can_frame& frame) = 0;
   virtual void callback(const canfd_frame& frame) = 0;
 
@@ -44,24 +46,29 @@ class KELVARA_EXPORT CANDevice {
   bool canfd_enabled;
 };
 
-/// The devices of one bus by the identifier of their replies; hands each received frame to the one
-/// device that owns its identifier. Takes no lock: devices are added before the bus is drained.
+/// The devices of one bus, keyed by the identifier of their replies; dispatches each received frame
+/// to the device with its identifier. Takes no lock: change the registry only while no other thread
+/// uses it.
 class KELVARA_EXPORT CANDeviceCollection {
  public:
   /// @param socket The bus; must outlive the collection.
   explicit CANDeviceCollection(CANSocket& socket);
+  /// @param on_change Called after each change of the registry, on the thread that made it.
+  CANDeviceCollection(CANSocket& socket, std::function<void()> on_change);
   ~CANDeviceCollection();
 
   CANDeviceCollection(const CANDeviceCollection&) = delete;
   CANDeviceCollection& operator=(const CANDeviceCollection&) = delete;
 
-  /// Registers a device under its response identifier, replacing one already there. Null: ignored.
+  /// Registers a device under its response identifier and replaces the device already there.
+  /// Ignores null.
   void add_device(const std::shared_ptr<CANDevice>& device);
-  /// Removes whatever is registered under the device's response identifier. Null: ignored.
+  /// Removes the entry under the device's response identifier, whichever device it holds. Ignores
+  /// null.
   void remove_device(const std::shared_ptr<CANDevice>& device);
 
-  /// Gives the frame to the device registered under its whole 32-bit identifier, flag bits
-  /// included; a frame that nobody owns is dropped silently.
+  /// Passes the frame to the device registered under its whole 32-bit identifier, flag bits
+  /// included; drops a frame with an unknown identifier silently.
   void dispatch_frame_callback(can_frame& frame);
   void dispatch_frame_callback(canfd_frame& frame);
 
@@ -72,8 +79,11 @@ class KELVARA_EXPORT CANDeviceCollection {
   CANSocket& get_socket() const { return socket_; }
 
  private:
+  void report_change() const;
+
   CANSocket& socket_;
   std::map<std::uint32_t, std::shared_ptr<CANDevice>> devices_;
+  const std::function<void()> on_change_;  // may be empty
 };
 
 }  // namespace kelvara::canbus
