@@ -8,7 +8,7 @@
 
 namespace kelvara::damiao_motor {
 
-/// Builds a classic frame; data beyond its capacity is cut off.
+/// Builds a classic frame; truncates the data to 8 bytes.
 inline can_frame make_can_frame(std::uint32_t id, const std::uint8_t* data, std::size_t size) {
   can_frame frame{};
   frame.can_id = id;
@@ -17,7 +17,7 @@ inline can_frame make_can_frame(std::uint32_t id, const std::uint8_t* data, std:
   return frame;
 }
 
-/// Builds a CAN-FD frame with bit-rate switch; data beyond its capacity is cut off.
+/// Builds a CAN-FD frame with bit-rate switch; truncates the data to 64 bytes.
 inline canfd_frame make_canfd_frame(std::uint32_t id, const std::uint8_t* data, std::size_t size) {
   canfd_frame frame{};
   frame.can_id = id;

@@ -4,7 +4,9 @@
 #include <iostream>
 #include <mutex>
 #include <sstream>
+#include <stdexcept>
 #include <unordered_map>
+#include <utility>
 
 #include "damiao_motor/can_frames.hpp"
 #include "damiao_motor/motor_protocol.hpp"
@@ -37,12 +39,12 @@ const char* error_text(int code) {
   }
 }
 
-/// Stores the code as the motor's last one; true and the code before it when it changed.
+/// Stores the code as the motor's last one; true when it differs from the one before (`old_code`).
 bool exchange_error_code(unsigned master_id, int new_code, int& old_code) {
-  // Keyed by identifier alone, so controllers on different buses share entries, and their threads
-  // share the map: hence the lock, never contended with a single controller.
+  // The key is the identifier alone: controllers on different buses share entries, and their
+  // threads share the map. With one controller the lock is never contended.
   static std::mutex mutex;
-  // Never destroyed: a process may exit while its control threads run.
+  // Never destroyed: a process may exit while its control threads are running.
   static auto& last_error_code = *new std::unordered_map<unsigned, int>;
   const std::lock_guard<std::mutex> lock(mutex);
   const auto [entry, inserted] = last_error_code.try_emplace(master_id, new_code);
@@ -56,7 +58,7 @@ void maybe_report_motor_error(const Motor& motor, const StateResult& state) {
   if (!exchange_error_code(motor.master_id, state.error_code, old_code)) {
     return;
   }
-  // Assembled first, so that lines of several threads do not mix.
+  // Printed in one piece, so that lines of several threads do not interleave.
   std::ostringstream line;
   line << "[DM ERR] recv_id=0x" << std::hex << motor.master_id << std::dec
        << " feedback_id=" << state.feedback_id << std::hex << " ERR: 0x" << old_code << " -> 0x"
@@ -65,10 +67,24 @@ void maybe_report_motor_error(const Motor& motor, const StateResult& state) {
   std::cerr << line.str();
 }
 
+const Motor& require_motor(const std::shared_ptr<Motor>& motor) {
+  if (!motor) {
+    throw std::invalid_argument("DMCANDevice: motor is null");
+  }
+  return *motor;
+}
+
+/// A pointer without ownership.
+std::shared_ptr<Motor> refer_to(Motor& motor) { return {std::shared_ptr<Motor>(), &motor}; }
+
 }  // namespace
 
+DMCANDevice::DMCANDevice(std::shared_ptr<Motor> motor_record, unsigned int aux_id, bool canfd)
+    : CANDevice(require_motor(motor_record).can_id, motor_record->master_id, aux_id, canfd),
+      motor(std::move(motor_record)) {}
+
 DMCANDevice::DMCANDevice(Motor& motor_record, unsigned int aux_id, bool canfd)
-    : CANDevice(motor_record.can_id, motor_record.master_id, aux_id, canfd), motor(motor_record) {}
+    : DMCANDevice(refer_to(motor_record), aux_id, canfd) {}
 
 DMCANDevice::~DMCANDevice() = default;
 
@@ -79,7 +95,7 @@ void DMCANDevice::callback(const can_frame& frame) {
   }
   const std::size_t size = std::min<std::size_t>(frame.can_dlc, CAN_MAX_DLEN);
   if (callback_mode == CallbackMode::STATE) {
-    if (size >= kPayloadSize && frame.can_id == motor.master_id) {
+    if (size >= kPayloadSize && frame.can_id == motor->master_id) {
       update_state(frame.data, size);
     }
   } else if (callback_mode == CallbackMode::PARAM) {
@@ -92,7 +108,7 @@ void DMCANDevice::callback(const canfd_frame& frame) {
     std::cerr << "WARNING: CANFD MODE NOT ENABLED\n";
     return;
   }
-  if (frame.can_id != motor.master_id) {
+  if (frame.can_id != motor->master_id) {
     std::cerr << "WARNING: CANFD FRAME ID DOES NOT MATCH MOTOR ID\n";
     return;
   }
@@ -105,19 +121,19 @@ void DMCANDevice::callback(const canfd_frame& frame) {
 }
 
 void DMCANDevice::update_state(const std::uint8_t* data, std::size_t size) {
-  const StateResult state = decode_state(motor.type, data, size);
+  const StateResult state = decode_state(motor->type, data, size);
   if (!state.valid) {
     return;
   }
-  motor.update_state(state.position, state.velocity, state.torque, state.t_mos, state.t_rotor,
-                     state.feedback_id, state.error_code);
-  maybe_report_motor_error(motor, state);
+  motor->update_state(state.position, state.velocity, state.torque, state.t_mos, state.t_rotor,
+                      state.feedback_id, state.error_code);
+  maybe_report_motor_error(*motor, state);
 }
 
 void DMCANDevice::update_param(const std::uint8_t* data, std::size_t size) {
   const ParamResult param = decode_param(data, size);
   if (param.valid && param.command == kQueryCommand) {
-    motor.set_temp_param(param.rid, param.value);
+    motor->set_temp_param(param.rid, param.value);
   }
 }
 

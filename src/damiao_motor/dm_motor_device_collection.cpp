@@ -1,6 +1,6 @@
 #include "kelvara/damiao_motor/dm_motor_device_collection.hpp"
 
-#include <algorithm>
+#include <utility>
 
 #include "damiao_motor/can_frames.hpp"
 #include "damiao_motor/motor_protocol.hpp"
@@ -8,7 +8,7 @@
 namespace kelvara::damiao_motor {
 namespace {
 
-// A time-out is written to at most this many motors: six joints and a gripper.
+// Motors that set_timeout_all() writes to: six joints and a gripper.
 constexpr std::size_t kMaxMotorsWithTimeout = 7;
 
 template <typename Value>
@@ -21,32 +21,24 @@ void write_param_each(DMDeviceCollection& collection, int rid, const std::vector
 }  // namespace
 
 DMDeviceCollection::DMDeviceCollection(canbus::CANSocket& socket)
-    : socket_(socket), device_collection_(socket) {}
+    : socket_(socket), device_collection_(socket, [this] { rebuild_motor_devices(); }) {}
 
 DMDeviceCollection::~DMDeviceCollection() = default;
 
-template <typename Action>
-void DMDeviceCollection::for_each_device(Action action) const {
+void DMDeviceCollection::rebuild_motor_devices() {
+  motor_devices_.clear();
   for (const auto& [response_id, device] : device_collection_.get_devices()) {
-    if (auto* motor_device = dynamic_cast<DMCANDevice*>(device.get())) {
-      action(*motor_device);
+    if (auto motor_device = std::dynamic_pointer_cast<DMCANDevice>(device)) {
+      motor_devices_.push_back(std::move(motor_device));
     }
   }
-}
-
-DMCANDevice* DMDeviceCollection::find_device(int index) const {
-  for (const auto& [response_id, device] : device_collection_.get_devices()) {
-    auto* motor_device = dynamic_cast<DMCANDevice*>(device.get());
-    if (motor_device != nullptr && index-- == 0) {
-      return motor_device;
-    }
-  }
-  return nullptr;
 }
 
 template <typename MakePacket>
 void DMDeviceCollection::send_to_all(MakePacket make_packet) {
-  for_each_device([&](DMCANDevice& device) { send(make_packet(device.get_motor())); });
+  for (const auto& device : motor_devices_) {
+    send(make_packet(device->get_motor()));
+  }
 }
 
 void DMDeviceCollection::send(const CANPacket& packet) {
@@ -66,7 +58,7 @@ void DMDeviceCollection::write_frame(std::uint32_t can_id, const std::uint8_t* d
   }
 }
 
-// The public signature takes its share of the device.
+// The public signature takes the pointer by value.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 void DMDeviceCollection::send_command_to_device(std::shared_ptr<DMCANDevice> device,
                                                 const CANPacket& packet) {
@@ -76,28 +68,27 @@ void DMDeviceCollection::send_command_to_device(std::shared_ptr<DMCANDevice> dev
 }
 
 std::vector<std::shared_ptr<DMCANDevice>> DMDeviceCollection::get_dm_devices() const {
-  std::vector<std::shared_ptr<DMCANDevice>> devices;
-  for (const auto& [response_id, device] : device_collection_.get_devices()) {
-    if (auto motor_device = std::dynamic_pointer_cast<DMCANDevice>(device)) {
-      devices.push_back(std::move(motor_device));
-    }
-  }
-  return devices;
+  return motor_devices_;
 }
 
 std::vector<Motor> DMDeviceCollection::get_motors() const {
   std::vector<Motor> motors;
-  for_each_device([&](const DMCANDevice& device) { motors.push_back(device.get_motor()); });
+  motors.reserve(motor_devices_.size());
+  for (const auto& device : motor_devices_) {
+    motors.push_back(device->get_motor());
+  }
   return motors;
 }
 
 const Motor* DMDeviceCollection::find_motor(int index) const {
-  const DMCANDevice* device = find_device(index);
-  return device == nullptr ? nullptr : &device->get_motor();
+  const auto k = static_cast<std::size_t>(index);  // a negative index is out of range, too
+  return k < motor_devices_.size() ? &motor_devices_[k]->get_motor() : nullptr;
 }
 
 void DMDeviceCollection::set_callback_mode_all(CallbackMode mode) {
-  for_each_device([&](DMCANDevice& device) { device.set_callback_mode(mode); });
+  for (const auto& device : motor_devices_) {
+    device->set_callback_mode(mode);
+  }
 }
 
 // ---- Set-up commands ------------------------------------------------------
@@ -180,12 +171,12 @@ void DMDeviceCollection::set_timeout_all(unsigned timeout) {
   write_param_all(kTimeoutRegister, std::vector<unsigned>(kMaxMotorsWithTimeout, timeout));
 }
 
-// ---- Commands of the control cycle: no allocation -------------------------
+// ---- Commands of the control cycle, which allocate nothing ----------------
 
 void DMDeviceCollection::refresh_all() {
-  for_each_device([this](DMCANDevice& device) {
-    send(kBroadcastId, refresh_payload(device.get_send_can_id()));
-  });
+  for (const auto& device : motor_devices_) {
+    send(kBroadcastId, refresh_payload(device->get_motor().can_id));
+  }
 }
 
 void DMDeviceCollection::refresh_one(int index) {

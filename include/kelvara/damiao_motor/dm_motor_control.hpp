@@ -19,7 +19,7 @@ enum Register : int {
   kKpAprRegister = 27,
 };
 
-/// Values of the motors' control-mode register.
+/// Values of the control-mode register.
 enum ControlMode : int { MIT_MODE = 1, POS_VEL_MODE = 2 };
 
 /// A frame to send: identifier and data bytes.
@@ -30,14 +30,14 @@ struct CANPacket {
 
 /// One MIT-mode command, motor side.
 struct MITParam {
-  double kp;   // N·m/rad, sent over [0, 500]
-  double kd;   // N·m·s/rad, sent over [0, 5]
+  double kp;   // N·m/rad, clamped to [0, 500]
+  double kd;   // N·m·s/rad, clamped to [0, 5]
   double q;    // target position, rad
   double dq;   // target velocity, rad/s
   double tau;  // feed-forward torque, N·m
 };
 
-/// One position/velocity-mode command, motor side; its eight bytes are the payload.
+/// One position/velocity-mode command, motor side. Its eight bytes are the frame's data.
 struct POS_VELParam {
   float q;   // target position, rad
   float dq;  // velocity limit, rad/s
@@ -63,7 +63,7 @@ struct ParamResult {
   bool valid;
 };
 
-/// min(x, max), then max of that and min; NaN gives `min`.
+/// Clamps x to [min, max]; NaN gives `min`.
 KELVARA_EXPORT double limit_min_max(double x, double min, double max);
 /// Clamps x to [min, max] and maps it to 0 .. 2^bits - 1, truncating; NaN gives 0.
 KELVARA_EXPORT unsigned double_to_uint(double x, double min, double max, int bits);
@@ -77,24 +77,27 @@ KELVARA_EXPORT float uint8s_to_float(const std::array<std::uint8_t, 4>& bytes);
 /// True when the register holds an unsigned 32-bit integer; every other register holds a float.
 KELVARA_EXPORT bool is_in_ranges(int rid);
 
-/// Builds the command frames of one motor; every payload has eight bytes. Stateless: any thread.
-/// Values out of range are clamped into their field, never rejected.
+/// Encodes the command frames of one motor; each has eight data bytes. Stateless: any thread.
+/// Values out of range are clamped, never rejected. The `create_*` functions return whole frames,
+/// the `pack_*` functions the data bytes alone.
 class KELVARA_EXPORT CanPacketEncoder {
  public:
   static CANPacket create_enable_command(const Motor& motor);
   static CANPacket create_disable_command(const Motor& motor);
-  /// Makes the present position the motor's zero.
+  /// Sets the motor's zero to its present position.
   static CANPacket create_set_zero_command(const Motor& motor);
   static CANPacket create_clrErr_command(const Motor& motor);
-  /// Asks for one feedback frame; carries only the low byte of the motor's identifier.
+  /// Requests one feedback frame; carries only the low byte of the motor's identifier.
   static CANPacket create_refresh_command(const Motor& motor);
+  /// Requests the value of register `rid`.
   static CANPacket create_query_param_command(const Motor& motor, int rid);
+  /// Writes register `rid`; a float goes out as its 32 bits.
   static CANPacket create_write_param_command(const Motor& motor, int rid, unsigned int value);
   static CANPacket create_write_param_command(const Motor& motor, int rid, float value);
   /// Writes the control-mode register; `mode` is a `ControlMode` value.
   static CANPacket create_param_write_RID_command(const Motor& motor, int mode);
   static CANPacket create_mit_control_command(const Motor& motor, const MITParam& param);
-  /// Goes out on the motor's identifier + 0x100.
+  /// Uses the identifier `motor.can_id` + 0x100.
   static CANPacket create_pos_vel_control_command(const Motor& motor, const POS_VELParam& param);
 
   static std::vector<std::uint8_t> pack_command_data(std::uint8_t cmd);
@@ -110,12 +113,12 @@ class KELVARA_EXPORT CanPacketEncoder {
 /// Decodes the data bytes of received frames. Stateless: any thread. Never throws.
 class KELVARA_EXPORT CanPacketDecoder {
  public:
-  /// Decodes feedback with the motor's scaling. Fewer than eight bytes: a warning line on standard
-  /// error and an all-zero result that is not valid.
+  /// Decodes feedback with the ranges of the motor's model. For fewer than eight bytes prints a
+  /// warning line on standard error and returns an all-zero result that is not valid.
   static StateResult parse_motor_state_data(const Motor& motor,
                                             const std::vector<std::uint8_t>& data);
-  /// Decodes a register reply. Fewer than eight bytes: not valid, silently. A command byte other
-  /// than 0x33 and 0x55: not valid, with a warning line on standard error.
+  /// Decodes a register reply. The result is not valid for fewer than eight bytes and, with a
+  /// warning line on standard error, for a command byte other than 0x33 and 0x55.
   static ParamResult parse_motor_param_data(const std::vector<std::uint8_t>& data);
 };
 

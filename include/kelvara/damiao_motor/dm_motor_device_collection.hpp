@@ -14,13 +14,15 @@
 
 namespace kelvara::damiao_motor {
 
-/// The command side of a group of motors on one socket: turns each request into frames and writes
-/// them at once, without pause, retry or waiting for replies; replies arrive when the bus is
-/// drained. Frames are classic or CAN-FD as the socket was opened. Write failures are not reported.
+/// The command side of a group of motors on one socket. Each call encodes its frames and writes
+/// them at once, without pause or retry, and does not wait for replies: those are decoded when the
+/// bus is drained. The socket's mode decides between classic and CAN-FD frames. Write failures are
+/// not reported.
 ///
 /// `*_all` acts on every motor, `*_one` on the motor at `index`, counted from 0 in ascending order
-/// of feedback identifier; an index that names no motor does nothing. Takes no lock: one thread at
-/// a time.
+/// of feedback identifier; an index out of range does nothing. The motors are those in the registry
+/// (`get_device_collection`), which may also be changed from outside. Takes no lock: change the
+/// registry only while no other thread uses the collection.
 class KELVARA_EXPORT DMDeviceCollection {
  public:
   /// @param socket The bus; must outlive the collection.
@@ -30,26 +32,27 @@ class KELVARA_EXPORT DMDeviceCollection {
   DMDeviceCollection(const DMDeviceCollection&) = delete;
   DMDeviceCollection& operator=(const DMDeviceCollection&) = delete;
 
-  /// Writes one packet, framed as the socket was opened; without a device nothing is sent.
+  /// Writes one packet in a frame of the socket's mode. Does nothing when `device` is null.
   void send_command_to_device(std::shared_ptr<DMCANDevice> device, const CANPacket& packet);
-  /// The motor devices in index order; a fresh list on every call.
+  /// A copy of the list of motor devices, in index order.
   std::vector<std::shared_ptr<DMCANDevice>> get_dm_devices() const;
   /// Copies of the motor records in index order.
   std::vector<Motor> get_motors() const;
-  /// The record at `index` without a copy, null when there is none. Same thread as the drain.
+  /// The motor record at `index`, or null when the index is out of range. Valid until the registry
+  /// changes; read it on the thread that drains the bus.
   const Motor* find_motor(int index) const;
-  /// Sets how every device reads its frames; sends nothing.
+  /// Sets how every device interprets its frames; sends nothing.
   void set_callback_mode_all(CallbackMode mode);
 
   void enable_all();
   void disable_all();
   void set_zero_all();
   void clrErr_all();
-  /// Asks for feedback.
+  /// Requests one feedback frame of each motor.
   void refresh_all();
   void refresh_one(int index);
 
-  /// Asks for a register; see `Motor::get_param` for the answer.
+  /// Requests a register's value; `Motor::get_param` returns it once the reply has been decoded.
   void query_param_all(int rid);
   void query_param_one(int index, int rid);
   void query_acc_all();
@@ -58,7 +61,7 @@ class KELVARA_EXPORT DMDeviceCollection {
 
   void write_param_one(int index, int rid, unsigned value);
   void write_param_one(int index, int rid, float value);
-  /// Motor k gets values[k]; extra values or motors are skipped.
+  /// Writes values[k] to motor k; extra values or motors are skipped.
   void write_param_all(int rid, const std::vector<float>& values);
   void write_param_all(int rid, const std::vector<unsigned>& values);
   void set_acc_one(int index, float value);
@@ -67,7 +70,7 @@ class KELVARA_EXPORT DMDeviceCollection {
   void set_acc_all(const std::vector<float>& values);
   void set_dec_all(const std::vector<float>& values);
   void set_kp_apr_all(const std::vector<float>& values);
-  /// Writes the communication time-out of the first seven motors, in units of 50 µs, 0 = off.
+  /// Writes the communication time-out of the first seven motors, in units of 50 µs; 0 = off.
   void set_timeout_all(unsigned timeout);
   /// Writes the control mode, a `ControlMode` value.
   void switch_all_motors_mode(int mode);
@@ -81,9 +84,7 @@ class KELVARA_EXPORT DMDeviceCollection {
   const canbus::CANDeviceCollection& get_device_collection() const { return device_collection_; }
 
  private:
-  template <typename Action>
-  void for_each_device(Action action) const;
-  DMCANDevice* find_device(int index) const;
+  void rebuild_motor_devices();
   template <typename MakePacket>
   void send_to_all(MakePacket make_packet);
   void send(const CANPacket& packet);
@@ -91,7 +92,8 @@ class KELVARA_EXPORT DMDeviceCollection {
   void write_frame(std::uint32_t can_id, const std::uint8_t* data, std::size_t size);
 
   canbus::CANSocket& socket_;
-  canbus::CANDeviceCollection device_collection_;
+  std::vector<std::shared_ptr<DMCANDevice>> motor_devices_;  // those of the registry, in key order
+  canbus::CANDeviceCollection device_collection_;            // rebuilds the list at each change
 };
 
 }  // namespace kelvara::damiao_motor

@@ -8,28 +8,29 @@
 
 namespace kelvara::damiao_motor {
 
-/// Plain record of one motor on the bus. Written by the thread that drains the bus, without locks.
+/// Record of one motor on the bus: its model, its identifiers and its last decoded feedback and
+/// register values. The thread that drains the bus writes it, without locks.
 class KELVARA_EXPORT Motor {
  public:
-  /// @param type      Model; must be one of the table's rows.
-  /// @param can_id    Identifier the motor is commanded on.
-  /// @param master_id Identifier its feedback carries.
+  /// @param type      Model; must be a row of `MOTOR_LIMIT_PARAMS` (not checked).
+  /// @param can_id    Identifier of the commands to the motor.
+  /// @param master_id Identifier of its feedback.
   Motor(MotorType type, unsigned can_id, unsigned master_id);
 
   void set_enabled(bool value);
-  /// Overwrites the seven feedback fields at once (rad, rad/s, N·m, whole degrees, nibbles).
+  /// Overwrites the seven feedback fields; units as at the fields.
   void update_state(double position, double velocity, double torque, int t_mos, int t_rotor,
                     int feedback_id, int error_code);
   void set_state_tmos(int value);
   void set_state_trotor(int value);
   void set_state_feedback_id(int value);
   void set_state_error_code(int value);
-  /// Stores a register value read back.
+  /// Stores the last value read back from register `rid`.
   void set_temp_param(int rid, double value);
-  /// The register's last value read back, or -1.0 when it never was.
+  /// The last value read back from register `rid`, or -1.0 when there is none.
   double get_param(int rid) const;
   /// The model's scaling ranges.
-  /// @throws std::invalid_argument "Invalid motor type: N" for a value that is no row.
+  /// @throws std::invalid_argument "Invalid motor type: N" for a value beyond the table.
   static LimitParam get_limit_param(MotorType type);
 
   std::uint32_t can_id;

@@ -5,9 +5,8 @@
 
 namespace kelvara::damiao_motor {
 
-/// Motor models by the ranges that their frames are scaled with: V = velocity range in rad/s,
-/// T = torque range in N·m. The position range is 12.5 rad for all. Values are indices into
-/// `MOTOR_LIMIT_PARAMS`.
+/// Motor models, named after the ranges of their frames: V = velocity range in rad/s, T = torque
+/// range in N·m. The position range of all is 12.5 rad. The values index `MOTOR_LIMIT_PARAMS`.
 enum class MotorType : std::uint8_t {
   V50_T5 = 0,
   V30_T10 = 1,  // joints 4 to 6 and the gripper
@@ -24,7 +23,7 @@ enum class MotorType : std::uint8_t {
   V45_T10_B = 12,
 };
 
-/// Scaling ranges of one motor model; each quantity is packed over [-max, +max].
+/// Scaling ranges of one motor model; the frames carry each quantity over [-max, +max].
 struct LimitParam {
   double pmax;  // rad
   double vmax;  // rad/s
