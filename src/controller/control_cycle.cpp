@@ -101,7 +101,7 @@ std::optional<GripperState> ControlCycle::read_gripper() {
   if (motor == nullptr) {
     return std::nullopt;
   }
-  return GripperState{gripper.position_at_angle(motor->position),
+  return GripperState{gripper.opening_at_angle(motor->position),
                       can::socket::jaw_distance_from_angle(motor->position)};
 }
 

@@ -4,30 +4,21 @@
 #include <iostream>
 
 namespace kelvara::can::socket {
-namespace {
 
-// The linkage in metres: a crank drives the jaw through a rod, on an axis offset to the side.
-constexpr double kCrankLength = 0.0355;
-constexpr double kAxisOffset = 0.015393;
-constexpr double kAxisOffsetSquared = 0.000236944449;
-constexpr double kCrankLengthSquared = 0.00126025;
-constexpr double kRodLengthSquared = 0.001444;
-constexpr double kClosedJawOffset = 0.01722;
-constexpr double kCrankAngleAtZero = 1.056071;  // rad
-
-}  // namespace
+using description::kJawLinkage;
 
 bool is_jaw_distance_in_range(double distance_m) {
   return distance_m >= 0.0 && distance_m <= kMaxJawDistance;
 }
 
 double jaw_angle_from_distance(double distance_m) {
-  const double a = kClosedJawOffset + 0.5 * distance_m;
-  const double s = a * a + kAxisOffsetSquared;
-  double b =
-      (kCrankLengthSquared + a * a + kAxisOffsetSquared - kRodLengthSquared) / (2.0 * kCrankLength);
+  const double a = kJawLinkage.closed_jaw_offset + 0.5 * distance_m;
+  const double s = a * a + kJawLinkage.axis_offset_sq;
+  double b = (kJawLinkage.crank_length_sq + a * a + kJawLinkage.axis_offset_sq -
+              kJawLinkage.rod_length_sq) /
+             (2.0 * kJawLinkage.crank_length);
   const double root_argument = s - b * b;
-  double y = kAxisOffset;
+  double y = kJawLinkage.axis_offset;
   if (root_argument >= 0.0) {
     y -= std::sqrt(root_argument);
   } else {
@@ -38,19 +29,20 @@ double jaw_angle_from_distance(double distance_m) {
     y = -y;
     t = -t;
   }
-  return kCrankAngleAtZero - 2.0 * std::atan2(y, t);
+  return kJawLinkage.crank_angle_at_zero - 2.0 * std::atan2(y, t);
 }
 
 double jaw_distance_from_angle(double motor_angle) {
-  const double crank_angle = kCrankAngleAtZero - motor_angle;
-  const double d = std::sin(crank_angle) * kCrankLength - kAxisOffset;
-  const double root_argument = kRodLengthSquared - d * d;
+  const double crank_angle = kJawLinkage.crank_angle_at_zero - motor_angle;
+  const double d = std::sin(crank_angle) * kJawLinkage.crank_length - kJawLinkage.axis_offset;
+  const double root_argument = kJawLinkage.rod_length_sq - d * d;
   if (root_argument < 0.0) {
     std::cerr << "Error: Kinematics singularity, sqrt arg=" << root_argument
               << " at angle=" << crank_angle << '\n';
     return -1.0;
   }
-  return 2.0 * (std::sqrt(root_argument) - std::cos(crank_angle) * kCrankLength - kClosedJawOffset);
+  return 2.0 * (std::sqrt(root_argument) - std::cos(crank_angle) * kJawLinkage.crank_length -
+                kJawLinkage.closed_jaw_offset);
 }
 
 }  // namespace kelvara::can::socket
