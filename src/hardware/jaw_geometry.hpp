@@ -4,18 +4,19 @@
 
 namespace kelvara::can::socket {
 
-/// The gripper's jaw linkage: motor angle (rad) against jaw distance (metres). Pure.
+/// The gripper's jaw linkage: conversion between motor angle (rad) and jaw distance (m). Stateless:
+/// any thread.
 
 using description::kMaxJawDistance;
 
-/// True when the linkage reaches this distance.
+/// True for [0, kMaxJawDistance]; false for NaN.
 bool is_jaw_distance_in_range(double distance_m);
 
-/// The motor angle that opens the jaws to `distance_m`, which must be in range.
+/// The motor angle (rad) at which the jaws are `distance_m` apart; `distance_m` must be in range.
 double jaw_angle_from_distance(double distance_m);
 
-/// The jaw distance at a motor angle. At an angle that the linkage cannot take: -1.0, with an
-/// error line on standard error.
+/// The jaw distance (m) at a motor angle (rad). At an angle that the linkage cannot reach, prints
+/// an error line on standard error and returns -1.0.
 double jaw_distance_from_angle(double motor_angle);
 
 }  // namespace kelvara::can::socket

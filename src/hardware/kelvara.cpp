@@ -6,11 +6,12 @@
 namespace kelvara::can::socket {
 namespace {
 
-// A bus that is never quiet must not hold its reader for ever. What all motors answer in a cycle,
-// several times over, is always read; beyond that a call may last so many of its time-outs.
-constexpr int kNoFloodFrames = 64;
-constexpr int kFloodTimeouts = 10;
-constexpr std::chrono::microseconds kFloodTime{1000};  // at least
+// Bounds one drain on a bus that never falls silent: after kMinFramesPerDrain frames (several
+// cycles' worth of replies) it stops once kMaxDrainTimeouts receive time-outs have elapsed, or
+// kMinDrainBudget if that is longer.
+constexpr int kMinFramesPerDrain = 64;
+constexpr int kMaxDrainTimeouts = 10;
+constexpr std::chrono::microseconds kMinDrainBudget{1000};
 
 }  // namespace
 
@@ -47,10 +48,11 @@ void Kelvara::register_dm_device_collection(DMDeviceCollection& collection) {
 }
 
 void Kelvara::recv_all(int timeout_us) {
-  const auto end = std::chrono::steady_clock::now() +
-                   std::max(kFloodTimeouts * std::chrono::microseconds(timeout_us), kFloodTime);
+  const auto budget =
+      std::max(kMaxDrainTimeouts * std::chrono::microseconds(timeout_us), kMinDrainBudget);
+  const auto end = std::chrono::steady_clock::now() + budget;
   for (int frames = 1; socket_->is_data_available(timeout_us) && receive_one(); ++frames) {
-    if (frames >= kNoFloodFrames && std::chrono::steady_clock::now() >= end) {
+    if (frames >= kMinFramesPerDrain && std::chrono::steady_clock::now() >= end) {
       return;
     }
   }

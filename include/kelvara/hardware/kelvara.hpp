@@ -15,12 +15,15 @@
 
 namespace kelvara::can::socket {
 
-/// The hardware behind one object: opens the bus, owns the arm and gripper motors, drains received
-/// frames into their records and forwards group commands to every registered motor collection.
-/// Takes no lock. Destruction closes the socket and sends nothing.
+/// Facade of the arm's hardware: owns the socket, the arm and the gripper, decodes received frames
+/// into the motor records and forwards group commands to every registered motor collection. Takes
+/// no lock: one thread may receive while another sends. The destructor closes the socket and sends
+/// nothing.
 class KELVARA_EXPORT Kelvara {
  public:
   /// Opens the interface; sends nothing.
+  /// @param interface Interface name, for example "can0".
+  /// @param canfd     true: sends and receives CAN-FD frames; false: classic ones.
   /// @throws canbus::CANSocketException when it cannot be opened.
   Kelvara(const std::string& interface, bool canfd);
   ~Kelvara();
@@ -28,18 +31,21 @@ class KELVARA_EXPORT Kelvara {
   Kelvara(const Kelvara&) = delete;
   Kelvara& operator=(const Kelvara&) = delete;
 
-  /// Creates and registers the joint motors; see `ArmComponent::init_motor_devices`.
+  /// Creates the joint motors and registers the arm; see `ArmComponent::init_motor_devices`.
+  /// @throws std::invalid_argument when an identifier list is too short.
   void init_arm_motors(const std::vector<damiao_motor::MotorType>& types,
                        const std::vector<unsigned>& can_ids,
                        const std::vector<unsigned>& master_ids);
-  /// Creates and registers the gripper motor.
+  /// Creates the gripper motor and registers the gripper.
   void init_gripper_motor(damiao_motor::MotorType type, unsigned can_id, unsigned master_id);
-  /// Adds the collection's devices to the receive side and the collection to those that group
-  /// commands go to; twice registered, twice commanded. It must outlive this object.
+  /// Adds the collection's present devices to the receive side, and the collection to the receivers
+  /// of group commands. Registering a collection twice sends every group command to it twice. The
+  /// collection must outlive this object.
   void register_dm_device_collection(damiao_motor::DMDeviceCollection& collection);
 
-  /// Reads and dispatches frames until the bus has been quiet for `timeout_us` microseconds. On a
-  /// bus that is never quiet it returns after ten time-outs (at least 1 ms) and 64 frames.
+  /// Reads and dispatches frames; blocks until the bus has been quiet for `timeout_us`
+  /// microseconds. On a bus that never falls silent it returns once at least 64 frames have been
+  /// read and ten time-outs (at least 1 ms) have elapsed.
   void recv_all(int timeout_us);
 
   // Group commands: the same operation on every registered collection, in order of registration.
@@ -70,7 +76,7 @@ class KELVARA_EXPORT Kelvara {
 
   std::string interface_name;
   bool canfd_enabled;
-  // Destroyed in reverse: the collections' list first, the socket last.
+  // The order matters: members are destroyed in reverse, the socket last.
   std::unique_ptr<canbus::CANSocket> socket_;
   std::unique_ptr<ArmComponent> arm_;
   std::unique_ptr<GripperComponent> gripper_;
