@@ -1,12 +1,12 @@
+#include "kelvara/damiao_motor/dm_motor_control.hpp"
+
 #include <cmath>
 #include <limits>
 #include <random>
-#include <stdexcept>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kelvara/damiao_motor/dm_motor_control.hpp"
 #include "support/captured_output.hpp"
 
 namespace kelvara::damiao_motor {
@@ -17,7 +17,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-TEST(FrameCodec, BuildsEveryCommandFrame) {
+TEST(CanPacketEncoder, BuildsEveryCommandFrame) {
   const Motor motor(MotorType::V8_T28, 0x0103, 0x11);
   const auto expect = [](const CANPacket& packet, std::uint32_t id, const Bytes& data) {
     EXPECT_EQ(packet.can_id, id);
@@ -46,7 +46,7 @@ TEST(FrameCodec, BuildsEveryCommandFrame) {
          {0x00, 0x00, 0x80, 0x3F, 0x00, 0x00, 0x20, 0xC0});
 }
 
-TEST(FrameCodec, PacksMitFieldsAndClampsThemIntoRange) {
+TEST(CanPacketEncoder, PacksMitFieldsAndClampsThemIntoRange) {
   const auto pack = [](const MITParam& param) {
     return CanPacketEncoder::pack_mit_control_data(MotorType::V30_T10, param);
   };
@@ -60,7 +60,7 @@ TEST(FrameCodec, PacksMitFieldsAndClampsThemIntoRange) {
               ElementsAre(0xB3, 0x32, 0x95, 0x44, 0xCC, 0x33, 0x36, 0x66));
 }
 
-TEST(FrameCodec, LosesAtMostOneStepThereAndBack) {
+TEST(Scaling, RoundTripLosesAtMostOneStep) {
   std::mt19937 random(7);
   for (const int bits : {12, 16}) {
     for (const LimitParam& row : MOTOR_LIMIT_PARAMS) {
@@ -76,7 +76,7 @@ TEST(FrameCodec, LosesAtMostOneStepThereAndBack) {
   }
 }
 
-TEST(FrameCodec, DecodesFeedback) {
+TEST(CanPacketDecoder, DecodesFeedback) {
   const Motor motor(MotorType::V8_T28, 1, 0x11);
   const StateResult state = CanPacketDecoder::parse_motor_state_data(
       motor, {0xD1, 0xFF, 0xFF, 0x00, 0x0F, 0xFF, 31, 29, 0xAA});
@@ -96,7 +96,7 @@ TEST(FrameCodec, DecodesFeedback) {
   EXPECT_EQ(output.err(), "Warning: Skipping motor state data less than 8 bytes\n");
 }
 
-TEST(FrameCodec, DecodesRegisterReplies) {
+TEST(CanPacketDecoder, DecodesRegisterReplies) {
   const auto decode = CanPacketDecoder::parse_motor_param_data;
   const ParamResult mode = decode({1, 0, 0x33, 10, 2, 0, 0, 0x80});
   EXPECT_TRUE(mode.valid);
@@ -114,21 +114,6 @@ TEST(FrameCodec, DecodesRegisterReplies) {
   EXPECT_EQ(output.err(), "");
   EXPECT_FALSE(decode({1, 0, 0x34, 4, 0, 0, 0, 0}).valid);
   EXPECT_EQ(output.err(), "WARNING: INVALID PARAM DATA\n");
-}
-
-TEST(Motor, RejectsTypesOutsideItsTableAndRemembersRegisters) {
-  try {
-    Motor::get_limit_param(static_cast<MotorType>(13));
-    FAIL() << "type 13 was accepted";
-  } catch (const std::invalid_argument& error) {
-    EXPECT_STREQ(error.what(), "Invalid motor type: 13");
-  }
-  const auto [p, v, t] = Motor::get_limit_param(static_cast<MotorType>(8));
-  EXPECT_THAT((std::array{p, v, t}), ElementsAre(12.5, 25, 200));
-  Motor motor(MotorType::V8_T28, 1, 0x11);
-  EXPECT_EQ(motor.get_param(4), -1.0);
-  motor.set_temp_param(4, 30.0);
-  EXPECT_EQ(motor.get_param(4), 30.0);
 }
 
 }  // namespace

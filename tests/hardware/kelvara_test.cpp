@@ -1,0 +1,40 @@
+#include "kelvara/hardware/kelvara.hpp"
+
+#include <gtest/gtest.h>
+
+#include "support/captured_output.hpp"
+#include "support/test_bus.hpp"
+
+namespace kelvara::can::socket {
+namespace {
+
+using damiao_motor::MotorType;
+
+TEST(Kelvara, ForwardsToArmThenGripperAndDecodesReceivedFrames) {
+  TestBus bus;
+  BusPeer peer;
+  Kelvara hardware(TestBus::kInterface, false);
+  EXPECT_THROW(hardware.init_arm_motors({MotorType::V8_T28}, {}, {}), std::invalid_argument);
+  hardware.init_arm_motors({MotorType::V8_T28, MotorType::V8_T28}, {1, 2}, {0x2B1, 0x2B2});
+  hardware.init_gripper_motor(MotorType::V30_T10, 7, 0x2B7);
+  hardware.set_acc_all({1.0F, 30.0F});
+  EXPECT_EQ(peer.receive(),
+            (std::vector{parse_frame("7FF#010055040000803F"), parse_frame("7FF#020055040000F041"),
+                         parse_frame("7FF#070055040000803F")}));
+
+  CapturedOutput output;
+  peer.send(parse_frame("3FF#00"));  // unknown identifier
+  peer.send(parse_frame("2B2#12FFFF8008001F1D"));
+  peer.send(parse_frame("2B7#17FFFF8008001F1D"));
+  hardware.recv_all(200'000);
+  EXPECT_EQ(hardware.get_arm().get_motors()[1].position, 12.5);
+  EXPECT_EQ(hardware.get_gripper().get_motors()[0].position, 12.5);
+
+  // A second motor with the same feedback identifier replaces the first.
+  hardware.get_gripper().init_motor_device(MotorType::V30_T10, 8, 0x2B7, false);
+  hardware.get_gripper().enable_all();
+  EXPECT_EQ(peer.receive(), (std::vector{parse_frame("008#FFFFFFFFFFFFFFFC")}));
+}
+
+}  // namespace
+}  // namespace kelvara::can::socket
