@@ -1,5 +1,5 @@
-// Frames of any identifier, length and data, as they come from a bus full of strangers: only whole
-// frames of a motor's own change its record, and only to values that its model can report.
+// Received frames of any identifier, length and data. Only a whole frame with a motor's feedback
+// identifier may change its record, and only to values within its model's ranges.
 
 #include <linux/can.h>
 #include <net/if.h>
@@ -14,17 +14,17 @@
 
 #include "fuzz/input.hpp"
 
-// ---- The bus: a pair of datagram sockets, put in the library's way by the linker ----
+// ---- The bus: a pair of datagram sockets; the linker replaces the socket calls ----
 
 namespace {
-int strangers = -1;  // their end of the pair
+int peer = -1;  // the fuzzer's end of the pair
 }
 
 extern "C" {
 int __wrap_socket(int /*domain*/, int /*type*/, int /*protocol*/) {
   int ends[2];
-  require(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends) == 0, "there are sockets");
-  strangers = ends[0];
+  require(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends) == 0, "socketpair() succeeds");
+  peer = ends[0];
   return ends[1];
 }
 int __wrap_bind(int /*fd*/, const sockaddr* /*address*/, socklen_t /*length*/) { return 0; }
@@ -88,14 +88,14 @@ void check_state(const Motor& motor) {
   const auto [pmax, vmax, tmax] = Motor::get_limit_param(motor.type);
   require(std::abs(motor.position) <= pmax && std::abs(motor.velocity) <= vmax &&
               std::abs(motor.torque) <= tmax,
-          "feedback lies in the motor's ranges");
+          "feedback is within the motor's ranges");
   const auto fits = [](int value, int max) { return value >= 0 && value <= max; };
   require(fits(motor.t_mos, 255) && fits(motor.t_rotor, 255) && fits(motor.feedback_id, 15) &&
               fits(motor.error_code, 15),
           "feedback fits its fields");
 }
 
-/// One frame, or a piece of one, for one of the motors or for anyone.
+/// Sends a frame, or a truncated one, with the identifier of one of the motors or any other.
 void receive_frame(Kelvara& hardware, CallbackMode mode, bool fd, Input& input) {
   const std::vector<Motor> before = all_motors(hardware);
   canfd_frame frame{};
@@ -107,20 +107,20 @@ void receive_frame(Kelvara& hardware, CallbackMode mode, bool fd, Input& input) 
   const auto head = input.take<std::array<std::uint8_t, 8>>();
   std::copy(head.begin(), head.end(), frame.data);
   const std::size_t size = input.flip() ? (fd ? CANFD_MTU : CAN_MTU) : input.choose(CANFD_MTU + 1);
-  require(write(strangers, &frame, size) == static_cast<ssize_t>(size), "the bus takes the frame");
+  require(write(peer, &frame, size) == static_cast<ssize_t>(size), "the bus accepts the frame");
   hardware.recv_all(0);
 
-  // A classic socket cuts off what is beyond a classic frame.
+  // A classic socket truncates longer frames to a classic one.
   const bool whole = fd ? size == CANFD_MTU : size >= CAN_MTU;
   const std::vector<Motor> after = all_motors(hardware);
   for (std::size_t k = 0; k < after.size(); ++k) {
     const bool taken = whole && frame.len >= 8 && frame.can_id == after[k].master_id;
     check_state(after[k]);
     require((taken && mode == CallbackMode::STATE) || state_of(after[k]) == state_of(before[k]),
-            "nothing else changes a motor's state");
+            "only whole feedback changes a motor's state");
     require((taken && mode == CallbackMode::PARAM && head[2] == 0x33) ||
                 after[k].temp_params.size() == before[k].temp_params.size(),
-            "nothing else brings a register's value");
+            "only a query reply adds a register value");
   }
 }
 
@@ -151,7 +151,7 @@ void send_commands(Kelvara& hardware, bool fd, Input& input) {
       hardware.refresh_all();
   }
   canfd_frame frame{};
-  for (ssize_t size = 0; (size = read(strangers, &frame, sizeof(frame))) > 0;) {
+  for (ssize_t size = 0; (size = read(peer, &frame, sizeof(frame))) > 0;) {
     require(size == static_cast<ssize_t>(fd ? CANFD_MTU : CAN_MTU) && frame.len == 8,
             "commands are whole frames of eight bytes");
   }
@@ -185,6 +185,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       }
     }
   }
-  close(strangers);
+  close(peer);
   return 0;
 }
