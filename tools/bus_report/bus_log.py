@@ -1,20 +1,31 @@
-"""Reads a candump log and decodes the motors' frames in it, from the wire format alone."""
+"""Decodes the motors' frames in a candump log."""
 
 import re
-import struct
 from dataclasses import dataclass, field
 from typing import NamedTuple
 
 import numpy as np
 
+from arm_facts import GRIPPER, JOINT_COUNT, MOTORS
+from protocol import (
+    POS_VEL_OFFSET,
+    QUERY,
+    REFRESH,
+    REGISTER_ID,
+    TORQUE_ONLY,
+    WRITE,
+    decode_command,
+    decode_feedback,
+)
+
 LINE = re.compile(r"^\((\d+\.\d+)\) (\S+) ([0-9A-Fa-f]+)(##[0-9A-Fa-f]|#)([0-9A-Fa-f]*)\s*$")
-# PMAX, VMAX, TMAX of joints 1 to 6
-RANGES = [(12.5, 8.0, 28.0)] * 3 + [(12.5, 30.0, 10.0)] * 3
-GRIPPER_RANGE = RANGES[5]
-GRIPPER = 6
-NO_POSITION = "torque alone"
-SPECIAL = {b"\xff" * 7 + bytes([code]) for code in (0xFB, 0xFC, 0xFD, 0xFE)}
-CLASSIC_OVERHEAD_BITS = 47  # of a standard data frame, stuffing apart
+CLASSIC_OVERHEAD_BITS = 47  # of a standard data frame, without stuff bits
+BY_CAN_ID = {motor.can_id: motor for motor in MOTORS}
+BY_MASTER_ID = {motor.master_id: motor for motor in MOTORS}
+# The gripper takes MIT commands in either mode.
+BY_COMMAND_ID = BY_CAN_ID | {
+    motor.can_id + POS_VEL_OFFSET: motor for motor in MOTORS if motor is not GRIPPER
+}
 
 
 class Frame(NamedTuple):
@@ -24,15 +35,18 @@ class Frame(NamedTuple):
     fd_flags: int | None  # None: a classic frame
 
 
+def per_joint():
+    return field(default_factory=lambda: [[] for _ in range(JOINT_COUNT)])
+
+
 @dataclass
 class Record:
-    """What a log says of six joints, joint side. Times in seconds since the first frame."""
+    """The motion in a log. Angles of the joints; times in seconds since the first frame."""
 
-    commands: list = field(default_factory=lambda: [[] for _ in range(6)])  # (t, q, dq)
-    replies: list = field(default_factory=lambda: [[] for _ in range(6)])  # (t, q, dq, tau, asked)
-    # Answers to commands for a torque alone: (t, q, dq, tau)
-    floating: list = field(default_factory=lambda: [[] for _ in range(6)])
-    jaws: list = field(default_factory=list)  # (t, motor angle asked, motor angle), rad
+    commands: list = per_joint()  # (t, q, dq)
+    replies: list = per_joint()  # (t, q, dq, tau, commanded q)
+    floating: list = per_joint()  # (t, q, dq, tau), in reply to commands of a torque alone
+    jaws: list = field(default_factory=list)  # (t, commanded motor angle, motor angle), rad
     rounds: list = field(default_factory=list)  # t of every command for joint 1, floating or not
     frames: int = 0
     bits: int = 0
@@ -49,98 +63,86 @@ def parse_line(line):
     return Frame(float(match[1]), int(match[3], 16), bytes.fromhex(match[5]), fd_flags)
 
 
-def unpack(raw, limit, bits):
-    return -limit + raw / ((1 << bits) - 1) * (2 * limit)
+def read_lines(path):
+    """Yields the lines of a log, each with its frame or None."""
+    with open(path, encoding="ascii", errors="replace") as log:
+        for line in log:
+            yield line, parse_line(line)
 
 
-def motor_range(index):
-    return RANGES[index] if index < GRIPPER else GRIPPER_RANGE
+def read_frames(path):
+    """Yields the frames of a log; skips other lines."""
+    return (frame for _, frame in read_lines(path) if frame)
 
 
-def mit_words(data):
-    """Position, velocity and kp of an MIT command, as the frame carries them."""
-    return data[0] << 8 | data[1], data[2] << 4 | data[3] >> 4, (data[3] & 0x0F) << 8 | data[4]
+class Decoder:
+    """Sorts frames into a record; a reply is kept together with the command that it answers."""
 
+    def __init__(self, signs):
+        self.record = Record()
+        self._signs = dict(zip(MOTORS, [*signs, 1]))
+        # What each motor has not answered yet: commands, or the third byte of register frames.
+        self._pending = {motor: [] for motor in MOTORS}
 
-def decode_command(joint, can_id, data):
-    """The position and velocity that a motion command asks of a motor, NO_POSITION when it asks
-    for a torque alone, or None."""
-    if can_id == joint + 1 and data not in SPECIAL:
-        pmax, vmax, _ = motor_range(joint)
-        position, velocity, kp = mit_words(data)
-        return (unpack(position, pmax, 16), unpack(velocity, vmax, 12)) if kp else NO_POSITION
-    if can_id == joint + 0x101:
-        return struct.unpack("<ff", data)
-    return None
+    def take(self, time, can_id, data):
+        record = self.record
+        record.frames += 1
+        record.bits += CLASSIC_OVERHEAD_BITS + 8 * len(data)
+        record.duration = time
+        if len(data) != 8:
+            return
+        if can_id == REGISTER_ID:
+            self._take_register_command(data)
+        elif can_id in BY_MASTER_ID:
+            self._take_reply(BY_MASTER_ID[can_id], time, data)
+        elif can_id in BY_COMMAND_ID:
+            self._take_command(BY_COMMAND_ID[can_id], time, can_id, data)
 
+    def _take_register_command(self, data):
+        if data[2] in (QUERY, WRITE, REFRESH) and data[0] in BY_CAN_ID:
+            self._pending[BY_CAN_ID[data[0]]].append(data[2])
 
-def decode_feedback(joint, data):
-    """Position, velocity and torque of an enabled motor's feedback, or None."""
-    if data[0] != 0x10 | (joint + 1):
-        return None
-    pmax, vmax, tmax = motor_range(joint)
-    return (
-        unpack(data[1] << 8 | data[2], pmax, 16),
-        unpack(data[3] << 4 | data[4] >> 4, vmax, 12),
-        unpack((data[4] & 0x0F) << 8 | data[5], tmax, 12),
-    )
+    def _take_command(self, motor, time, can_id, data):
+        record, sign = self.record, self._signs[motor]
+        command = decode_command(motor, can_id, data)
+        self._pending[motor].append(command)
+        if command and motor is MOTORS[0]:
+            record.rounds.append(time)
+        if isinstance(command, tuple) and motor is not GRIPPER:
+            record.position_velocity |= can_id != motor.can_id
+            position, velocity = (value * sign for value in command)
+            record.commands[MOTORS.index(motor)].append((time, position, velocity))
+
+    def _take_reply(self, motor, time, data):
+        pending = self._pending[motor]
+        command = pending.pop(0) if pending else None
+        # Queries and writes are answered with a register, everything else with feedback.
+        state = None if command in (QUERY, WRITE) else decode_feedback(motor, data)
+        if not state:
+            return
+        commanded = command[0] * self._signs[motor] if isinstance(command, tuple) else None
+        position, velocity, torque = (value * self._signs[motor] for value in state)
+        if motor is GRIPPER:
+            if commanded is not None:
+                self.record.jaws.append((time, commanded, position))
+            return
+        joint = MOTORS.index(motor)
+        if commanded is not None:
+            self.record.replies[joint].append((time, position, velocity, torque, commanded))
+        elif command is TORQUE_ONLY:
+            self.record.floating[joint].append((time, position, velocity, torque))
 
 
 def read_log(path, signs):
-    """Decodes a log. The feedback that answers a command is kept with what was asked."""
-    record = Record()
+    """The record of a log; `signs` are the joints' motor signs."""
+    decoder = Decoder(signs)
     start = None
-    waiting = [[] for _ in range(7)]  # commands not yet answered; None for those without motion
-    with open(path, encoding="ascii", errors="replace") as log:
-        for line in log:
-            frame = parse_line(line)
-            if not frame:
-                continue
-            start = frame.time if start is None else start
-            time, can_id, data = frame.time - start, frame.can_id, frame.data
-            record.frames += 1
-            record.bits += CLASSIC_OVERHEAD_BITS + 8 * len(data)
-            record.duration = time
-            if len(data) != 8:
-                continue
-            if can_id == 0x7FF:
-                # A refresh is answered with feedback too; register traffic with a register.
-                if data[2] in (0x33, 0x55, 0xCC) and 1 <= data[0] <= 7:
-                    waiting[data[0] - 1].append(data[2])
-                continue
-            joint = (can_id & 0x0F) - 1
-            if not 0 <= joint <= GRIPPER:
-                continue
-            if 0x11 <= can_id <= 0x17:
-                take_reply(record, joint, time, data, signs, waiting[joint])
-            elif can_id < 8 or 0x101 <= can_id <= 0x106:
-                command = decode_command(joint, can_id, data)
-                waiting[joint].append(command)
-                if command and joint == 0:
-                    record.rounds.append(time)
-                if isinstance(command, tuple) and joint < GRIPPER:
-                    record.position_velocity |= can_id > 0x100
-                    position, velocity = command[0] * signs[joint], command[1] * signs[joint]
-                    record.commands[joint].append((time, position, velocity))
+    for frame in read_frames(path):
+        start = frame.time if start is None else start
+        decoder.take(frame.time - start, frame.can_id, frame.data)
+    record = decoder.record
     record.commands = [np.array(rows).reshape(-1, 3) for rows in record.commands]
     record.replies = [np.array(rows).reshape(-1, 5) for rows in record.replies]
     record.floating = [np.array(rows).reshape(-1, 4) for rows in record.floating]
     record.jaws = np.array(record.jaws).reshape(-1, 3)
     return record
-
-
-def take_reply(record, joint, time, data, signs, waiting):
-    asked = waiting.pop(0) if waiting else None
-    state = decode_feedback(joint, data) if asked not in (0x33, 0x55) else None
-    if not state:
-        return
-    if joint == GRIPPER:
-        if isinstance(asked, tuple):
-            record.jaws.append((time, asked[0], state[0]))
-        return
-    position, velocity, torque = (value * signs[joint] for value in state)
-    if isinstance(asked, tuple):
-        asked_position = asked[0] * signs[joint]
-        record.replies[joint].append((time, position, velocity, torque, asked_position))
-    elif asked == NO_POSITION:
-        record.floating[joint].append((time, position, velocity, torque))

@@ -1,33 +1,34 @@
 #!/usr/bin/env python3
-"""Tells how well the arm followed its commands, from a candump log of the bus alone.
+"""Reports how well the arm followed its commands, from a candump log of the bus alone.
 
 usage: bus_report.py LOG [--joints] [--plot DIR] [--json FILE] [--urdf FILE] [--config FILE]
 
-For each move: how far the joint that went farthest went, the largest difference between a commanded
-position and the feedback that answers the command, what was left of it at the end, and how far a
-joint went beyond all that was commanded; with --joints, for each joint by itself, as in the JSON file. If the arm floated:
-how far it drifted, was moved by hand, and stayed where it was left. Then the control period as seen
-on the bus. With --plot, tracking.png, arm.png and tool.png.
+For each move, the largest of each figure over the joints (with --joints, and in the JSON file, every
+joint's): the travel, the peak error (between a commanded position and the feedback that answers the
+command), the end error, and the overshoot beyond the commanded positions. If the arm floated: its
+drift, how far a hand moved it, and how far it moved after the hand left it. Then the control period
+as seen on the bus. --plot writes tracking.png, arm.png and tool.png.
 """
 
 import argparse
 import json
 import os
 import sys
+from pathlib import Path
 
 import numpy as np
 import yaml
 
-from bus_log import read_log
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from arm_facts import SETTINGS_PATH, URDF_PATH, read_settings  # noqa: E402
+from bus_log import read_log  # noqa: E402
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-CONFIG = os.path.join(HERE, "..", "..", "config")
 WINDOW_S = 0.05  # a joint moves while its command changes by MOVING within this time
 MOVING = 0.002  # rad
-REST_S = 0.2  # a pause this long ends a move
-RUN_UP_S = 0.2  # the slow beginning and end of a move lie within this of its fast part
+REST_S = 0.2  # a rest of this length ends a move
+RAMP_S = 0.2  # a move starts and ends slowly; its fast part is extended by this
 HAND_SPEED = 0.05  # rad/s; a floating arm that moves faster is moved by a hand
-MIN_MOVE = 0.01  # rad that some joint must be sent
+MIN_TRAVEL = 0.01  # rad; smaller changes of all commands are no move
 SILENT = "no enabled motor answered"
 
 
@@ -47,9 +48,9 @@ def find_moves(record):
         else:
             moves.append([time, time])
     return [
-        (begin - WINDOW_S - RUN_UP_S, end + RUN_UP_S)
+        (begin - WINDOW_S - RAMP_S, end + RAMP_S)
         for begin, end in moves
-        if travel(record, begin - WINDOW_S, end) > MIN_MOVE
+        if travel(record, begin - WINDOW_S, end) > MIN_TRAVEL
     ]
 
 
@@ -62,33 +63,33 @@ def travel(record, begin, end):
     return max((np.ptp(part) for part in parts if len(part)), default=0.0)
 
 
-def judge_move(record, begin, end, next_begin):
-    """One row a joint; the rest until the next move shows the end error and the overshoot."""
+def move_figures(record, begin, end, next_begin):
+    """One row a joint. End error and overshoot include the rest until the next move."""
     rows = []
     for commands, replies in zip(record.commands, record.replies):
-        asked = between(commands, begin, next_begin)[:, 1]
+        commanded = between(commands, begin, next_begin)[:, 1]
         whole = between(replies, begin, next_begin)
         during = between(whole, begin, end)
-        if not len(asked) or not len(during):
+        if not len(commanded) or not len(during):
             continue
-        start, target = asked[0], asked[-1]
+        start, target = commanded[0], commanded[-1]
         rows.append(
             {
                 "start": start,
                 "target": target,
-                "travel": np.ptp(asked),
+                "travel": np.ptp(commanded),
                 "peak_error": np.abs(during[:, 4] - during[:, 1]).max(),
                 "end_error": abs(np.median(whole[-20:, 1]) - target),
                 "overshoot": max(
-                    0.0, (whole[:, 1] - asked.max()).max(), (asked.min() - whole[:, 1]).max()
+                    0.0, (whole[:, 1] - commanded.max()).max(), (commanded.min() - whole[:, 1]).max()
                 ),
             }
         )
     return rows
 
 
-def judge_floating(record):
-    """How an arm that floated kept still, by itself and where a hand left it; None if it did not."""
+def floating_figures(record):
+    """The drift of a floating arm, by itself and after a hand left it; None if it did not float."""
     if min(len(rows) for rows in record.floating) < 2:
         return None
     times = record.floating[0][:, 0]
@@ -112,7 +113,7 @@ def judge_floating(record):
 
 
 def control_period(record):
-    """Milliseconds between commands to joint 1 while they come in a row."""
+    """Milliseconds between consecutive commands to joint 1; pauses of a second and more left out."""
     gaps = np.diff(record.rounds) * 1000
     return gaps[gaps < 1000]
 
@@ -125,10 +126,10 @@ def analyse(record):
     period = control_period(record)
     return {
         "moves": [
-            {"begin": begin, "end": end, "joints": judge_move(record, begin, end, next_begin)}
+            {"begin": begin, "end": end, "joints": move_figures(record, begin, end, next_begin)}
             for (begin, end), next_begin in zip(moves, ends)
         ],
-        "floating": judge_floating(record),
+        "floating": floating_figures(record),
         "period_ms": {
             "median": float(np.median(period)),
             "p99": float(np.percentile(period, 99)),
@@ -142,7 +143,7 @@ def analyse(record):
 
 
 def print_moves(report):
-    """One line a move: of each figure the joint that has the largest."""
+    """One line a move: of each figure the largest over the joints."""
     print("  move     from      to   travel   peak error   end error   overshoot")
     for number, move in enumerate(report["moves"], 1):
         joints = move["joints"]
@@ -201,16 +202,16 @@ def print_report(report, each_joint):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
     parser.add_argument("log")
-    parser.add_argument("--joints", action="store_true", help="tell of every joint by itself")
-    parser.add_argument("--plot", metavar="DIR", help="write the pictures there")
-    parser.add_argument("--json", metavar="FILE", help="write the figures there")
-    parser.add_argument("--urdf", default=os.path.join(CONFIG, "BrimloV2.SLDASM.urdf"))
-    parser.add_argument("--config", default=os.path.join(CONFIG, "robot_kinematics.yaml"))
+    parser.add_argument("--joints", action="store_true", help="print every joint's figures")
+    parser.add_argument("--plot", metavar="DIR", help="folder for the pictures")
+    parser.add_argument("--json", metavar="FILE", help="file for the figures")
+    parser.add_argument("--urdf", default=URDF_PATH)
+    parser.add_argument("--config", default=SETTINGS_PATH)
     arguments = parser.parse_args()
     try:
-        with open(arguments.config, encoding="utf-8") as config:
-            signs = yaml.safe_load(config)["motor_signs"]
-        record = read_log(arguments.log, signs)
+        settings = read_settings(arguments.config)
+        record = read_log(arguments.log, settings["motor_signs"])
+        tool = settings["kinematics"]["tool"]["xyz"]
     except (OSError, KeyError, yaml.YAMLError) as error:
         sys.exit(f"bus_report: {error}")
     if not all(len(rows) > 1 for rows in record.commands):
@@ -226,9 +227,7 @@ def main():
         import plots  # only a plot needs matplotlib
 
         os.makedirs(arguments.plot, exist_ok=True)
-        plots.plot_tracking(record, report, os.path.join(arguments.plot, "tracking.png"))
-        plots.plot_arm(record, arguments.urdf, os.path.join(arguments.plot, "arm.png"))
-        plots.plot_tool(record, report, arguments.urdf, os.path.join(arguments.plot, "tool.png"))
+        plots.plot_all(record, report, arguments.urdf, tool, arguments.plot)
 
 
 if __name__ == "__main__":

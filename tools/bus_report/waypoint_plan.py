@@ -1,29 +1,44 @@
 #!/usr/bin/env python3
-"""Tells whether a waypoint move was commanded as planned, from a candump log in MIT mode alone.
+"""Checks that a waypoint move was commanded as planned, from a candump log in MIT mode.
 
 usage: waypoint_plan.py LOG WAYPOINTS (--speed FRACTION | --time SECONDS) [--config FILE]
 
-WAYPOINTS is a JSON file, a list of lists of six angles. The plan is computed here by a second planner,
-written from the rules of the plan alone, in another language and another form (plain polynomials), so
-that a mistake of the library's planner shows as a difference on the wire.
+WAYPOINTS is a JSON file, a list of lists of joint angles. The plan is computed here by a second
+planner, written from the planning rules independently of the library's (in plain polynomials), so
+that a mistake in the library's planner becomes a difference on the wire.
 """
 
 import argparse
 import itertools
 import json
 import math
-import os
 import sys
+from pathlib import Path
 
 import numpy as np
 import yaml
 
-from bus_log import RANGES, SPECIAL, mit_words, parse_line, unpack
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from arm_facts import (  # noqa: E402
+    CONTROL_PERIOD_S,
+    JOINT_COUNT,
+    JOINTS,
+    SETTINGS_PATH,
+    read_settings,
+)
+from bus_log import read_frames  # noqa: E402
+from protocol import (  # noqa: E402
+    POSITION_BITS,
+    SPECIAL_COMMANDS,
+    VELOCITY_BITS,
+    from_word,
+    mit_words,
+    to_word,
+)
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-CONTROL_HZ = 400.0
-PMAX = RANGES[0][0]
-VMAX = [vmax for _, vmax, _ in RANGES]
+CONTROL_HZ = round(1.0 / CONTROL_PERIOD_S)
+STILL_CYCLES = 20  # the arm holds its pose for at least this long before a move
+MIN_USED = 0.8  # cycles in the log for each planned sample; cycles that came late are skipped
 
 
 def blend(points, i, j):
@@ -59,7 +74,8 @@ def limit_duration(polys, ends, limits, hz):
     return max(math.ceil(T * hz), 1) / hz
 
 
-def share(durations, time_s, hz):
+def distribute_steps(durations, time_s, hz):
+    """Steps of each segment for a move of `time_s` in all, in proportion to the durations."""
     total = max(round_half_away(time_s * hz), len(durations))
     steps = [max(math.floor(T / sum(durations) * total), 1) for T in durations]
     for i in itertools.cycle(range(len(steps))):
@@ -78,7 +94,7 @@ def round_half_away(x):
 
 
 def plan(start, waypoints, limits, hz, speed=None, time_s=None):
-    """Samples (q, dq) of six joints; limits: per joint (velocity, acceleration, jerk)."""
+    """Samples (q, dq) of all joints; limits: per joint (velocity, acceleration, jerk)."""
     points = [start]
     for point in waypoints:
         if max(abs(a - b) for a, b in zip(point, points[-1])) > 1e-9:
@@ -89,12 +105,12 @@ def plan(start, waypoints, limits, hz, speed=None, time_s=None):
     for i in range(len(points) - 1):
         ends = [
             (points[i][j], points[i + 1][j], blend(points, i, j), blend(points, i + 1, j))
-            for j in range(6)
+            for j in range(JOINT_COUNT)
         ]
         segments.append((ends, [coefficients(*end) for end in ends]))
     durations = [limit_duration(polys, ends, limits, hz) for ends, polys in segments]
     if time_s:
-        steps = share(durations, time_s, hz)
+        steps = distribute_steps(durations, time_s, hz)
     else:
         steps = [max(round_half_away(hz * T), 1) for T in durations]
     samples = []
@@ -107,21 +123,20 @@ def plan(start, waypoints, limits, hz, speed=None, time_s=None):
     return samples
 
 
-def to_uint(x, limit, bits):
-    return int((min(max(x, -limit), limit) + limit) / (2 * limit) * ((1 << bits) - 1))
-
-
-def words_of(x, limit, bits):
-    """The words as which this value may be sent: two, if rounding decides."""
+def possible_words(x, limit, bits):
+    """The words as which this value may be sent: two if rounding decides."""
     step = 2 * limit / ((1 << bits) - 1)
-    return {to_uint(x + shift * step, limit, bits) for shift in (-1e-9, 0.0, 1e-9)}
+    return {to_word(x + shift * step, limit, bits) for shift in (-1e-9, 0.0, 1e-9)}
 
 
 def on_wire(sample, signs):
     """Position and velocity of every joint as the frames may carry them."""
     return [
-        (words_of(q * sign, PMAX, 16), words_of(dq * sign, vmax, 12))
-        for q, dq, sign, vmax in zip(*sample, signs, VMAX)
+        (
+            possible_words(q * sign, motor.pmax, POSITION_BITS),
+            possible_words(dq * sign, motor.vmax, VELOCITY_BITS),
+        )
+        for q, dq, sign, motor in zip(*sample, signs, JOINTS)
     ]
 
 
@@ -134,20 +149,20 @@ def matches(cycle, sample):
 
 
 def possible_starts(words, signs):
-    """The measured angles, themselves read off the wire, that are sent as these words."""
+    """The measured angles, themselves decoded from words, that are sent as these words."""
     choices = []
-    for (word, _), sign in zip(words, signs):
-        angles = [unpack(raw, PMAX, 16) * sign for raw in (word, word + 1)]
-        choices.append([q for q in angles if to_uint(q * sign, PMAX, 16) == word])
+    for (word, _), sign, motor in zip(words, signs, JOINTS):
+        angles = [from_word(raw, motor.pmax, POSITION_BITS) * sign for raw in (word, word + 1)]
+        choices.append([q for q in angles if to_word(q * sign, motor.pmax, POSITION_BITS) == word])
     return [list(start) for start in itertools.product(*choices)]
 
 
 def follows(cycles, samples):
-    """Whether the cycles pass through the samples in order, from the first to the last, and are
-    nothing else; (cycles used, samples met) or None. A late cycle skips samples."""
+    """(cycles used, samples met) if the cycles pass through the samples in order, from the first to
+    the last, with nothing in between; else None. A late cycle skips samples."""
     end = len(samples) - 1
     while samples[end - 1] == samples[-1]:
-        end -= 1  # from here on they look alike
+        end -= 1  # the samples from here on are equal
     k, met = 0, {0}
     for used, cycle in enumerate(cycles):
         while k < len(samples) and not matches(cycle, samples[k]):
@@ -161,46 +176,42 @@ def follows(cycles, samples):
 
 
 def find_plan(cycles, waypoints, limits, signs, hz=CONTROL_HZ, **mode):
-    """Looks for the plan's samples among the commanded words of each cycle."""
+    """Finds the plan in the words of each cycle: (samples, cycles used, samples met) or None."""
     still = np.array([a == b for a, b in zip(cycles, cycles[1:])])
-    for i in range(20, len(cycles) - 1):
-        if still[i] or not still[i - 20 : i].all():
+    for i in range(STILL_CYCLES, len(cycles) - 1):
+        if still[i] or not still[i - STILL_CYCLES : i].all():
             continue
         for first in (i + 1, i):  # the first sample may look like the pose held before it
             for start in possible_starts(cycles[first], signs):
                 samples = [on_wire(s, signs) for s in plan(start, waypoints, limits, hz, **mode)]
                 found = matches(cycles[first], samples[0]) and follows(cycles[first:], samples)
-                # Cycles that came late are caught up, so there are about as many as samples.
-                if found and found[0] > 0.8 * len(samples):
+                if found and found[0] > MIN_USED * len(samples):
                     return len(samples), *found
     return None
 
 
 def read_cycles(path):
-    """The position and velocity words of six joints, cycle by cycle, of MIT commands with gains."""
+    """The position and velocity words of all joints, cycle by cycle, of MIT commands with gains."""
+    can_ids = [motor.can_id for motor in JOINTS]
     cycles, current = [], []
-    with open(path, encoding="ascii", errors="replace") as log:
-        for line in log:
-            frame = parse_line(line)
-            if not frame or not 1 <= frame.can_id <= 6 or len(frame.data) != 8:
-                continue
-            if frame.data in SPECIAL:
-                continue
-            current = [] if frame.can_id == 1 else current
-            position, velocity, kp = mit_words(frame.data)
-            if kp and len(current) == frame.can_id - 1:
-                current.append((position, velocity))
-            if frame.can_id == 6 and len(current) == 6:
-                cycles.append(tuple(current))
+    for frame in read_frames(path):
+        if frame.can_id not in can_ids or len(frame.data) != 8 or frame.data in SPECIAL_COMMANDS:
+            continue
+        current = [] if frame.can_id == can_ids[0] else current
+        position, velocity, gain = mit_words(frame.data)
+        if gain and len(current) == can_ids.index(frame.can_id):
+            current.append((position, velocity))
+        if frame.can_id == can_ids[-1] and len(current) == JOINT_COUNT:
+            cycles.append(tuple(current))
     return cycles
 
 
-def read_limits(path):
+def read_limits(path=SETTINGS_PATH):
     """Per joint (velocity, acceleration, jerk), and the motors' signs."""
-    with open(path, encoding="utf-8") as file:
-        config = yaml.safe_load(file)
+    settings = read_settings(path)
+    limits = settings["joint_trajectory"]
     keys = ("max_vel_limits", "max_acc_limits", "max_jerk_limits")
-    return list(zip(*(config["joint_trajectory"][key] for key in keys))), config["motor_signs"]
+    return list(zip(*(limits[key] for key in keys))), settings["motor_signs"]
 
 
 def main():
@@ -210,9 +221,7 @@ def main():
     mode = parser.add_mutually_exclusive_group(required=True)
     mode.add_argument("--speed", type=float)
     mode.add_argument("--time", type=float, dest="time_s")
-    parser.add_argument(
-        "--config", default=os.path.join(HERE, "..", "..", "config", "robot_kinematics.yaml")
-    )
+    parser.add_argument("--config", default=SETTINGS_PATH)
     arguments = parser.parse_args()
     try:
         with open(arguments.waypoints, encoding="utf-8") as file:

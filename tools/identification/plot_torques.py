@@ -3,71 +3,62 @@
 
 usage: plot_torques.py TORQUES.csv PICTURE.png
 
-TORQUES.csv is what examples/identify_parameters writes: a heading, then time_s, measured_1 to
-measured_6, predicted_1 to predicted_6 in N·m.
+TORQUES.csv is written by examples/identify_parameters: a header, then rows of time_s, and for each
+joint measured_N and predicted_N in N·m.
 """
 
 import sys
+from pathlib import Path
 
-import matplotlib
+import numpy as np
 
-matplotlib.use("Agg")
-import matplotlib.pyplot as plt  # noqa: E402
-import numpy as np  # noqa: E402
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from arm_facts import JOINT_COUNT  # noqa: E402
+from joint_figure import ERROR, REFERENCE, RESULT, joint_figure, save_joint_figure  # noqa: E402
 
-MEASURED, PREDICTED, ERROR = "#9aa5b1", "#1768ac", "#d1495b"
-plt.rcParams.update({"font.size": 9, "axes.spines.top": False, "axes.spines.right": False})
+LONGEST_GAP_S = 0.02  # between rows that a line connects
 
 
 def read_torques(path):
     with open(path, encoding="utf-8") as file:
         lines = file.readlines()
     if len(lines) < 3:
-        raise ValueError("a table of torques holds more lines")
+        raise ValueError("expected a header and at least two rows")
     try:
         table = np.genfromtxt(lines, delimiter=",", names=True)
-    except ValueError:  # numpy lists every line
+    except ValueError:  # its text lists every line
         raise ValueError("not a table of torques") from None
-    names = [f"{kind}_{joint}" for kind in ("measured", "predicted") for joint in range(1, 7)]
+    joints = range(1, JOINT_COUNT + 1)
+    names = [f"{kind}_{joint}" for kind in ("measured", "predicted") for joint in joints]
     if table.ndim != 1 or table.dtype.names is None:
         raise ValueError("not a table of torques")
     missing = {"time_s", *names} - set(table.dtype.names)
     if missing:
         raise ValueError(f"no column {sorted(missing)[0]}")
-    torques = np.array([table[name] for name in names]).reshape(2, 6, -1)
+    torques = np.array([table[name] for name in names]).reshape(2, JOINT_COUNT, -1)
     return table["time_s"], torques[0], torques[1]
 
 
 def plot_torques(time, measured, predicted, path):
-    figure, grid = plt.subplots(
-        4, 3, figsize=(13, 8), sharex=True, gridspec_kw={"height_ratios": [3, 1.2, 3, 1.2]}
+    figure, pairs = joint_figure(
+        "Torques of the validation motion, which the estimate does not use",
+        "torque [N·m]",
+        "error [N·m]",
     )
-    gaps = np.flatnonzero(np.diff(time) > 0.02) + 1  # instants left out are not drawn over
+    gaps = np.flatnonzero(np.diff(time) > LONGEST_GAP_S) + 1
     broken = np.insert(time, gaps, np.nan)
-    for joint in range(6):
-        row, column = 2 * (joint // 3), joint % 3
-        top, bottom = grid[row][column], grid[row + 1][column]
+    for joint, (top, bottom) in enumerate(pairs):
         error = measured[joint] - predicted[joint]
         explained = 100 * (1 - np.mean(error**2) / np.var(measured[joint]))
         for values, style in (
-            (measured[joint], {"color": MEASURED, "lw": 3.5, "label": "measured"}),
-            (predicted[joint], {"color": PREDICTED, "lw": 1.1, "label": "predicted"}),
+            (measured[joint], {"color": REFERENCE, "lw": 3.5, "label": "measured"}),
+            (predicted[joint], {"color": RESULT, "lw": 1.1, "label": "predicted"}),
         ):
             top.plot(broken, np.insert(values, gaps, np.nan), **style)
-        top.set_title(
-            f"joint {joint + 1}: {explained:.1f} % explained", loc="left", fontweight="bold"
-        )
+        title = f"joint {joint + 1}: {explained:.1f} % of the variance explained"
+        top.set_title(title, loc="left", fontweight="bold")
         bottom.plot(broken, np.insert(error, gaps, np.nan), color=ERROR, lw=0.8)
-        bottom.axhline(0, color="black", lw=0.4)
-        if column == 0:
-            top.set_ylabel("torque [N·m]")
-            bottom.set_ylabel("error [N·m]")
-        if row == 2:
-            bottom.set_xlabel("time [s]")
-    grid[0][0].legend(frameon=False, loc="upper left")
-    figure.suptitle("Torques of a motion that took no part in the identification")
-    figure.tight_layout()
-    figure.savefig(path, dpi=110)
+    save_joint_figure(figure, pairs, path)
 
 
 if __name__ == "__main__":

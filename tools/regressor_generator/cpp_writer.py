@@ -1,7 +1,7 @@
-"""C++ statements of expressions: what is used more than once becomes a numbered term.
+"""C++ statements of expressions: an operation that is used more than once becomes a numbered term.
 
 A first set of statements computes the terms; a second one computes the entries of the result from
-the terms alone. Operations that are used once stand inside the statement that uses them.
+the terms alone. Operations that are used once are written inside the statement that uses them.
 """
 
 import textwrap
@@ -50,7 +50,7 @@ class CppWriter:
         entry = self.entries[index]
         return _statement(f"Y[{index}]", "0.0" if entry.is_zero() else self._sum(entry))
 
-    # ---- Text of expressions; `defined` is the term whose own text is wanted ----
+    # ---- Text of expressions; `defined` is the term that the statement assigns ----
 
     def _sum(self, value, defined=None):
         parts = self._summands(value, defined)

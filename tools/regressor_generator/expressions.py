@@ -1,12 +1,12 @@
 """Sums and products of symbolic scalars, in which equal subexpressions are one object.
 
-A value is a `Signed` node: a sign and a node of a graph without signs. Keeping the sign outside makes
-a - b and b - a the same node, and lets a minus sign travel to where it costs nothing. Nodes are
+A value is a `Signed` node: a sign and a node of a graph without signs. With the sign outside,
+a - b and b - a share a node, and a minus sign can merge with a sum or a difference. Nodes are
 hash-consed: building the same operation on the same operands gives the same node. Zeros, ones and
 operations on constants never become nodes.
 """
 
-SNAP = 1e-9  # constants this close to 0, 1 and -1 are meant to be that
+SNAP = 1e-9  # constants this close to 0, 1 or -1 are rounded to it
 
 
 class Node:
@@ -22,7 +22,7 @@ class Node:
 
 
 class Signed:
-    """A node with a sign: what the arithmetic works on."""
+    """A node with a sign, the operand of the arithmetic."""
 
     __slots__ = ("sign", "node")
 

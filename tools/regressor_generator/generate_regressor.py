@@ -4,24 +4,24 @@
 usage: generate_regressor.py [--check]
 
 The Newton-Euler equations (newton_euler.py) are run once on symbols in place of numbers; equal
-subexpressions are shared, constants folded, zeros and ones dropped (expressions.py); what is left is
-written as straight-line C++ (cpp_writer.py). --check writes nothing: it fails when the file is not
-what would be written.
+subexpressions are shared, constants folded, zeros and ones dropped (expressions.py); the remaining
+operations are written as straight-line C++ (cpp_writer.py). --check writes nothing; it fails if the
+file differs from the generator's output.
 """
 
 import sys
 from pathlib import Path
 from xml.etree.ElementTree import ParseError
 
-from cpp_writer import CppWriter
-from expressions import node_count
-from newton_euler import regressor
-from urdf_chain import read_chain
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from arm_facts import JOINT_COUNT, ROOT, URDF_PATH  # noqa: E402
+from cpp_writer import CppWriter  # noqa: E402
+from expressions import constant, node_count  # noqa: E402
+from newton_euler import regressor  # noqa: E402
+from urdf_chain import read_chain  # noqa: E402
 
-ROOT = Path(__file__).resolve().parents[2]
-URDF = "config/BrimloV2.SLDASM.urdf"
+URDF = URDF_PATH.relative_to(ROOT)
 OUTPUT = "src/dynamics/standard_regressor_qor0815.cpp"
-JOINTS = 6
 PARAMETERS = ["m", "m·x", "m·y", "m·z", "Ixx", "Ixy", "Ixz", "Iyy", "Iyz", "Izz"]
 
 TEXT = """\
@@ -55,7 +55,7 @@ void standard_regressor_qor0815(const double q[6], const double dq[6], const dou
 
 
 def sine_lines():
-    for joint in range(2, JOINTS + 1):
+    for joint in range(2, JOINT_COUNT + 1):
         yield f"  const double s{joint} = std::sin(q[{joint - 1}]);"
         yield f"  const double c{joint} = std::cos(q[{joint - 1}]);"
 
@@ -70,17 +70,24 @@ def term_lines(writer, last_nodes):
 
 
 def entry_lines(writer):
-    for column in range(JOINTS * len(PARAMETERS)):
+    for column in range(JOINT_COUNT * len(PARAMETERS)):
         link, parameter = divmod(column, len(PARAMETERS))
         yield f"  // Link {link + 1}, {PARAMETERS[parameter]}"
-        for row in range(JOINTS):
-            yield writer.entry_statement(JOINTS * column + row)
+        for row in range(JOINT_COUNT):
+            yield writer.entry_statement(JOINT_COUNT * column + row)
+
+
+def constants(values):
+    """A vector or matrix of numbers as one of constant expressions."""
+    if values.ndim > 1:
+        return [constants(row) for row in values]
+    return [constant(value) for value in values.tolist()]
 
 
 def generate():
-    chain = read_chain(ROOT / URDF)
-    if len(chain) != JOINTS:
-        raise ValueError(f"{len(chain)} moving joints in place of {JOINTS}")
+    chain = [tuple(map(constants, joint)) for joint in read_chain(URDF_PATH)]
+    if len(chain) != JOINT_COUNT:
+        raise ValueError(f"{len(chain)} moving joints, expected {JOINT_COUNT}")
     entries, last_nodes = [], []
     for columns in regressor(chain):
         entries += [entry for column in columns for entry in column]
@@ -105,7 +112,7 @@ def main(arguments):
             output.parent.mkdir(exist_ok=True)
             output.write_text(text, encoding="utf-8")
         elif not output.exists() or output.read_text(encoding="utf-8") != text:
-            sys.exit(f"generate_regressor: {OUTPUT} is not what {URDF} gives; run the generator again")
+            sys.exit(f"generate_regressor: {OUTPUT} is out of date with {URDF}; run the generator")
     except (OSError, ParseError, ValueError) as error:
         sys.exit(f"generate_regressor: {URDF}: {error}")
 

@@ -10,26 +10,24 @@ All vectors of link i are given along that frame's axes:
 
 With L = [dw]x + [w]x[w]x, a link of mass m, first moments h (m times centre of mass) and inertia
 tensor I about its origin needs the force f = m a + L h and, about its origin, the moment
-n = h x a + I dw + w x I w. Joint j bears b_j.f + z_j.n of them, so that its row reads, for link i,
+n = h x a + I dw + w x I w. They add b_j.f + z_j.n to the torque of joint j, whose row is, for link i,
 
     m: b_j.a      h: L' b_j + a x z_j      I: K' z_j, where K I = I dw + w x I w
 
-(Khalil and Dombre, "Modeling, Identification and Control of Robots", 9.3; the joints' view of the
-wrench, J' (f, n), in place of carrying ten wrenches down the chain).
+(Khalil and Dombre, "Modeling, Identification and Control of Robots", 9.3; the
+wrenches are projected on the joint axes, J' (f, n), instead of propagated down the chain).
 
-Consecutive joints with the same axis are turned about together, by the sum of their angles.
+Consecutive joints with the same axis are one rotation, by the sum of their angles.
 """
 
 from expressions import add, constant, cross, dot, product, scale, times, transpose, variable
 
 GRAVITY = 9.81  # m/s², against the first joint's axis
-
-
 ZERO, ONE = constant(0.0), constant(1.0)
 
 
 class Rates:
-    """How a frame turns, and the axes of some joints: vectors along the frame's axes."""
+    """Angular velocity and acceleration of a frame, and joint axes, all in that frame's axes."""
 
     def __init__(self, w, dw, axes):
         self.w = w
@@ -37,17 +35,17 @@ class Rates:
         self.axes = axes
 
     def seen_from(self, R):
-        """The same along the axes of a frame with rotation R in this one."""
+        """The same in the axes of a frame with rotation R in this one."""
         Rt = transpose(R)
         return Rates(times(Rt, self.w), times(Rt, self.dw), [times(Rt, z) for z in self.axes])
 
 
 class Turn:
-    """A run of joints about one axis, which turn a frame together."""
+    """Consecutive joints about one axis, as one rotation."""
 
     def __init__(self, axis, base):
         self.axis = axis
-        self.base = base  # the rates of the frame that they turn in
+        self.base = base  # the rates of the frame before the rotation
         self.joints = 0
         self.sine, self.cosine, self.speed, self.acceleration = ZERO, ONE, ZERO, ZERO  # of the sum
 
@@ -69,7 +67,7 @@ class Turn:
         self.acceleration = self.acceleration + acceleration
 
     def rates(self):
-        """The rates of the turned frame, along its axes."""
+        """The rates of the rotated frame, in its axes."""
         seen = self.base.seen_from(rotation(self.axis, self.sine, self.cosine))
         w = add(seen.w, scale(self.speed, self.axis))
         dw = add(seen.dw, scale(self.acceleration, self.axis))
@@ -129,8 +127,8 @@ def regressor(joints):
     """Yields, for each link of a chain of revolute joints, its ten columns with one entry a joint.
 
     `joints` are (origin, R, axis), base first: origin and rotation of the link's frame in the one
-    before at zero angle, and the axis along it. The first axis must stand upright, so that the first
-    angle does not matter.
+    before at zero angle, and the axis along it. The first axis must be vertical: the first
+    angle has no influence then.
     """
     a = [ZERO, ZERO, constant(GRAVITY)]
     if not all(x.is_zero() for x in cross(times(joints[0][1], joints[0][2]), a)):

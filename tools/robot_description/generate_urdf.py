@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes the arm's URDF from the simple solids that each link is made of.
 
-usage: generate_urdf.py [OUTPUT]      (standard output without OUTPUT)
+usage: generate_urdf.py [OUTPUT]      (default: standard output)
 
 A link is a list of solids: homogeneous cylinders and boxes, each with a mass, a place in the link
 frame and a colour. The link's mass, centre of mass and inertia tensor are those of the solids
@@ -13,9 +13,14 @@ robot_kinematics.yaml, so that an arm without gripper needs no other file.
 
 import math
 import sys
+from pathlib import Path
 
 import numpy as np
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+import arm_facts  # noqa: E402
+
+# The roll, pitch and yaw that turn the z axis to another one.
 ALONG = {"x": (0.0, math.pi / 2, 0.0), "y": (-math.pi / 2, 0.0, 0.0), "z": (0.0, 0.0, 0.0)}
 COLOURS = {
     "graphite": (0.16, 0.17, 0.19, 1.0),
@@ -43,7 +48,7 @@ def box(mass, size, at, colour):
 SHOULDER_HEIGHT = 0.045  # joint 1 to joint 2, m
 BASE_HEIGHT = 0.0625  # floor to joint 1, m
 
-# Each motor sits in the link that carries it; the last entry of a link is often the next motor.
+# A link carries the next joint's motor, which is usually its last solid.
 LINKS = {
     "base_link": [
         cylinder(0.45, 0.070, 0.016, "z", (0, 0, 0.008), "graphite"),
@@ -73,21 +78,21 @@ LINKS = {
     ],
     "link6": [cylinder(0.05, 0.026, 0.010, "x", (0.006, 0, 0), "white")],
 }
-# The gripper as it looks; its mass is the payload's.
+# Drawn only: the payload has the gripper's mass.
 GRIPPER = [
     box(0.0, (0.060, 0.080, 0.044), (0.041, 0, 0), "graphite"),
     box(0.0, (0.075, 0.010, 0.024), (0.1085, 0.025, 0), "orange"),
     box(0.0, (0.075, 0.010, 0.024), (0.1085, -0.025, 0), "orange"),
 ]
 
-# name, parent, child, origin, axis, lower, upper, effort, velocity
+# name, parent, child, origin, axis, lower, upper; effort and velocity are the motor's
 JOINTS = [
-    ("joint1", "base_link", "link1", (0, 0, BASE_HEIGHT), "0 0 1", -2.80, 2.80, 28, 8),
-    ("joint2", "link1", "link2", (0, 0, SHOULDER_HEIGHT), "0 1 0", -1.57, 1.92, 28, 8),
-    ("joint3", "link2", "link3", (0, 0, 0.265), "0 1 0", -1.75, 1.40, 28, 8),
-    ("joint4", "link3", "link4", (0.26498, 0, 0), "0 1 0", -1.75, 1.75, 10, 30),
-    ("joint5", "link4", "link5", (0.08415, 0, 0), "0 0 1", -1.57, 1.57, 10, 30),
-    ("joint6", "link5", "link6", (0.124, 0, 0), "1 0 0", -2.90, 2.90, 10, 30),
+    ("joint1", "base_link", "link1", (0, 0, BASE_HEIGHT), "0 0 1", -2.80, 2.80),
+    ("joint2", "link1", "link2", (0, 0, SHOULDER_HEIGHT), "0 1 0", -1.57, 1.92),
+    ("joint3", "link2", "link3", (0, 0, 0.265), "0 1 0", -1.75, 1.40),
+    ("joint4", "link3", "link4", (0.26498, 0, 0), "0 1 0", -1.75, 1.75),
+    ("joint5", "link4", "link5", (0.08415, 0, 0), "0 0 1", -1.57, 1.57),
+    ("joint6", "link5", "link6", (0.124, 0, 0), "1 0 0", -2.90, 2.90),
 ]
 
 HEADER = """<?xml version="1.0" encoding="utf-8"?>
@@ -129,8 +134,10 @@ def shape_lines(solid, with_collision):
 
 def link_lines(name, solids):
     mass, com, inertia = mass_properties(solids)
-    entries = {"ixx": (0, 0), "ixy": (0, 1), "ixz": (0, 2), "iyy": (1, 1), "iyz": (1, 2), "izz": (2, 2)}
-    tensor = " ".join(f'{key}="{inertia[at] + 0.0:.9g}"' for key, at in entries.items())
+    upper = [(row, column) for row in range(3) for column in range(row, 3)]
+    tensor = " ".join(
+        f'i{"xyz"[row]}{"xyz"[column]}="{inertia[row, column] + 0.0:.9g}"' for row, column in upper
+    )
     yield f'  <link name="{name}">'
     yield "    <inertial>"
     yield f'      <origin xyz="{numbers(com)}" rpy="0 0 0"/>'
@@ -142,14 +149,14 @@ def link_lines(name, solids):
     yield "  </link>"
 
 
-def joint_lines(name, parent, child, origin, axis, lower, upper, effort, velocity):
+def joint_lines(motor, name, parent, child, origin, axis, lower, upper):
     yield f'  <joint name="{name}" type="revolute">'
     yield f'    <parent link="{parent}"/><child link="{child}"/>'
     yield f'    <origin xyz="{numbers(origin)}" rpy="0 0 0"/>'
     yield f'    <axis xyz="{axis}"/>'
     yield (
         f'    <limit lower="{lower:g}" upper="{upper:g}"'
-        f' effort="{effort:g}" velocity="{velocity:g}"/>'
+        f' effort="{motor.tmax:g}" velocity="{motor.vmax:g}"/>'
     )
     yield "  </joint>"
 
@@ -160,8 +167,8 @@ def urdf():
         lines.append(f'  <material name="{name}"><color rgba="{numbers(rgba)}"/></material>')
     for name, solids in LINKS.items():
         lines += link_lines(name, solids)
-    for joint in JOINTS:
-        lines += joint_lines(*joint)
+    for motor, joint in zip(arm_facts.JOINTS, JOINTS):
+        lines += joint_lines(motor, *joint)
     lines.append("</robot>")
     return HEADER + "\n".join(lines) + "\n"
 
