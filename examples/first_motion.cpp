@@ -1,10 +1,12 @@
-// Goes home, makes one timed joint move and comes back.
+// Shows the first steps: go home, one timed joint move, and back. Works in both modes of the motors
+// (MIT, or position/velocity with --pos-vel) and with CAN-FD frames (--fd).
 // Usage: first_motion INTERFACE [--fd] [--pos-vel]
 #include <chrono>
 #include <exception>
 #include <iostream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <kelvara/arm_controller.hpp>
 

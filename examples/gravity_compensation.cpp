@@ -1,4 +1,5 @@
-// Lets the arm float for ten seconds: move it by hand, it stays where it is left.
+// Shows gravity compensation: the arm floats for ten seconds. Move it by hand; it stays where you
+// leave it.
 // Usage: gravity_compensation INTERFACE
 #include <chrono>
 #include <exception>

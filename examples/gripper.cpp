@@ -1,4 +1,4 @@
-// Opens the gripper, closes it halfway and reads it back.
+// Shows the gripper: open it, close it halfway with a given speed and force, read its distance.
 // Usage: gripper INTERFACE
 #include <chrono>
 #include <exception>

@@ -1,10 +1,12 @@
-// Moves the tool to a pose, then streams a circle of 5 cm radius, 200 poses a second.
-// Usage: streamed_circle INTERFACE
+// Shows pose streaming: a circle of 5 cm radius, 200 poses a second, and the largest distance of
+// the tool from it. Usage: streamed_circle INTERFACE
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <exception>
 #include <iostream>
 #include <thread>
+#include <vector>
 
 #include <kelvara/arm_controller.hpp>
 

@@ -1,10 +1,11 @@
-// Moves the tool to a pose, and through poses by way of joint angles solved for beforehand.
-// Usage: tool_pose INTERFACE
+// Shows poses of the tool: a timed move to one, then inverse kinematics for three more and one
+// smooth move through their joint angles. Usage: tool_pose INTERFACE
 #include <chrono>
 #include <exception>
 #include <iomanip>
 #include <iostream>
 #include <thread>
+#include <vector>
 
 #include <kelvara/arm_controller.hpp>
 
@@ -23,7 +24,7 @@ int main(int argc, char** argv) {
     arm.set_end_effector_pose({0.50, 0.15, 0.30}, level, /*tf=*/2.0);  // m; s
     wait(2.5);
 
-    // The joints for three poses, each solved from the one before; then one smooth motion.
+    // Each pose is solved from the one before, so that the joints stay on one branch.
     std::vector<std::vector<double>> joints;
     for (const double y : {0.05, -0.05, -0.15}) {
       const auto solution = arm.solve_ik({0.50, y, 0.30}, level,

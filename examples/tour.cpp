@@ -1,6 +1,8 @@
-// A tour of everything: home, a timed move, waypoints, poses, a streamed circle, the gripper,
-// floating, and an orderly end; then a table of what was asked and what came of it.
-// Usage: tour INTERFACE [--fd] [--pos-vel]
+// Shows everything in one run: home, a timed move, waypoints, poses, a streamed circle, the
+// gripper, floating (MIT mode only) and a low pose at the end; then prints the result of each step.
+// It asks for a hand on the floating arm. scripts/demo runs it on the simulated arm. Usage: tour
+// INTERFACE [--fd] [--pos-vel]
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
@@ -42,7 +44,7 @@ double largest_difference(const Eigen::VectorXd& a, const Eigen::VectorXd& b) {
 
 Eigen::VectorXd to_eigen(const Joints& q) { return Eigen::Map<const Eigen::VectorXd>(q.data(), 6); }
 
-/// What one step came to, for the table.
+/// One result of a step.
 struct Row {
   std::string step, figure;
   double value;
@@ -107,7 +109,7 @@ class Tour {
          "s");
     sleep_s(0.5);
     note_joints("waypoints, speed", kWaypoints.back());
-    announce("the same way back and forth, in 4 s");
+    announce("the same path back and forth, in 4 s");
     std::vector<Joints> there_and_back(kWaypoints.rbegin(), kWaypoints.rend());
     there_and_back.insert(there_and_back.end(), kWaypoints.begin(), kWaypoints.end());
     arm_->move_joint_waypoints(there_and_back, /*time_sec=*/4.0, 0.0, kControlHz);
@@ -172,13 +174,14 @@ class Tour {
     note_jaws("halfway", 0.04);
   }
 
-  void note_jaws(const std::string& where, double asked) {
+  void note_jaws(const std::string& where, double commanded_m) {
     sleep_s(1.5);
-    note("gripper", where + ", distance off", std::abs(arm_->get_gripper_distance() - asked), "m");
+    note("gripper", where + ", distance off", std::abs(arm_->get_gripper_distance() - commanded_m),
+         "m");
   }
 
   void floating() {
-    announce("floating: untouched for 5 s, then whoever likes may move the arm, for 8 s");
+    announce("floating: untouched for 5 s, then move the arm by hand if you like, for 8 s");
     arm_->identify_gravity_compensation();
     sleep_s(0.2);
     const Eigen::VectorXd begin = arm_->get_joint();
@@ -189,7 +192,7 @@ class Tour {
     }
     note("floating", "largest drift in 5 s", drift, "rad");
 
-    // The last of its motion is where it was left.
+    // The hand leaves the arm where its last motion ends.
     const Eigen::VectorXd before = arm_->get_joint();
     Eigen::VectorXd left_at = before;
     for (int k = 0; k < 160; ++k) {
@@ -204,7 +207,7 @@ class Tour {
   }
 
   void end() {
-    announce("to a low pose, and the end: the motors let go, the arm sinks");
+    announce("to a low pose, and the end: the motors are disabled, the arm sinks");
     arm_->set_joint(kRest, 3.0);
     sleep_s(3.3);
     note_joints("low pose", kRest);
@@ -212,7 +215,7 @@ class Tour {
   }
 
   void print_table() const {
-    std::puts("\nWhat came of it, as the arm reports it");
+    std::puts("\nResults, as the arm reports them");
     for (const Row& row : rows_) {
       std::printf("  %-18s %-32s %9.4f %s\n", row.step.c_str(), row.figure.c_str(), row.value,
                   row.unit);

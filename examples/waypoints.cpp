@@ -1,9 +1,10 @@
-// Moves through waypoints, first at half the configured speed, then in a time of its own.
+// Shows waypoint moves: through three points at half the configured speed, then in a given time.
 // Usage: waypoints INTERFACE
 #include <chrono>
 #include <exception>
 #include <iostream>
 #include <thread>
+#include <vector>
 
 #include <kelvara/arm_controller.hpp>
 
