@@ -1,5 +1,6 @@
-// Shows pose streaming: a circle of 5 cm radius, 200 poses a second, and the largest distance of
-// the tool from it. Usage: streamed_circle INTERFACE
+// Shows pose streaming: a circle of 5 cm radius, 200 poses a second. Prints the tool's largest
+// distance from it.
+// Usage: streamed_circle INTERFACE
 #include <algorithm>
 #include <chrono>
 #include <cmath>

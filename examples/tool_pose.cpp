@@ -1,5 +1,6 @@
 // Shows poses of the tool: a timed move to one, then inverse kinematics for three more and one
-// smooth move through their joint angles. Usage: tool_pose INTERFACE
+// smooth move through their joint angles.
+// Usage: tool_pose INTERFACE
 #include <chrono>
 #include <exception>
 #include <iomanip>

@@ -1,7 +1,7 @@
 // Shows everything in one run: home, a timed move, waypoints, poses, a streamed circle, the
 // gripper, floating (MIT mode only) and a low pose at the end; then prints the result of each step.
-// It asks for a hand on the floating arm. scripts/demo runs it on the simulated arm. Usage: tour
-// INTERFACE [--fd] [--pos-vel]
+// The arm may be moved by hand while it floats. scripts/demo runs the tour on the simulated arm.
+// Usage: tour INTERFACE [--fd] [--pos-vel]
 #include <algorithm>
 #include <array>
 #include <chrono>

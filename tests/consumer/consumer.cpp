@@ -1,5 +1,5 @@
-// Uses the installed library as an application does: every public header, the model, an error.
-// Usage: consumer PREFIX, where PREFIX is the installed tree that all files must come from.
+// Uses the installed library like an application: every public header, the model, an exception.
+// Usage: consumer PREFIX, where PREFIX is the installed tree that must contain all files found.
 #include <cmath>
 #include <cstdio>
 #include <string>

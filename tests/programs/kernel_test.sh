@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What scripts/test-kernel runs on a kernel with vcan, as root of a network namespace of its own: the
-# tests of the bus, then sessions of first_motion, which it leaves as WORK_DIR/session*.log.
+# Runs on a kernel with vcan, as root of its own network namespace, for scripts/test-kernel: the tests of
+# the bus, then sessions of first_motion, which it records in WORK_DIR/session*.log.
 # usage: kernel_test.sh BUILD_DIR WORK_DIR
 set -euo pipefail
 
