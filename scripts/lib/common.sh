@@ -1,4 +1,4 @@
-# What the scripts share. Sourced; expects bash with set -euo pipefail.
+# Functions and package lists of the scripts. Sourced by bash with set -euo pipefail.
 # shellcheck shell=bash
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -13,7 +13,7 @@ heading() {
   printf '\n=== %s ===\n' "$1"
 }
 
-# print_help: the comment at the head of the script.
+# print_help: prints the comment at the head of the script.
 print_help() {
   sed -n '2,/^set/{/^#/s/^# \{0,1\}//p}' "${BASH_SOURCE[-1]}"
 }
@@ -26,11 +26,11 @@ packages_test=(libgtest-dev libgmock-dev)
 packages_bench=(libbenchmark-dev)
 packages_kernel=(iproute2 can-utils)
 packages_user_mode_linux=(user-mode-linux kmod)
-packages_lint=(clang-format-14 clang-tidy-14 shellcheck cppcheck)
-packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14) # the last for readable stacks
+packages_lint=(clang-format-14 clang-tidy-14 shellcheck cppcheck universal-ctags)
+packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14) # llvm-14 symbolises stack traces
 packages_memory=(valgrind)
 
-# install_packages NAME...: installs what is missing of these Debian packages; silent when nothing is.
+# install_packages NAME...: installs those Debian packages that are missing.
 install_packages() {
   local missing=() package sudo=()
   for package in "$@"; do
@@ -51,7 +51,11 @@ install_packages() {
     fail "the packages could not be installed"
 }
 
-# build_preset PRESET TARGET...: configures and builds with a preset of CMakePresets.json.
+# Further CMake options, set by the script.
+configure_options=()
+
+# build_preset PRESET TARGET...: configures and builds with a preset of CMakePresets.json and the options in
+# configure_options.
 build_preset() {
   local preset=$1 launcher=()
   shift
@@ -63,10 +67,7 @@ build_preset() {
     --log-level=WARNING >/dev/null && cmake --build "build/$preset" --target "$@")
 }
 
-# cxx_files FOLDER...: the C++ files in these folders, relative to the root, each ended by a null.
+# cxx_files FOLDER...: lists the C++ files in these folders, relative to the root, null-terminated.
 cxx_files() {
   (cd "$root" && find "$@" \( -name '*.cpp' -o -name '*.hpp' \) -print0)
 }
-
-# Further options of a script's builds.
-configure_options=()
