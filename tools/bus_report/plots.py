@@ -2,11 +2,10 @@
 
 import os
 
-import matplotlib.pyplot as plt
 import numpy as np
 
 from arm_facts import JOINT_COUNT
-from joint_figure import ERROR, REFERENCE, RESULT, joint_figure, save_joint_figure
+from joint_figure import ERROR, REFERENCE, RESULT, joint_figure, plt, save_joint_figure
 from urdf_chain import base_radius, joint_points, read_chain
 
 MARGIN_M = 0.1  # around the arm
