@@ -15,7 +15,6 @@
 #include "controller/cycle_step.hpp"
 #include "damiao_motor/can_frames.hpp"
 #include "damiao_motor/motor_protocol.hpp"
-#include "description/arm_facts.hpp"
 #include "kelvara/damiao_motor/dm_motor_device.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 

@@ -4,6 +4,7 @@
 
 #include "controller/diagnostics.hpp"
 #include "controller/startup_failure.hpp"
+#include "kelvara/kinematics/kinematics.hpp"
 
 #include "description/arm_facts.hpp"
 #include "description/finite.hpp"

@@ -1,11 +1,12 @@
 #pragma once
 
-#include "kelvara/damiao_motor/dm_motor_control.hpp"
-#include "kelvara/kinematics/kinematics.hpp"
+#include "kelvara/damiao_motor/motor_values.hpp"
 
 #include "description/controller_settings.hpp"
 #include "description/motor_signs.hpp"
 #include "motion/setpoint.hpp"
+
+class RobotKinematics;
 
 namespace kelvara::controller {
 

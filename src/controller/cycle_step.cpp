@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "kelvara/kinematics/kinematics.hpp"
+
 namespace kelvara::controller {
 namespace {
 

@@ -4,7 +4,7 @@
 #include <variant>
 
 #include "controller/controller_setup.hpp"
-#include "kelvara/damiao_motor/dm_motor_control.hpp"
+#include "kelvara/damiao_motor/motor_values.hpp"
 
 #include "motion/command.hpp"
 
