@@ -9,7 +9,7 @@ bool matches(const can_filter& filter, canid_t id) {
   const bool inverted = (filter.can_id & CAN_INV_FILTER) != 0U;
   canid_t mask = filter.can_mask & ~CAN_ERR_FLAG;
   const canid_t wanted = filter.can_id & ~CAN_INV_FILTER;
-  // A filter for standard identifiers looks at no bits beyond theirs.
+  // A filter for standard identifiers ignores the bits of extended ones.
   if ((mask & CAN_EFF_FLAG) != 0U && (wanted & CAN_EFF_FLAG) == 0U) {
     mask &= CAN_SFF_MASK | CAN_EFF_FLAG | CAN_RTR_FLAG;
   }

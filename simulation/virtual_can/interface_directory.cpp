@@ -14,21 +14,21 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "simulation/virtual_can/real_calls.hpp"
+#include "simulation/virtual_can/libc_calls.hpp"
 
 namespace kelvara::simulation {
 namespace {
 
 constexpr const char* kStateSuffix = ".state";
 
-/// A hub holds its state file locked; a lock that can be had belongs to one that died.
+/// A live hub holds a lock on its state file; a lock that can be taken means that the hub is dead.
 bool is_alive(const std::string& state_path) {
   const int fd = open(state_path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     return false;
   }
   const bool locked = flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  real::close(fd);
+  libc::close(fd);
   return locked;
 }
 
@@ -100,7 +100,7 @@ std::shared_ptr<InterfaceState> map_state(const InterfaceName& interface) {
     return nullptr;
   }
   void* page = mmap(nullptr, sizeof(InterfaceState), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  real::close(fd);
+  libc::close(fd);
   if (page == MAP_FAILED) {
     return nullptr;
   }
@@ -117,51 +117,6 @@ sockaddr_un hub_address(const InterfaceName& interface) {
   }
   std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
   return address;
-}
-
-bool request_and_wait(int socket_fd, const ControlMessage& message) {
-  std::array<int, 2> done{};
-  if (pipe2(done.data(), O_CLOEXEC) != 0) {
-    return false;
-  }
-  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
-  iovec part{const_cast<ControlMessage*>(&message), sizeof(message)};
-  msghdr packet{};
-  packet.msg_iov = &part;
-  packet.msg_iovlen = 1;
-  packet.msg_control = control.data();
-  packet.msg_controllen = control.size();
-  cmsghdr* rights = CMSG_FIRSTHDR(&packet);
-  rights->cmsg_level = SOL_SOCKET;
-  rights->cmsg_type = SCM_RIGHTS;
-  rights->cmsg_len = CMSG_LEN(sizeof(int));
-  std::memcpy(CMSG_DATA(rights), &done[1], sizeof(int));
-
-  const bool sent = real::sendmsg(socket_fd, &packet, MSG_NOSIGNAL) == ssize_t{sizeof(message)};
-  real::close(done[1]);
-  // The end of the pipe without a byte: the hub died, or never had the message.
-  char byte = 0;
-  ssize_t answered = 0;
-  do {
-    answered = sent ? real::read(done[0], &byte, 1) : 0;
-  } while (answered < 0 && errno == EINTR);
-  real::close(done[0]);
-  return answered == 1;
-}
-
-bool request_of_hub(const InterfaceName& interface, Request request) {
-  const int fd = real::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-  if (fd < 0) {
-    return false;
-  }
-  const sockaddr_un address = hub_address(interface);
-  ControlMessage message;
-  message.request = request;
-  const bool done =
-      connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
-      request_and_wait(fd, message);
-  real::close(fd);
-  return done;
 }
 
 }  // namespace kelvara::simulation

@@ -1,5 +1,5 @@
-// The C library's socket calls, as a process sees them that is preloaded or linked with this
-// library: raw CAN sockets are virtual, everything else passes straight on.
+// Replaces the C library's socket calls in a process that preloads or links this library: raw CAN
+// sockets are virtual, all other descriptors are passed to the C library.
 
 #include <linux/can.h>
 #include <net/if.h>
@@ -16,15 +16,16 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "simulation/virtual_can/interface_directory.hpp"
-#include "simulation/virtual_can/real_calls.hpp"
+#include "simulation/virtual_can/libc_calls.hpp"
 #include "simulation/virtual_can/virtual_socket.hpp"
 
 namespace {
 
 using kelvara::simulation::VirtualSocket;
-namespace real = kelvara::simulation::real;
+namespace libc = kelvara::simulation::libc;
 
 constexpr int kMaxDescriptors = 65536;
 constinit std::array<std::atomic<VirtualSocket*>, kMaxDescriptors> virtual_sockets{};
@@ -35,8 +36,7 @@ VirtualSocket* find(int fd) {
              : nullptr;
 }
 
-/// Runs an operation of a virtual socket; what it throws becomes an error number, as C callers
-/// expect.
+/// Runs an operation of a virtual socket and turns exceptions into an error number for C callers.
 template <typename Operation>
 auto guarded(Operation operation) noexcept -> decltype(operation()) {
   try {
@@ -49,7 +49,7 @@ auto guarded(Operation operation) noexcept -> decltype(operation()) {
   return -1;
 }
 
-/// Waits with one of the poll calls, and says of the virtual sockets what the kernel would.
+/// Waits with one of the poll calls and corrects the events of virtual sockets.
 template <typename Wait>
 int poll_with(pollfd* fds, nfds_t count, Wait wait) {
   for (nfds_t i = 0; i < count; ++i) {
@@ -79,20 +79,20 @@ extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept {
   if (domain != AF_CAN) {
-    return real::socket(domain, type, protocol);
+    return libc::socket(domain, type, protocol);
   }
   if (const int error = VirtualSocket::refusal(type, protocol)) {
     errno = error;
     return -1;
   }
   const int options = type & (SOCK_CLOEXEC | SOCK_NONBLOCK);
-  const int fd = real::socket(AF_UNIX, SOCK_SEQPACKET | options, 0);
+  const int fd = libc::socket(AF_UNIX, SOCK_SEQPACKET | options, 0);
   if (fd < 0) {
     return fd;
   }
   auto* created = fd < kMaxDescriptors ? new (std::nothrow) VirtualSocket(fd) : nullptr;
   if (created == nullptr) {
-    real::close(fd);
+    libc::close(fd);
     errno = ENOMEM;
     return -1;
   }
@@ -104,74 +104,70 @@ int close(int fd) {
   if (find(fd) != nullptr) {
     delete virtual_sockets[static_cast<std::size_t>(fd)].exchange(nullptr);
   }
-  return real::close(fd);
+  return libc::close(fd);
 }
 
 int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
   VirtualSocket* can = find(fd);
-  return can == nullptr ? real::bind(fd, address, length)
+  return can == nullptr ? libc::bind(fd, address, length)
                         : guarded([&] { return can->bind(address, length); });
 }
 
 int getsockname(int fd, sockaddr* address, socklen_t* length) noexcept {
   VirtualSocket* can = find(fd);
-  return can == nullptr ? real::getsockname(fd, address, length)
+  return can == nullptr ? libc::getsockname(fd, address, length)
                         : can->getsockname(address, length);
 }
 
-int ioctl(int fd, unsigned long request, ...) noexcept {
+int ioctl(int fd, unsigned long code, ...) noexcept {
   va_list arguments;
-  va_start(arguments, request);
+  va_start(arguments, code);
   void* argument = va_arg(arguments, void*);
   va_end(arguments);
   VirtualSocket* can = find(fd);
-  return can == nullptr || !VirtualSocket::knows_ioctl(request)
-             ? real::ioctl(fd, request, argument)
-             : guarded([&] { return can->ioctl(request, argument); });
+  return can == nullptr || !VirtualSocket::knows_ioctl(code)
+             ? libc::ioctl(fd, code, argument)
+             : guarded([&] { return can->ioctl(code, argument); });
 }
 
 int setsockopt(int fd, int level, int name, const void* value, socklen_t length) noexcept {
   if (VirtualSocket* can = find(fd)) {
-    bool handled = false;
-    const int result =
-        guarded([&] { return can->setsockopt(level, name, value, length, handled); });
-    if (handled) {
-      return result;
+    const auto result = guarded([&] { return can->setsockopt(level, name, value, length); });
+    if (result) {
+      return *result;
     }
   }
-  return real::setsockopt(fd, level, name, value, length);
+  return libc::setsockopt(fd, level, name, value, length);
 }
 
 int getsockopt(int fd, int level, int name, void* value, socklen_t* length) noexcept {
   if (VirtualSocket* can = find(fd)) {
-    bool handled = false;
-    const int result = can->getsockopt(level, name, value, length, handled);
-    if (handled) {
-      return result;
+    if (const std::optional<int> result = can->getsockopt(level, name, value, length)) {
+      return *result;
     }
   }
-  return real::getsockopt(fd, level, name, value, length);
+  return libc::getsockopt(fd, level, name, value, length);
 }
 
 ssize_t read(int fd, void* buffer, size_t size) {
   VirtualSocket* can = find(fd);
-  return can == nullptr ? real::read(fd, buffer, size) : recv(fd, buffer, size, 0);
+  return can == nullptr ? libc::read(fd, buffer, size) : recv(fd, buffer, size, 0);
 }
 
 ssize_t write(int fd, const void* buffer, size_t size) {
   VirtualSocket* can = find(fd);
-  return can == nullptr ? real::write(fd, buffer, size) : send(fd, buffer, size, 0);
+  return can == nullptr ? libc::write(fd, buffer, size) : send(fd, buffer, size, 0);
 }
 
 ssize_t recvmsg(int fd, msghdr* message, int flags) {
   VirtualSocket* can = find(fd);
-  return can == nullptr ? real::recvmsg(fd, message, flags)
+  return can == nullptr ? libc::recvmsg(fd, message, flags)
                         : guarded([&] { return can->receive(*message, flags); });
 }
 
 ssize_t sendmsg(int fd, const msghdr* message, int flags) {
   VirtualSocket* can = find(fd);
-  return can == nullptr ? real::sendmsg(fd, message, flags)
+  return can == nullptr ? libc::sendmsg(fd, message, flags)
                         : guarded([&] { return can->send(*message, flags); });
 }
 
@@ -179,7 +175,7 @@ ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, sockaddr* address
                  socklen_t* length) {
   VirtualSocket* can = find(fd);
   if (can == nullptr) {
-    return real::recvfrom(fd, buffer, size, flags, address, length);
+    return libc::recvfrom(fd, buffer, size, flags, address, length);
   }
   iovec part{buffer, size};
   msghdr message{};
@@ -198,7 +194,7 @@ ssize_t sendto(int fd, const void* buffer, size_t size, int flags, const sockadd
                socklen_t length) {
   VirtualSocket* can = find(fd);
   if (can == nullptr) {
-    return real::sendto(fd, buffer, size, flags, address, length);
+    return libc::sendto(fd, buffer, size, flags, address, length);
   }
   iovec part{const_cast<void*>(buffer), size};
   msghdr message{};
@@ -218,11 +214,11 @@ ssize_t send(int fd, const void* buffer, size_t size, int flags) {
 }
 
 int poll(pollfd* fds, nfds_t count, int timeout_ms) {
-  return poll_with(fds, count, [&] { return real::poll(fds, count, timeout_ms); });
+  return poll_with(fds, count, [&] { return libc::poll(fds, count, timeout_ms); });
 }
 
 int ppoll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask) {
-  return poll_with(fds, count, [&] { return real::ppoll(fds, count, timeout, mask); });
+  return poll_with(fds, count, [&] { return libc::ppoll(fds, count, timeout, mask); });
 }
 
 int select(int count, fd_set* readable, fd_set* writable, fd_set* urgent, timeval* timeout) {
@@ -232,18 +228,18 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* urgent, timeva
       can->settle();
     }
   }
-  return real::select(count, readable, writable, urgent, timeout);
+  return libc::select(count, readable, writable, urgent, timeout);
 }
 
 unsigned if_nametoindex(const char* name) noexcept {
   const auto interface = kelvara::simulation::find_interface(std::string(name));
-  return interface ? static_cast<unsigned>(interface->index) : real::if_nametoindex(name);
+  return interface ? static_cast<unsigned>(interface->index) : libc::if_nametoindex(name);
 }
 
 char* if_indextoname(unsigned index, char* name) noexcept {
   const auto interface = kelvara::simulation::find_interface(static_cast<int>(index));
   if (!interface) {
-    return real::if_indextoname(index, name);
+    return libc::if_indextoname(index, name);
   }
   std::strncpy(name, interface->name.c_str(), IF_NAMESIZE - 1);
   name[IF_NAMESIZE - 1] = '\0';
@@ -251,7 +247,7 @@ char* if_indextoname(unsigned index, char* name) noexcept {
 }
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the C library's names
-// What programs compiled with fortification call instead; the size of their buffer is given last.
+// Programs compiled with fortification call these; the last argument is the size of their buffer.
 ssize_t __read_chk(int fd, void* buffer, size_t size, size_t /*buffer_size*/) {
   return read(fd, buffer, size);
 }

@@ -5,13 +5,14 @@
 
 namespace kelvara::simulation {
 
-/// One virtual CAN interface: carries every frame that a socket sends to the other sockets bound to
-/// it, on a thread of its own. It exists in its runtime directory from construction to destruction;
-/// processes that share the directory share the interface.
+/// One virtual CAN interface: owns a thread that delivers every frame that a socket sends to the
+/// other sockets bound to the interface. The interface exists in the runtime directory from
+/// construction to destruction; processes that share the directory share the interface. Any thread
+/// may call the members.
 class VirtualCanHub {
  public:
   struct Options {
-    int mtu = 72;  // bytes: 72 takes CAN-FD frames too, 16 classic ones alone
+    int mtu = 72;  // bytes: 72 accepts CAN-FD and classic frames, 16 only classic ones
   };
 
   /// @param name 1 to 15 characters without '/' and white space, for example "can0".
@@ -25,9 +26,10 @@ class VirtualCanHub {
   VirtualCanHub& operator=(const VirtualCanHub&) = delete;
 
   int interface_index() const;
-  /// Takes the interface down (every bound socket is told ENETDOWN once, writes fail) or up again.
+  /// Takes the interface down (each bound socket reports ENETDOWN once, writes fail) or up again.
+  /// Blocks until the hub's thread has done it.
   void set_up(bool up);
-  /// Lets the next `count` writes of any socket fail with ENOBUFS.
+  /// Makes the next `count` writes of any socket fail with ENOBUFS.
   void fail_next_writes_with_enobufs(unsigned count);
 
  private:

@@ -1,4 +1,4 @@
-// kelvara-virtual-can: runs and steers virtual CAN interfaces.
+// kelvara-virtual-can: runs and controls virtual CAN interfaces.
 
 #include <poll.h>
 #include <pthread.h>
@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "simulation/virtual_can/control_channel.hpp"
 #include "simulation/virtual_can/interface_directory.hpp"
 #include "simulation/virtual_can/virtual_can_hub.hpp"
 
@@ -27,7 +28,7 @@ constexpr const char* kUsage =
     "usage: kelvara-virtual-can run NAME [--mtu 16|72 | --until-eof] | up NAME | down NAME | "
     "enobufs NAME COUNT | list";
 
-/// Arguments that make no sense.
+/// Invalid arguments.
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -49,7 +50,7 @@ InterfaceName require_interface(const std::string& name) {
   return *interface;
 }
 
-/// Waits for a signal to end, or, when `until_eof`, for the end of standard input.
+/// Waits for one of the signals or, when `until_eof`, for the end of standard input.
 void wait_for_end(const sigset_t& signals, bool until_eof) {
   const int signal_fd = signalfd(-1, &signals, SFD_CLOEXEC);
   std::array<pollfd, 2> events{{{signal_fd, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
@@ -65,8 +66,8 @@ void wait_for_end(const sigset_t& signals, bool until_eof) {
 }
 
 void run(const std::string& name, int mtu, bool until_eof) {
-  // Blocked before the hub's thread starts, so that they end the wait below and nothing else. A bus
-  // that lives as long as its users must outlast the interrupt that ends them.
+  // Blocked before the hub's thread starts, so that only the wait below receives them. With
+  // --until-eof the bus must outlast its users, which the same SIGINT ends.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);

@@ -6,18 +6,19 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "simulation/virtual_can/interface_directory.hpp"
 
 namespace kelvara::simulation {
 
-/// How much of an address counts: family and interface index.
+/// The used part of an address: family and interface index.
 inline constexpr socklen_t kAddressSize = offsetof(sockaddr_can, can_addr);
 
 /// One raw CAN socket of this process: a Unix socket that, once bound, is connected to its
 /// interface's hub. Every operation behaves as the kernel's does, sets errno and returns -1 on
-/// failure. As with the kernel's sockets, reading and writing may run on different threads.
+/// failure. As with the kernel's sockets, one thread may read while another writes.
 class VirtualSocket {
  public:
   explicit VirtualSocket(int fd) : fd_(fd) { options_.filters[0] = can_filter{0, 0}; }
@@ -25,47 +26,57 @@ class VirtualSocket {
   VirtualSocket(const VirtualSocket&) = delete;
   VirtualSocket& operator=(const VirtualSocket&) = delete;
 
-  /// The error number with which a socket of this type and protocol is refused; 0 when it is not.
+  /// Why the kernel would refuse a socket of this type and protocol: an error number, 0 when it
+  /// would not.
   static int refusal(int type, int protocol);
-  static bool knows_ioctl(unsigned long request);
+  static bool knows_ioctl(unsigned long code);
 
   int bind(const sockaddr* address, socklen_t length);
   int getsockname(sockaddr* address, socklen_t* length) const;
-  int ioctl(unsigned long request, void* argument) const;
-  /// Options of the CAN layer and some of every socket's; false in `handled` for others.
-  int setsockopt(int level, int name, const void* value, socklen_t length, bool& handled);
-  int getsockopt(int level, int name, void* value, socklen_t* length, bool& handled);
+  int ioctl(unsigned long code, void* argument) const;
+  /// Handles SOL_CAN_RAW, and of SOL_SOCKET what depends on the interface; no value for other
+  /// options.
+  std::optional<int> setsockopt(int level, int name, const void* value, socklen_t length);
+  std::optional<int> getsockopt(int level, int name, void* value, socklen_t* length);
   ssize_t receive(msghdr& message, int flags);
   ssize_t send(const msghdr& message, int flags);
-  /// Before a wait for frames: takes out what makes the descriptor readable for no reason any more.
+  /// Call before waiting: discards stale marks, so that the descriptor is readable only when a
+  /// frame or an error is pending.
   void settle();
-  /// What the kernel's poll would say where the descriptor's own says `found`.
+  /// The events that poll() on a kernel's socket would report; `found` are the Unix socket's.
   short poll_result(short found) const;
 
  private:
   int apply_options();
-  int set_filters(const void* value, socklen_t length);
-  int set_flag(int level, int name, const void* value, socklen_t length, bool& handled);
+  int set_timestamp_option(int name, const void* value, socklen_t length);
+  /// Connects the Unix socket; an error number, 0 for success.
+  int connect_to_hub(const InterfaceName& interface);
+  int attach(const InterfaceName& interface, std::shared_ptr<InterfaceState> state);
   bool is_bound() const { return state_ != nullptr && state_->gone == 0U; }
-  /// The error of the interface that nobody was told of yet, which is told by this; 0 for none.
+  /// Returns and clears the interface's pending error; 0 if there is none.
   int take_error();
-  /// Whether what was read is a frame; counts a mark, and notices the end.
+  /// Whether a received packet holds a frame. Counts a mark; handles the end of the connection.
   bool is_frame(const PacketHeader& header, ssize_t size, int flags);
-  /// Puts a descriptor in the place of its own to which nothing ever comes.
+  /// Replaces the descriptor with one that never becomes readable (the interface has gone).
   void go_idle();
   void close_idle_end();
-  /// Puts another open file behind the descriptor, with the same modes and time limits.
+  /// Makes the descriptor refer to another socket, with the same modes and time-outs. Closes
+  /// `replacement`.
   bool replace_descriptor(int replacement);
+  /// Why a frame of `size` bytes cannot be sent to an interface; an error number or 0.
+  int check_frame(std::size_t size, int destination) const;
+  /// The error that a write gives now; it counts as reported. 0 for none.
+  int take_write_error(const canfd_frame& frame, std::size_t size);
   void add_timestamp(msghdr& message, std::uint64_t time_ns) const;
 
   int fd_;
   InterfaceName interface_;
-  int bound_index_ = 0;                       // as asked for: 0 is any interface
-  std::shared_ptr<InterfaceState> state_;     // null until bound
-  std::atomic<std::uint32_t> told_downs_{0};  // so often of the interface's downs
-  std::atomic<bool> told_gone_{false};
-  std::atomic<std::uint32_t> taken_marks_{0};  // as told_downs_: of the hub's marks
-  int idle_end_ = -1;  // other end of what stands in for an interface that has gone
+  int bound_index_ = 0;                           // as requested: 0 is any interface
+  std::shared_ptr<InterfaceState> state_;         // null until bound
+  std::atomic<std::uint32_t> reported_downs_{0};  // how many of the interface's downs were reported
+  std::atomic<bool> reported_gone_{false};
+  std::atomic<std::uint32_t> taken_marks_{0};  // how many of the hub's marks were read
+  int idle_end_ = -1;                          // other end of the socket that go_idle() installs
   SocketOptions options_;
   int timestamp_option_ = 0;  // SO_TIMESTAMP, SO_TIMESTAMPNS or none
 };

@@ -1,4 +1,4 @@
-// What a socket does with frames, and with what happens to its interface meanwhile.
+// Sending and receiving frames, and reporting changes of the interface.
 
 #include <linux/can/raw.h>
 #include <poll.h>
@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "simulation/virtual_can/real_calls.hpp"
+#include "simulation/virtual_can/libc_calls.hpp"
 #include "simulation/virtual_can/virtual_socket.hpp"
 
 namespace kelvara::simulation {
@@ -24,7 +24,7 @@ int fail(int error) {
   return -1;
 }
 
-/// Copies a frame out of the caller's parts; its size, or 0 when it cannot be a frame.
+/// Copies a frame out of the caller's buffers; returns its size, or 0 when it is too long.
 std::size_t gather(const msghdr& message, canfd_frame& frame) {
   std::size_t size = 0;
   for (std::size_t i = 0; i < message.msg_iovlen; ++i) {
@@ -38,7 +38,7 @@ std::size_t gather(const msghdr& message, canfd_frame& frame) {
   return size;
 }
 
-/// Overwrites the interface's index where the message names one; false for a bad address.
+/// Replaces `index` by the message's destination, if it names one; false for a bad address.
 bool read_destination(const msghdr& message, int& index) {
   if (message.msg_name == nullptr) {
     return true;
@@ -50,6 +50,29 @@ bool read_destination(const msghdr& message, int& index) {
   return message.msg_namelen >= kAddressSize && address.can_family == AF_CAN;
 }
 
+/// Writes the interface that the frame came from, if the caller asked for an address.
+void write_source(msghdr& message, int index) {
+  if (message.msg_name == nullptr) {
+    return;
+  }
+  sockaddr_can source{};
+  source.can_family = AF_CAN;
+  source.can_ifindex = index;
+  std::memcpy(message.msg_name, &source, std::min<std::size_t>(message.msg_namelen, kAddressSize));
+  message.msg_namelen = kAddressSize;
+}
+
+/// Whether this write is one that must fail with ENOBUFS.
+bool take_failing_write(InterfaceState& state) {
+  std::uint32_t failing = state.failing_writes;
+  while (failing != 0U) {
+    if (state.failing_writes.compare_exchange_weak(failing, failing - 1)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 // ---- The interface's state ------------------------------------------------
@@ -59,12 +82,13 @@ int VirtualSocket::take_error() {
     return 0;
   }
   if (state_->gone != 0U) {
-    options_.filter_count = 0;  // they go with the interface
-    return told_gone_.exchange(true) ? 0 : ENODEV;
+    options_.filter_count = 0;  // the kernel drops them with the interface
+    return reported_gone_.exchange(true) ? 0 : ENODEV;
   }
-  std::uint32_t told = told_downs_;
+  std::uint32_t reported = reported_downs_;
   const std::uint32_t downs = state_->downs;
-  return told != downs && told_downs_.compare_exchange_strong(told, downs) ? ENETDOWN : 0;
+  return reported != downs && reported_downs_.compare_exchange_strong(reported, downs) ? ENETDOWN
+                                                                                       : 0;
 }
 
 void VirtualSocket::go_idle() {
@@ -83,7 +107,7 @@ bool VirtualSocket::is_frame(const PacketHeader& header, ssize_t size, int flags
   }
   if (header.kind == PacketKind::kMark) {
     if ((flags & MSG_PEEK) != 0) {
-      real::recvfrom(fd_, nullptr, 0, MSG_DONTWAIT, nullptr, nullptr);
+      libc::recvfrom(fd_, nullptr, 0, MSG_DONTWAIT, nullptr, nullptr);
     }
     ++taken_marks_;
     return false;
@@ -93,9 +117,10 @@ bool VirtualSocket::is_frame(const PacketHeader& header, ssize_t size, int flags
 
 void VirtualSocket::settle() {
   PacketHeader header;
-  while (state_ != nullptr && (told_downs_ != taken_marks_ || (told_gone_ && idle_end_ < 0))) {
+  while (state_ != nullptr &&
+         (reported_downs_ != taken_marks_ || (reported_gone_ && idle_end_ < 0))) {
     constexpr int kPeek = MSG_PEEK | MSG_DONTWAIT;
-    const ssize_t size = real::recvfrom(fd_, &header, sizeof(header), kPeek, nullptr, nullptr);
+    const ssize_t size = libc::recvfrom(fd_, &header, sizeof(header), kPeek, nullptr, nullptr);
     if (size < 0 || is_frame(header, size, kPeek)) {
       return;
     }
@@ -111,11 +136,11 @@ short VirtualSocket::poll_result(short found) const {
     return found;
   }
   int waiting = 0;  // bytes
-  real::ioctl(fd_, FIONREAD, &waiting);
+  libc::ioctl(fd_, FIONREAD, &waiting);
   if (static_cast<std::size_t>(waiting) <= marks * sizeof(PacketHeader)) {
     found = static_cast<short>(found & ~(POLLIN | POLLRDNORM));
   }
-  const bool error = state_->gone != 0U ? !told_gone_ : told_downs_ != state_->downs;
+  const bool error = state_->gone != 0U ? !reported_gone_ : reported_downs_ != state_->downs;
   return static_cast<short>((found & ~(POLLHUP | POLLRDHUP)) | (error ? POLLERR : 0));
 }
 
@@ -160,21 +185,14 @@ ssize_t VirtualSocket::receive(msghdr& message, int flags) {
     if (const int error = take_error()) {
       return fail(error);
     }
-    size = real::recvmsg(fd_, &packet, flags & ~MSG_TRUNC);
+    size = libc::recvmsg(fd_, &packet, flags & ~MSG_TRUNC);
     if (size < 0) {
       return size;
     }
   } while (!is_frame(header, size, flags));
   message.msg_flags = (packet.msg_flags & MSG_TRUNC) | MSG_DONTROUTE |
                       (header.kind == PacketKind::kOwnFrame ? MSG_CONFIRM : 0);
-  if (message.msg_name != nullptr) {
-    sockaddr_can source{};
-    source.can_family = AF_CAN;
-    source.can_ifindex = interface_.index;
-    std::memcpy(message.msg_name, &source,
-                std::min<std::size_t>(message.msg_namelen, kAddressSize));
-    message.msg_namelen = kAddressSize;
-  }
+  write_source(message, interface_.index);
   if (timestamp_option_ != 0) {
     add_timestamp(message, header.time_ns);
   } else {
@@ -183,39 +201,44 @@ ssize_t VirtualSocket::receive(msghdr& message, int flags) {
   return size - ssize_t{sizeof(header)};
 }
 
+int VirtualSocket::check_frame(std::size_t size, int destination) const {
+  const bool is_fd = size == CANFD_MTU;
+  if (size != CAN_MTU && !is_fd) {
+    return EINVAL;
+  }
+  if (!is_bound() || destination != interface_.index) {
+    return ENXIO;
+  }
+  return is_fd && (options_.fd_frames == 0U || state_->mtu != CANFD_MTU) ? EINVAL : 0;
+}
+
+int VirtualSocket::take_write_error(const canfd_frame& frame, std::size_t size) {
+  if (const int error = take_error()) {
+    return error;
+  }
+  if (frame.len > (size == CANFD_MTU ? CANFD_MAX_DLEN : CAN_MAX_DLEN)) {
+    return EINVAL;
+  }
+  if (state_->up == 0U) {
+    return ENETDOWN;
+  }
+  return take_failing_write(*state_) ? ENOBUFS : 0;
+}
+
 ssize_t VirtualSocket::send(const msghdr& message, int flags) {
   canfd_frame frame{};
   const std::size_t size = gather(message, frame);
-  const bool is_fd = size == CANFD_MTU;
   int destination = bound_index_;
-  if ((size != CAN_MTU && !is_fd) || !read_destination(message, destination)) {
-    return fail(EINVAL);
-  }
-  if (!is_bound() || destination != interface_.index) {
-    return fail(ENXIO);
-  }
-  if (is_fd && (options_.fd_frames == 0U || state_->mtu != CANFD_MTU)) {
-    return fail(EINVAL);
-  }
-  if (const int error = take_error()) {
+  const bool good_address = read_destination(message, destination);
+  int error = good_address ? check_frame(size, destination) : EINVAL;
+  error = error == 0 ? take_write_error(frame, size) : error;
+  if (error != 0) {
     return fail(error);
   }
-  if (frame.len > (is_fd ? CANFD_MAX_DLEN : CAN_MAX_DLEN)) {
-    return fail(EINVAL);
-  }
-  if (is_fd) {
+  if (size == CANFD_MTU) {
     frame.flags |= CANFD_FDF;
   }
-  if (state_->up == 0U) {
-    return fail(ENETDOWN);
-  }
-  std::uint32_t failing = state_->failing_writes;
-  while (failing != 0U) {
-    if (state_->failing_writes.compare_exchange_weak(failing, failing - 1)) {
-      return fail(ENOBUFS);
-    }
-  }
-  const ssize_t sent = real::sendto(fd_, &frame, size, flags | MSG_NOSIGNAL, nullptr, 0);
+  const ssize_t sent = libc::sendto(fd_, &frame, size, flags | MSG_NOSIGNAL, nullptr, 0);
   if (sent < 0 && (errno == EPIPE || errno == ECONNRESET)) {
     state_->gone = 1;
     return fail(ENXIO);

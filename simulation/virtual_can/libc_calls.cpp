@@ -1,13 +1,13 @@
-#include "simulation/virtual_can/real_calls.hpp"
+#include "simulation/virtual_can/libc_calls.hpp"
 
 #include <dlfcn.h>
 
 #include <cstdlib>
 
-namespace kelvara::simulation::real {
+namespace kelvara::simulation::libc {
 namespace {
 
-/// The next definition of a call after this object's in the order of loading.
+/// The definition of a call in the libraries loaded after this one.
 template <typename Function>
 Function* next(const char* name) {
   void* symbol = dlsym(RTLD_NEXT, name);
@@ -34,9 +34,9 @@ int close(int fd) {
   return call(fd);
 }
 
-int ioctl(int fd, unsigned long request, void* argument) {
+int ioctl(int fd, unsigned long code, void* argument) {
   static auto* const call = next<int(int, unsigned long, ...)>("ioctl");
-  return call(fd, request, argument);
+  return call(fd, code, argument);
 }
 
 int setsockopt(int fd, int level, int name, const void* value, socklen_t length) {
@@ -111,4 +111,4 @@ char* if_indextoname(unsigned index, char* name) {
   return call(index, name);
 }
 
-}  // namespace kelvara::simulation::real
+}  // namespace kelvara::simulation::libc

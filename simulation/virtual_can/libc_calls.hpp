@@ -7,13 +7,13 @@
 
 #include <cstddef>
 
-/// The C library's own calls, past the ones that the virtual bus puts in their place.
-namespace kelvara::simulation::real {
+/// The C library's own definitions of the calls that the virtual bus replaces.
+namespace kelvara::simulation::libc {
 
 int socket(int domain, int type, int protocol);
 int bind(int fd, const sockaddr* address, socklen_t length);
 int close(int fd);
-int ioctl(int fd, unsigned long request, void* argument);
+int ioctl(int fd, unsigned long code, void* argument);
 int setsockopt(int fd, int level, int name, const void* value, socklen_t length);
 int getsockopt(int fd, int level, int name, void* value, socklen_t* length);
 int getsockname(int fd, sockaddr* address, socklen_t* length);
@@ -31,4 +31,4 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* urgent, timeva
 unsigned if_nametoindex(const char* name);
 char* if_indextoname(unsigned index, char* name);
 
-}  // namespace kelvara::simulation::real
+}  // namespace kelvara::simulation::libc
