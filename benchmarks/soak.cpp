@@ -1,9 +1,6 @@
-// Random commands to one controller for a while, then many controllers one after another; memory,
-// descriptors and threads must stay as they are. Usage, on an
-// interface without an arm: soak INTERFACE SECONDS CONTROLLERS
-
-#include <malloc.h>
-#include <unistd.h>
+// Sends random commands to one controller, then constructs many controllers one after another;
+// fails if memory, descriptors or threads grow. Usage, on an interface without an arm: soak
+// INTERFACE SECONDS CONTROLLERS
 
 #include <algorithm>
 #include <chrono>
@@ -11,10 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -22,8 +16,9 @@
 #include <vector>
 
 #include "kelvara/arm_controller.hpp"
+#include "simulation/simulated_arm/realtime_arm.hpp"
 
-#include "benchmarks/living_arm.hpp"
+#include "benchmarks/process_resources.hpp"
 
 namespace {
 
@@ -31,38 +26,9 @@ using Clock = std::chrono::steady_clock;
 using kelvara::damiao_motor::MIT_MODE;
 using kelvara::damiao_motor::POS_VEL_MODE;
 
-constexpr long kAllowedGrowthKb = 2048;
-
-long entries(const char* path) {
-  return std::distance(std::filesystem::directory_iterator(path), {});
-}
-
-/// What this process holds.
-struct Holdings {
-  static Holdings now() {
-    malloc_trim(0);
-    long total = 0;
-    long resident = 0;
-    std::ifstream("/proc/self/statm") >> total >> resident;
-    return {resident * sysconf(_SC_PAGESIZE) / 1024, entries("/proc/self/fd"),
-            entries("/proc/self/task")};
-  }
-  void print(const char* when, double seconds) const {
-    std::printf("%8.1f s  %-14s %7ld KiB resident, %2ld descriptors, %ld threads\n", seconds, when,
-                memory_kb, descriptors, threads);
-    std::fflush(stdout);
-  }
-  bool grew_since(const Holdings& before) const {
-    return memory_kb > before.memory_kb + kAllowedGrowthKb || descriptors > before.descriptors ||
-           threads > before.threads;
-  }
-
-  long memory_kb, descriptors, threads;
-};
-
 class Soak {
  public:
-  /// Says something random to the arm; the arguments are sound, odd or absurd.
+  /// Makes one random call; the arguments are valid, unusual or invalid.
   void command(ArmController& arm) {
     try {
       switch (std::uniform_int_distribution<int>(0, 9)(random_)) {
@@ -87,7 +53,7 @@ class Soak {
         default:
           if (!arm.get_joint().allFinite() || !arm.get_joint_torques().allFinite() ||
               !std::isfinite(arm.get_end_effector_pose()[0])) {
-            throw std::logic_error("a query gave what is no number");
+            throw std::logic_error("a query returned NaN or infinity");
           }
       }
     } catch (const std::invalid_argument&) {
@@ -124,11 +90,26 @@ double seconds_since(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/// Prints what is held, and compares it with what was held the first time.
-bool stays_flat(Holdings& settled, const char* when, Clock::time_point start) {
-  // Threads and sockets that just ended are gone a moment later.
+/// An arm in real time on a thread.
+class BackgroundArm {
+  using RealtimeArm = kelvara::simulation::RealtimeArm;
+
+ public:
+  explicit BackgroundArm(const std::string& interface)
+      : arm_(kelvara::simulation::load_robot_description(),
+             {interface, false, RealtimeArm::Silence::kTimePasses, {}}) {
+    arm_.start();
+  }
+
+ private:
+  RealtimeArm arm_;
+};
+
+/// Prints the resources in use and compares them with those of the first call.
+bool stays_flat(ProcessResources& settled, const char* when, Clock::time_point start) {
+  // Threads and sockets that have just ended disappear a moment later.
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  const Holdings now = Holdings::now();
+  const ProcessResources now = ProcessResources::now();
   now.print(when, seconds_since(start));
   if (settled.memory_kb == 0) {
     settled = now;
@@ -140,11 +121,11 @@ bool stays_flat(Holdings& settled, const char* when, Clock::time_point start) {
   return true;
 }
 
-/// Commands for a while; what is held when a tenth has passed must be all that is ever held.
+/// Sends commands for this time; after its first tenth the resources in use must not grow.
 bool command_for(const std::string& interface, double seconds, Soak& soak) {
-  const LivingArm living(interface, {});
+  const BackgroundArm simulated(interface);
   const Clock::time_point start = Clock::now();
-  Holdings settled{};
+  ProcessResources settled{};
   double next_line = 0.1 * seconds;
   long commands = 0;
   {
@@ -167,9 +148,9 @@ bool command_for(const std::string& interface, double seconds, Soak& soak) {
 }
 
 bool construct(const std::string& interface, int controllers, Soak& soak) {
-  const LivingArm living(interface, {});
+  const BackgroundArm simulated(interface);
   const Clock::time_point start = Clock::now();
-  Holdings settled{};
+  ProcessResources settled{};
   const int step = std::max(controllers / 10, 1);
   for (int k = 1; k <= controllers; ++k) {
     {
@@ -182,7 +163,7 @@ bool construct(const std::string& interface, int controllers, Soak& soak) {
       }
     }
   }
-  std::printf("%d controllers made and destroyed\n", controllers);
+  std::printf("%d controllers constructed and destroyed\n", controllers);
   return true;
 }
 
@@ -195,7 +176,7 @@ int main(int argc, char** argv) {
     std::cerr << "usage: soak INTERFACE SECONDS CONTROLLERS\n";
     return 2;
   }
-  // What the controllers say is not wanted here.
+  // Discards what the controllers print.
   std::cout.setstate(std::ios::failbit);
   std::cerr.setstate(std::ios::failbit);
   try {

@@ -8,21 +8,12 @@
 
 #include <mujoco/mujoco.h>
 
+#include "simulation/simulated_arm/motor_facts.hpp"
+
 namespace kelvara::simulation {
 namespace {
 
-/// What the joints' drives add to the links, by the kind of motor.
-struct Drive {
-  double rotor_inertia;  // kg·m², at the joint
-  double viscous;        // N·m·s/rad
-  double dry_friction;   // N·m
-};
-constexpr Drive kLargeDrive{0.025, 0.30, 0.20};
-constexpr Drive kSmallDrive{0.006, 0.05, 0.06};
-
-const Drive& drive_of(std::size_t joint) { return joint < 3 ? kLargeDrive : kSmallDrive; }
-
-constexpr double kPointInertia = 1e-9;  // kg·m²: a body cannot have none
+constexpr double kPointInertia = 1e-9;  // kg·m²; MuJoCo requires more than 0
 
 template <typename Values>
 std::string numbers(const Values& values) {
@@ -55,12 +46,12 @@ std::string model_text(const RobotDescription& description, double load_kg) {
       << "<option timestep='" << ArmPhysics::kStepS << "' gravity='0 0 -9.81'/><worldbody>";
   for (std::size_t i = 0; i < description.joints.size(); ++i) {
     const JointDescription& joint = description.joints[i];
-    const Drive& drive = drive_of(i);
+    const Drive& drive = kMotors[i].drive;
     out << "<body name='link" << i + 1 << "' pos='" << numbers(joint.origin) << "' euler='"
         << numbers(joint.rpy) << "'";
     out << "><joint name='" << joint.name << "' type='hinge' axis='" << numbers(joint.axis)
         << "' limited='true' range='" << joint.lower << ' ' << joint.upper << "' armature='"
-        << drive.rotor_inertia << "' damping='" << drive.viscous << "' frictionloss='"
+        << drive.inertia << "' damping='" << drive.viscous << "' frictionloss='"
         << drive.dry_friction << "'/>";
     write_inertial(out, joint.child);
   }
@@ -108,7 +99,7 @@ struct ArmPhysics::Model {
 
   ModelPointer model;
   DataPointer data;
-  DataPointer scratch;  // for questions that must not disturb the motion
+  DataPointer scratch;  // for queries that must not disturb the motion
 };
 
 ArmPhysics::ArmPhysics(const RobotDescription& description, double load_kg)
@@ -155,7 +146,7 @@ ArmPhysics::Joints ArmPhysics::inverse_dynamics(const Joints& q, const Joints& d
   Joints torque{};
   mj_rne(model, data, 1, torque.data());
   for (std::size_t i = 0; i < torque.size(); ++i) {
-    torque[i] += drive_of(i).rotor_inertia * ddq[i];
+    torque[i] += kMotors[i].drive.inertia * ddq[i];
   }
   return torque;
 }
@@ -163,7 +154,7 @@ ArmPhysics::Joints ArmPhysics::inverse_dynamics(const Joints& q, const Joints& d
 ArmPhysics::Joints ArmPhysics::rotor_inertia() {
   Joints inertia;
   for (std::size_t i = 0; i < inertia.size(); ++i) {
-    inertia[i] = drive_of(i).rotor_inertia;
+    inertia[i] = kMotors[i].drive.inertia;
   }
   return inertia;
 }

@@ -23,17 +23,17 @@ class ArmPhysics {
 
   /// Puts the joints at these angles (rad), at rest.
   void set_positions(const Joints& q);
-  /// Pulls at the tool with this force (N, along the base frame's axes) until told otherwise.
+  /// Applies this force at the tool (N, along the base frame's axes) until the next call.
   void set_tool_force(const Triple& force) { tool_force_ = force; }
-  /// One step under these joint torques (N·m), held over the step.
+  /// Simulates one step with constant joint torques (N·m).
   void step(const Joints& torque);
 
   Joints positions() const;      // rad
   Joints velocities() const;     // rad/s
   Triple tool_position() const;  // m, in the base frame
 
-  /// The torques that give these accelerations without friction and stops (inverse dynamics), the
-  /// rotors' inertia included.
+  /// Inverse dynamics: the torques that give these accelerations, rotor inertia included, friction
+  /// and stops excluded.
   Joints inverse_dynamics(const Joints& q, const Joints& dq, const Joints& ddq) const;
   /// The rotors' inertia at the joints, kg·m².
   static Joints rotor_inertia();

@@ -8,7 +8,7 @@ namespace kelvara::simulation {
 namespace {
 
 constexpr std::uint64_t kLinePeriodMs = 250;
-constexpr double kMoved = 0.002;  // rad; less is standing still
+constexpr double kMoved = 0.002;  // rad; less counts as standing still
 
 std::string state_of(const SimulatedMotor& motor) {
   if (motor.error() != 0) {

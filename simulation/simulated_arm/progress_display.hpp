@@ -8,13 +8,13 @@
 
 namespace kelvara::simulation {
 
-/// Prints what a simulated arm does: every change of its motors' states, and while it moves some
-/// lines a second with its joint angles and where its tool is.
+/// Prints every change of a simulated arm's motor states and, while the arm moves, its joint angles
+/// and tool position four times a second.
 class ProgressDisplay {
  public:
   explicit ProgressDisplay(const SimulatedArm& arm) : arm_(arm) {}
 
-  /// To be called after every millisecond, with what else is worth a line.
+  /// Must be called after every millisecond of physics; prints `news`, too, unless it is empty.
   void update(const std::string& news = "");
 
  private:

@@ -3,12 +3,15 @@
 #include <tinyxml2.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <sstream>
 #include <stdexcept>
 
 #include <Eigen/Geometry>
 #include <yaml-cpp/yaml.h>
+
+#include "simulation/simulated_arm/motor_facts.hpp"
 
 namespace kelvara::simulation {
 namespace {
@@ -82,6 +85,16 @@ JointDescription parse_joint(const XMLElement* element,
   return joint;
 }
 
+std::map<std::string, LinkDescription> parse_links(const XMLElement* robot) {
+  std::map<std::string, LinkDescription> links;
+  for (const XMLElement* link = robot->FirstChildElement("link"); link != nullptr;
+       link = link->NextSiblingElement("link")) {
+    const char* name = link->Attribute("name");
+    links[name == nullptr ? "" : name] = parse_link(link);
+  }
+  return links;
+}
+
 void load_urdf(const std::string& path, RobotDescription& description) {
   tinyxml2::XMLDocument document;
   if (document.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
@@ -91,13 +104,8 @@ void load_urdf(const std::string& path, RobotDescription& description) {
   if (robot == nullptr) {
     throw std::runtime_error("no <robot> element");
   }
-  std::map<std::string, LinkDescription> links;
-  for (const XMLElement* link = robot->FirstChildElement("link"); link != nullptr;
-       link = link->NextSiblingElement("link")) {
-    const char* name = link->Attribute("name");
-    links[name == nullptr ? "" : name] = parse_link(link);
-  }
-  std::string tip;  // the link that the next joint must start from; any for the first
+  const std::map<std::string, LinkDescription> links = parse_links(robot);
+  std::string tip;  // the link that the next joint must start from; empty before the first
   for (const XMLElement* joint = robot->FirstChildElement("joint"); joint != nullptr;
        joint = joint->NextSiblingElement("joint")) {
     description.joints.push_back(parse_joint(joint, links));
@@ -108,7 +116,7 @@ void load_urdf(const std::string& path, RobotDescription& description) {
     }
     tip = joint->FirstChildElement("child")->Attribute("link");
   }
-  if (description.joints.size() != 6) {
+  if (description.joints.size() != kJointCount) {
     throw std::runtime_error("the arm must have six joints");
   }
 }
@@ -129,16 +137,31 @@ void load_config(const std::string& path, RobotDescription& description) {
   }
 }
 
+std::string find_file(const std::string& chosen, const char* name) {
+  if (!chosen.empty()) {
+    return chosen;
+  }
+  const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+  for (const auto& folder : {program / "../config", std::filesystem::path("config")}) {
+    if (std::filesystem::exists(folder / name)) {
+      return (folder / name).string();
+    }
+  }
+  throw std::runtime_error(std::string("cannot find ") + name + "; name it with --urdf, --config");
+}
+
 }  // namespace
 
 RobotDescription load_robot_description(const std::string& urdf_path,
                                         const std::string& config_path) {
+  const std::string urdf = find_file(urdf_path, "BrimloV2.SLDASM.urdf");
+  const std::string config = find_file(config_path, "robot_kinematics.yaml");
   RobotDescription description;
-  const std::string* path = &urdf_path;
+  const std::string* path = &urdf;
   try {
-    load_urdf(urdf_path, description);
-    path = &config_path;
-    load_config(config_path, description);
+    load_urdf(urdf, description);
+    path = &config;
+    load_config(config, description);
   } catch (const std::exception& error) {
     throw std::runtime_error(*path + ": " + error.what());
   }

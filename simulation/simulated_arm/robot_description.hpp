@@ -24,17 +24,20 @@ struct JointDescription {
   LinkDescription child;  // the link that the joint carries
 };
 
-/// What the physics needs of the URDF and the YAML file.
+/// What the physics needs of the URDF and the YAML file. The simulation reads both without the
+/// library, so that comparing its dynamics with the library's model also checks the reading.
 struct RobotDescription {
   std::vector<JointDescription> joints;  // base first
-  LinkDescription payload;               // a point mass on the last link; mass 0 when there is none
+  LinkDescription payload;               // a point mass on the last link; mass 0: no payload
   Triple tool{};                         // m, on the last link
   std::vector<double> motor_signs;       // motor angle = sign * joint angle
 };
 
-/// Reads both files; the joints must stand in the URDF in order, base first.
-/// @throws std::runtime_error that names the file and what is wrong.
-RobotDescription load_robot_description(const std::string& urdf_path,
-                                        const std::string& config_path);
+/// Reads both files; the URDF must list the joints in order, base first.
+/// @param urdf_path, config_path When empty, the project's own file is used: from the folder
+///        "config" beside the program's folder, otherwise from "config" in the current directory.
+/// @throws std::runtime_error with the file and the reason.
+RobotDescription load_robot_description(const std::string& urdf_path = "",
+                                        const std::string& config_path = "");
 
 }  // namespace kelvara::simulation

@@ -4,26 +4,12 @@
 #include <cmath>
 
 namespace kelvara::simulation {
-namespace {
-
-constexpr MotorModel kLargeMotor{12.5, 8.0, 28.0, 40.0};
-constexpr MotorModel kSmallMotor{12.5, 30.0, 10.0, 3.0};
-constexpr unsigned kMasterIdOffset = 0x10;
-
-// The jaws, as the gripper's motor feels them.
-constexpr double kJawInertia = 0.003;        // kg·m²
-constexpr double kJawViscous = 0.02;         // N·m·s/rad
-constexpr double kJawOpenAngle = -1.235463;  // rad, at its stop
-constexpr double kJawClosedAngle = 0.0;      // rad, at its stop
-
-}  // namespace
-
 SimulatedArm::SimulatedArm(const RobotDescription& description, const Options& options)
     : physics_(description, options.load_kg) {
   std::copy_n(description.motor_signs.begin(), signs_.size(), signs_.begin());
-  const unsigned count = options.with_gripper ? 7 : 6;
-  for (unsigned id = 1; id <= count; ++id) {
-    motors_.emplace_back(id <= 3 ? kLargeMotor : kSmallMotor, id, id + kMasterIdOffset);
+  const std::size_t count = options.with_gripper ? kMotors.size() : kJointCount;
+  for (std::size_t i = 0; i < count; ++i) {
+    motors_.emplace_back(kMotors[i].model, kMotors[i].can_id, kMotors[i].master_id);
   }
   set_joint_positions(options.start);
 }
@@ -52,7 +38,7 @@ SimulatedArm::Joints SimulatedArm::joint_torques() const {
 }
 
 bool SimulatedArm::floats() const {
-  return std::all_of(motors_.begin(), motors_.begin() + kGripper,
+  return std::all_of(motors_.begin(), motors_.begin() + kJointCount,
                      [](const SimulatedMotor& motor) { return motor.floats(); });
 }
 
@@ -71,7 +57,7 @@ void SimulatedArm::step() {
     torque[i] =
         motors_[i].advance(ArmPhysics::kStepS, q[i] * signs_[i], dq[i] * signs_[i]) * signs_[i];
   }
-  in_cradle_ = in_cradle_ && std::none_of(motors_.begin(), motors_.begin() + kGripper,
+  in_cradle_ = in_cradle_ && std::none_of(motors_.begin(), motors_.begin() + kJointCount,
                                           [](const auto& motor) { return motor.is_enabled(); });
   if (!in_cradle_) {
     physics_.step(torque);
@@ -84,8 +70,8 @@ void SimulatedArm::step() {
 void SimulatedArm::step_gripper() {
   constexpr double kStepS = ArmPhysics::kStepS;
   const double torque = motors_[kGripper].advance(kStepS, gripper_angle_, gripper_velocity_);
-  gripper_velocity_ += kStepS / kJawInertia * torque;
-  gripper_velocity_ /= 1.0 + kStepS * kJawViscous / kJawInertia;
+  gripper_velocity_ += kStepS / kJaws.inertia * torque;
+  gripper_velocity_ /= 1.0 + kStepS * kJaws.viscous / kJaws.inertia;
   gripper_angle_ += kStepS * gripper_velocity_;
   if (gripper_angle_ < kJawOpenAngle || gripper_angle_ > kJawClosedAngle) {
     gripper_angle_ = std::clamp(gripper_angle_, kJawOpenAngle, kJawClosedAngle);

@@ -8,21 +8,21 @@
 #include <vector>
 
 #include "simulation/simulated_arm/arm_physics.hpp"
+#include "simulation/simulated_arm/motor_facts.hpp"
 #include "simulation/simulated_arm/robot_description.hpp"
 #include "simulation/simulated_motor/simulated_motor.hpp"
 
 namespace kelvara::simulation {
 
 /// The whole arm behind its bus: six joint motors on rigid-body physics, and a gripper motor on
-/// jaws of its own. It has no clock and no bus: frames are handed to it and time passes when it is
-/// told to, so that a test or a real-time loop drives it alike.
+/// jaws. It has neither a clock nor a bus: the caller passes frames in and lets time pass, a test
+/// as well as a real-time loop.
 ///
-/// Until its motors are enabled for the first time the arm rests in a cradle at its start pose;
-/// from then on, motors that are disabled let it sink.
+/// Until a joint motor is enabled for the first time the arm rests in a cradle at its start pose;
+/// after that, disabled motors let it sink.
 class SimulatedArm {
  public:
   using Joints = ArmPhysics::Joints;
-  static constexpr std::size_t kGripper = 6;  // index of the gripper's motor
 
   struct Options {
     bool with_gripper = true;
@@ -32,24 +32,23 @@ class SimulatedArm {
 
   SimulatedArm(const RobotDescription& description, const Options& options);
 
-  /// Hands a frame to every motor (classic frames, too, in a canfd_frame) and appends the answers.
+  /// Passes a frame to every motor (classic frames in a canfd_frame, too) and appends the replies.
   void receive(const canfd_frame& frame, std::vector<canfd_frame>& replies);
-  /// Lets time pass in whole milliseconds; what is left over is kept for the next call.
+  /// Lets time pass in whole milliseconds; the remainder is kept for the next call.
   void advance(std::chrono::nanoseconds time);
 
   /// Puts the joints at these angles (rad), at rest; they are held there if still in the cradle.
   void set_joint_positions(const Joints& q);
 
-  /// A hand that pulls at the tool with this force until told otherwise: N, along the base
-  /// frame's axes.
+  /// Applies this force at the tool until the next call: N, along the base frame's axes.
   void set_tool_force(const Triple& force) { physics_.set_tool_force(force); }
 
-  // What is true, joint side.
+  // The true state, joint side.
   Joints joint_positions() const { return physics_.positions(); }    // rad
   Joints joint_velocities() const { return physics_.velocities(); }  // rad/s
   Joints joint_torques() const;                                      // N·m, of the motors
   Triple tool_position() const { return physics_.tool_position(); }  // m
-  bool floats() const;  // every joint motor is asked for a torque alone
+  bool floats() const;  // every joint motor is commanded by torque alone
   double gripper_angle() const { return gripper_angle_; }  // rad, motor side
 
   std::size_t motor_count() const { return motors_.size(); }

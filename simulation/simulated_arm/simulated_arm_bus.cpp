@@ -15,40 +15,39 @@
 #include <random>
 #include <stdexcept>
 
+#include "simulation/simulated_arm/motor_facts.hpp"
+
 namespace kelvara::simulation {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::milliseconds kStep{1};
-// Lateness beyond this is given up.
-constexpr std::chrono::milliseconds kMaxLateness{10};
 constexpr std::chrono::milliseconds kProbeTime{50};
 constexpr int kMaxFramesAtOnce = 256;
 
-// Asks motor 1 how it is. Motors read no further than byte 2; byte 3 tells another arm's probe from
-// a controller's request, and the last four are that arm's lot.
-constexpr std::array<std::uint8_t, 4> kProbe{0x01, 0x00, 0xCC, 0xA5};
+// A refresh of the first motor. Motors ignore what follows byte 2: byte 3 distinguishes another
+// arm's probe from a controller's request, and the last four bytes are that arm's random ticket.
 constexpr canid_t kProbeId = 0x7FF;
-constexpr canid_t kProbeAnswerId = 0x11;
+constexpr std::array<std::uint8_t, 4> kProbe{kMotors[0].can_id, 0x00, 0xCC, 0xA5};
+constexpr canid_t kProbeAnswerId = kMotors[0].master_id;
 
-canfd_frame probe(std::uint32_t lot) {
+canfd_frame probe(std::uint32_t ticket) {
   canfd_frame frame{};
   frame.can_id = kProbeId;
   frame.len = 8;
   std::copy(kProbe.begin(), kProbe.end(), frame.data);
-  std::memcpy(frame.data + kProbe.size(), &lot, sizeof(lot));
+  std::memcpy(frame.data + kProbe.size(), &ticket, sizeof(ticket));
   return frame;
 }
 
-/// The lot in a probe; nothing for other frames.
-std::optional<std::uint32_t> lot_of(const canfd_frame& frame) {
+/// The ticket in a probe; no value for other frames.
+std::optional<std::uint32_t> ticket_of(const canfd_frame& frame) {
   if (frame.can_id != kProbeId || frame.len != 8 ||
       !std::equal(kProbe.begin(), kProbe.end(), frame.data)) {
     return std::nullopt;
   }
-  std::uint32_t lot = 0;
-  std::memcpy(&lot, frame.data + kProbe.size(), sizeof(lot));
-  return lot;
+  std::uint32_t ticket = 0;
+  std::memcpy(&ticket, frame.data + kProbe.size(), sizeof(ticket));
+  return ticket;
 }
 
 }  // namespace
@@ -94,8 +93,8 @@ void SimulatedArmBus::open_socket(const std::string& interface) {
 }
 
 void SimulatedArmBus::refuse_second_arm(const std::string& interface) {
-  const std::uint32_t own_lot = std::random_device{}();
-  send(probe(own_lot));
+  const std::uint32_t own_ticket = std::random_device{}();
+  send(probe(own_ticket));
   const auto end = Clock::now() + kProbeTime;
   canfd_frame frame{};
   while (Clock::now() < end) {
@@ -103,13 +102,13 @@ void SimulatedArmBus::refuse_second_arm(const std::string& interface) {
         recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) <= 0) {
       continue;
     }
-    // Of two arms that start at once the one with the lower lot stays; the other hears its answer,
-    // or sees the lower lot.
-    const std::optional<std::uint32_t> lot = lot_of(frame);
-    if (frame.can_id == kProbeAnswerId || (lot && *lot <= own_lot)) {
+    // If two simulated arms start at once, the lower ticket wins; the other sees the ticket, or the
+    // winner's answer, and exits.
+    const std::optional<std::uint32_t> ticket = ticket_of(frame);
+    if (frame.can_id == kProbeAnswerId || (ticket && *ticket <= own_ticket)) {
       throw std::runtime_error("interface " + interface + " is busy: an arm answers there already");
     }
-    if (lot) {
+    if (ticket) {
       answer(frame);
     }
   }
@@ -131,7 +130,7 @@ void SimulatedArmBus::send(const canfd_frame& frame) {
   } else {
     sent = write(socket_, &out, CAN_MTU);  // the first sixteen bytes are a classic frame
   }
-  static_cast<void>(sent);  // a frame that finds no room is lost, as on a wire
+  static_cast<void>(sent);  // a frame that finds the queue full is lost, as on a wire
 }
 
 void SimulatedArmBus::answer(const canfd_frame& frame) {
@@ -161,27 +160,6 @@ int SimulatedArmBus::handle_frames(std::chrono::nanoseconds timeout) {
     throw std::runtime_error("the interface is gone");
   }
   return handled;
-}
-
-void SimulatedArmBus::run(const std::atomic<bool>& stop, const std::function<void()>& after_step) {
-  auto next_step = Clock::now() + kStep;
-  while (!stop) {
-    const auto until_step = next_step - Clock::now();
-    handle_frames(until_step);
-    if (Clock::now() < next_step) {
-      continue;
-    }
-    arm_.advance(kStep);
-    if (after_step) {
-      after_step();
-    }
-    next_step += kStep;
-    const auto lateness = Clock::now() - next_step;
-    if (lateness > kMaxLateness) {
-      slipped_ms_ += static_cast<std::uint64_t>(lateness / kStep);
-      next_step = Clock::now();
-    }
-  }
 }
 
 }  // namespace kelvara::simulation

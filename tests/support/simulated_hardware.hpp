@@ -4,68 +4,49 @@
 #include <chrono>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
-#include "simulation/simulated_arm/simulated_arm.hpp"
-#include "simulation/simulated_arm/simulated_arm_bus.hpp"
+#include "simulation/simulated_arm/realtime_arm.hpp"
 #include "support/test_bus.hpp"
 
-/// A simulated arm on a virtual bus of a test's own, whose time passes as the test says: by its
+/// A simulated arm on a virtual bus of its own. The test decides how the arm's time passes: by
 /// steps, not at all, or on a thread in real time.
 class SimulatedHardware {
  public:
   using SimulatedArm = kelvara::simulation::SimulatedArm;
 
   explicit SimulatedHardware(bool fd, const SimulatedArm::Options& options = {})
-      : arm_(kelvara::simulation::load_robot_description("config/BrimloV2.SLDASM.urdf",
-                                                         "config/robot_kinematics.yaml"),
-             options),
-        port_(arm_, TestBus::kInterface, fd) {}
+      : realtime_(kelvara::simulation::load_robot_description(),
+                  {TestBus::kInterface, fd, RealtimeArm::Silence::kTimeStops, options}) {}
   ~SimulatedHardware() { halt(); }
   SimulatedHardware(const SimulatedHardware&) = delete;
   SimulatedHardware& operator=(const SimulatedHardware&) = delete;
 
   TestBus& bus() { return bus_; }
-  SimulatedArm& arm() { return arm_; }
+  SimulatedArm& arm() { return realtime_.arm(); }
 
-  /// Lets `change` alter the answers to each frame.
+  /// `change` may alter the replies to each frame.
   void change_replies(kelvara::simulation::SimulatedArmBus::ReplyChange change) {
-    port_.change_replies(std::move(change));
+    realtime_.bus().change_replies(std::move(change));
   }
 
-  /// Answers frames on a thread, without letting time pass; late, if so wished.
+  /// Replies to frames on a thread, each time after `delay`, without letting the arm's time pass.
   void answer(std::chrono::milliseconds delay = std::chrono::milliseconds(0)) {
     thread_ = std::thread([this, delay] {
       while (!stop_) {
         std::this_thread::sleep_for(delay);
-        port_.handle_frames(std::chrono::milliseconds(1));
+        realtime_.bus().handle_frames(std::chrono::milliseconds(1));
       }
     });
   }
 
-  /// Lives in real time on a thread, while commands come: on a machine that starves the controller
-  /// the arm waits for it, instead of believing that it has died.
-  void live() {
-    thread_ = std::thread([this] {
-      using Clock = std::chrono::steady_clock;
-      constexpr std::chrono::milliseconds kStep{1};
-      Clock::time_point last_step = Clock::now();
-      Clock::time_point last_frame = last_step;
-      while (!stop_) {
-        const bool heard = port_.handle_frames(kStep) > 0;
-        const Clock::time_point now = Clock::now();
-        last_frame = heard ? now : last_frame;
-        if (now - last_frame > 20 * kStep || now - last_step > 10 * kStep) {
-          last_step = now;  // time that is given up
-        }
-        for (; now - last_step >= kStep; last_step += kStep) {
-          arm_.advance(kStep);
-        }
-      }
-    });
-  }
+  /// Runs in real time on a thread as long as commands arrive; without them the arm's time stops,
+  /// so that a controller that got no processor time does not lose its motors.
+  void live() { realtime_.start(); }
 
-  /// Ends either; the arm is the test's again.
+  /// Ends `answer` and `live`; the test may use the arm again.
   void halt() {
+    realtime_.stop();
     stop_ = true;
     if (thread_.joinable()) {
       thread_.join();
@@ -73,23 +54,24 @@ class SimulatedHardware {
     stop_ = false;
   }
 
-  /// Handles exactly so many frames, then lets time pass.
+  /// Handles at least this many frames, then lets time pass.
   void step(int frames, std::chrono::nanoseconds time) {
     constexpr std::chrono::seconds kPatience{20};
     const auto end = std::chrono::steady_clock::now() + kPatience;
     for (int handled = 0; handled < frames;) {
-      handled += port_.handle_frames(std::chrono::milliseconds(100));
+      handled += realtime_.bus().handle_frames(std::chrono::milliseconds(100));
       if (std::chrono::steady_clock::now() > end) {
-        throw std::runtime_error("the frames of this step did not come");
+        throw std::runtime_error("the frames of this step did not arrive");
       }
     }
-    arm_.advance(time);
+    realtime_.arm().advance(time);
   }
 
  private:
+  using RealtimeArm = kelvara::simulation::RealtimeArm;
+
   TestBus bus_;
-  SimulatedArm arm_;
-  kelvara::simulation::SimulatedArmBus port_;
+  RealtimeArm realtime_;
   std::thread thread_;
   std::atomic<bool> stop_{false};
 };

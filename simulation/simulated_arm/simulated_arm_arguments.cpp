@@ -1,0 +1,121 @@
+#include "simulation/simulated_arm/simulated_arm_arguments.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <map>
+#include <sstream>
+
+#include "simulation/simulated_arm/motor_facts.hpp"
+
+namespace kelvara::simulation {
+namespace {
+
+constexpr double kStartRange = kMotors[0].model.pmax;  // rad, what the motors can report
+constexpr double kHandRange = 1.0;                     // m
+constexpr double kMaxLoad = 5.0;                       // kg
+
+double parse_number(const std::string& text, const std::string& option) {
+  std::istringstream stream(text);
+  double value = 0.0;
+  if (!(stream >> value) || !stream.eof()) {
+    throw UsageError(option + ": '" + text + "' is not a number");
+  }
+  return value;
+}
+
+/// Numbers separated by commas, each within [-range, range].
+template <std::size_t kCount>
+std::array<double, kCount> parse_numbers(const std::string& text, const std::string& option,
+                                         double range) {
+  std::vector<double> values;
+  std::istringstream stream(text);
+  for (std::string part; std::getline(stream, part, ',');) {
+    values.push_back(parse_number(part, option));
+  }
+  std::array<double, kCount> numbers{};
+  std::ostringstream problem;
+  if (values.size() != kCount || text.back() == ',') {
+    problem << option << " needs " << kCount << " numbers";
+    throw UsageError(problem.str());
+  }
+  std::copy(values.begin(), values.end(), numbers.begin());
+  if (!std::all_of(values.begin(), values.end(),
+                   [range](double value) { return std::abs(value) <= range; })) {
+    problem << option << ": numbers must be within " << -range << " to " << range;
+    throw UsageError(problem.str());
+  }
+  return numbers;
+}
+
+double parse_load(const std::string& text) {
+  const double load = parse_number(text, "--load");
+  if (!(load >= 0.0 && load <= kMaxLoad)) {
+    throw UsageError("--load must be 0 to 5 kg");
+  }
+  return load;
+}
+
+using Arguments = SimulatedArmArguments;
+
+const std::map<std::string, void (*)(Arguments&)> kFlags{
+    {"--fd", [](Arguments& arguments) { arguments.arm.fd = true; }},
+    {"--no-gripper", [](Arguments& arguments) { arguments.arm.arm.with_gripper = false; }},
+    {"--show", [](Arguments& arguments) { arguments.show = true; }},
+    {"--help", [](Arguments& arguments) { arguments.help = true; }},
+};
+
+const std::map<std::string, void (*)(Arguments&, const std::string&)> kOptions{
+    {"--interface",
+     [](Arguments& arguments, const std::string& value) { arguments.arm.interface = value; }},
+    {"--start",
+     [](Arguments& arguments, const std::string& value) {
+       arguments.arm.arm.start = parse_numbers<6>(value, "--start", kStartRange);
+     }},
+    {"--load", [](Arguments& arguments,
+                  const std::string& value) { arguments.arm.arm.load_kg = parse_load(value); }},
+    {"--hand",
+     [](Arguments& arguments, const std::string& value) {
+       arguments.hand = parse_numbers<3>(value, "--hand", kHandRange);
+     }},
+    {"--urdf", [](Arguments& arguments, const std::string& value) { arguments.urdf = value; }},
+    {"--config", [](Arguments& arguments, const std::string& value) { arguments.config = value; }},
+};
+
+}  // namespace
+
+const char* const kSimulatedArmUsage =
+    "usage: kelvara-simulated-arm --interface NAME [--fd] [--no-gripper] [--start Q1,...,Q6]\n"
+    "                             [--load KG] [--hand DX,DY,DZ] [--show]\n"
+    "                             [--urdf FILE] [--config FILE]\n"
+    "  --interface NAME   SocketCAN interface, real or virtual\n"
+    "  --fd               answer with CAN-FD frames\n"
+    "  --no-gripper       six motors instead of seven\n"
+    "  --start Q1,...,Q6  joint angles at rest before the motors are enabled, rad\n"
+    "  --load KG          mass held in the gripper, 0 to 5\n"
+    "  --hand DX,DY,DZ    a hand that carries the floating arm's tool so far, m, and lets go\n"
+    "  --show             print what the arm does\n"
+    "  --urdf FILE, --config FILE  another robot description";
+
+SimulatedArmArguments parse_arguments(const std::vector<std::string>& words) {
+  SimulatedArmArguments arguments;
+  for (auto word = words.begin(); word != words.end(); ++word) {
+    const auto flag = kFlags.find(*word);
+    const auto option = kOptions.find(*word);
+    if (flag != kFlags.end()) {
+      flag->second(arguments);
+    } else if (option == kOptions.end()) {
+      throw UsageError("unknown option '" + *word + "'; --help lists them");
+    } else if (++word == words.end()) {
+      throw UsageError(option->first + " needs a value");
+    } else {
+      option->second(arguments, *word);
+    }
+  }
+  if (arguments.arm.interface.empty() && !arguments.help) {
+    throw UsageError("--interface NAME is missing; --help lists the options");
+  }
+  return arguments;
+}
+
+}  // namespace kelvara::simulation
