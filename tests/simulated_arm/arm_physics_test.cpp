@@ -1,5 +1,4 @@
-// The simulated body against the library's model of the same arm: MuJoCo against KDL. And the arm
-// as a whole, stepped by hand.
+// Compares the simulated body with the library's model of the same arm: MuJoCo with KDL.
 
 #include "simulation/simulated_arm/arm_physics.hpp"
 
@@ -8,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "kelvara/kinematics/kinematics.hpp"
-#include "simulation/simulated_arm/simulated_arm.hpp"
 
 namespace kelvara::simulation {
 namespace {
@@ -16,8 +14,7 @@ namespace {
 using Joints = ArmPhysics::Joints;
 
 struct ArmPhysicsTest : ::testing::Test {
-  RobotDescription description =
-      load_robot_description("config/BrimloV2.SLDASM.urdf", "config/robot_kinematics.yaml");
+  RobotDescription description = load_robot_description();
   ArmPhysics physics{description};
   RobotKinematics model;
   std::mt19937 random{5};
@@ -31,7 +28,7 @@ struct ArmPhysicsTest : ::testing::Test {
   }
 };
 
-TEST_F(ArmPhysicsTest, ObeysTheLibrarysInverseDynamicsAndKinematics) {
+TEST_F(ArmPhysicsTest, AgreesWithTheLibrarysInverseDynamicsAndKinematics) {
   const Joints rotors = ArmPhysics::rotor_inertia();
   for (int trial = 0; trial < 200; ++trial) {
     const Joints q = draw(0.6);
@@ -60,30 +57,6 @@ TEST_F(ArmPhysicsTest, FallsWithoutTorqueAndRestsAtItsStops) {
   for (const double velocity : physics.velocities()) {
     EXPECT_LT(std::abs(velocity), 0.05);
   }
-}
-
-canfd_frame frame_of(unsigned id, const std::array<std::uint8_t, 8>& data) {
-  canfd_frame frame{};
-  frame.can_id = id;
-  frame.len = 8;
-  std::copy(data.begin(), data.end(), frame.data);
-  return frame;
-}
-
-TEST_F(ArmPhysicsTest, RestsInItsCradleUntilEnabledAndSinksOnceDisabled) {
-  SimulatedArm arm(description, {});
-  EXPECT_EQ(arm.motor_count(), 7U);
-  std::vector<canfd_frame> replies;
-  arm.advance(std::chrono::seconds(1));
-  EXPECT_EQ(arm.joint_positions(), Joints{});
-  arm.receive(frame_of(2, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFC}), replies);
-  arm.advance(std::chrono::microseconds(999));
-  EXPECT_EQ(arm.joint_positions(), Joints{}) << "no whole millisecond has passed";
-  arm.advance(std::chrono::microseconds(1));
-  EXPECT_NE(arm.joint_positions(), Joints{});
-  arm.receive(frame_of(2, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFD}), replies);
-  arm.advance(std::chrono::seconds(1));
-  EXPECT_GT(arm.joint_positions()[1], 0.3);
 }
 
 }  // namespace

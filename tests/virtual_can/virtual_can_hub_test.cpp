@@ -1,20 +1,16 @@
-#include <linux/can.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "simulation/virtual_can/virtual_can_hub.hpp"
 
-#include <cerrno>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
 
-#include "simulation/virtual_can/virtual_can_hub.hpp"
 #include "support/test_bus.hpp"
 
 namespace {
 
 using kelvara::simulation::VirtualCanHub;
 
-TEST(VirtualCan, KeepsNamesUniqueAndRefusesBadOnes) {
+TEST(VirtualCanHubTest, KeepsNamesUniqueAndRefusesBadOnes) {
   TestBus bus;
   EXPECT_THROW(VirtualCanHub("can0"), std::runtime_error);
   for (const char* name : {"", "a/b", "a b", "..", "sixteen-letters-"}) {
