@@ -11,7 +11,7 @@
 namespace kelvara::simulation {
 namespace {
 
-constexpr double kStartRange = kMotors[0].model.pmax;  // rad, what the motors can report
+constexpr double kStartRange = kMotors[0].model.pmax;  // rad, the range of the motors' feedback
 constexpr double kHandRange = 1.0;                     // m
 constexpr double kMaxLoad = 5.0;                       // kg
 

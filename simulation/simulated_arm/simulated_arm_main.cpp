@@ -1,4 +1,4 @@
-// kelvara-simulated-arm: the arm without the arm, on any SocketCAN interface.
+// kelvara-simulated-arm: a simulated arm on any SocketCAN interface.
 
 #include <signal.h>
 

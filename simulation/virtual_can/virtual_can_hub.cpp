@@ -36,7 +36,8 @@ std::uint64_t realtime_ns() {
 
 }  // namespace
 
-/// The hub's state and thread.
+/// The hub's thread and what it serves. The thread alone uses the clients; the interface's page is
+/// atomic.
 class VirtualCanHub::Loop {
  public:
   Loop(const std::string& name, int mtu)
@@ -178,7 +179,7 @@ class VirtualCanHub::Loop {
     }
   }
 
-  /// Delivers a frame to every other socket that wants it.
+  /// Delivers a frame to the sockets whose options ask for it.
   void distribute(const Client& sender, const std::uint8_t* frame, std::size_t size) {
     state_->frames.fetch_add(1, std::memory_order_relaxed);
     if (sender.options.loopback == 0U) {
@@ -225,8 +226,8 @@ class VirtualCanHub::Loop {
   Descriptor listener_;
   Descriptor epoll_;
   Descriptor stop_;
-  std::map<int, Client> clients_;  // by descriptor; used by the thread only
-  Received received_;              // used by the thread only
+  std::map<int, Client> clients_;  // by descriptor
+  Received received_;
   std::thread thread_;
 };
 

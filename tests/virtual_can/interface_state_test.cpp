@@ -66,7 +66,7 @@ TEST_F(InterfaceState, ReportsThatTheInterfaceWentDownOnceToEachSocketInTheFirst
   EXPECT_EQ(read_error(reader), EAGAIN);
 }
 
-TEST_F(InterfaceState, WakesWhoeverWaitsWhenTheInterfaceGoesDown) {
+TEST_F(InterfaceState, WakesWaitingReadersWhenTheInterfaceGoesDown) {
   const BusPeer reader;
   for (const bool polls : {true, false}) {
     std::thread breaker([&] {
