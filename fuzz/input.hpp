@@ -10,7 +10,7 @@
 #include <limits>
 #include <type_traits>
 
-/// A fuzzer's bytes, taken from front to back; zeros once they have run out.
+/// A fuzzer's bytes, consumed from front to back, followed by zeros.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : data_(data), left_(size) {}
@@ -33,7 +33,7 @@ class Input {
   unsigned choose(unsigned count) { return take<std::uint8_t>() % count; }
   bool flip() { return choose(2) == 1; }
 
-  /// Any double: one from the edges, one of everyday size, or eight bytes as they come.
+  /// Any double: an edge case, one of everyday size, or the next eight bytes.
   double number() {
     using Limits = std::numeric_limits<double>;
     static constexpr std::array kEdges{0.0,
@@ -77,7 +77,7 @@ class Input {
   std::size_t left_;
 };
 
-/// Ends the run as a finding.
+/// Aborts, which the fuzzer reports as a finding, unless the law holds.
 inline void require(bool holds, const char* law) {
   if (!holds) {
     std::fprintf(stderr, "BROKEN: %s\n", law);
@@ -85,7 +85,7 @@ inline void require(bool holds, const char* law) {
   }
 }
 
-/// What the library reports would fill the logs; what a fuzzer finds goes past this.
+/// Discards what the library prints; findings are written to stderr directly.
 inline void silence_reports() {
   std::cout.rdbuf(nullptr);
   std::cerr.rdbuf(nullptr);
