@@ -1,20 +1,16 @@
 // A configuration file of any bytes: it makes settings that an arm can run on, or one clear error.
 
-#include <cmath>
+#include <algorithm>
+#include <stdexcept>
 
-#include "controller/controller_config.hpp"
-#include "controller/fatal.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 #include "support/temporary_directory.hpp"
 
+#include "description/controller_settings.hpp"
 #include "fuzz/input.hpp"
 
 namespace {
 
-/// Thrown where the library would end the process.
-struct StartupEnds {};
-
-constexpr const char* kUnreadable = "Failed to parse kinematics config at ";
 constexpr const char* kUrdf = R"(<robot name="r"><link name="a"/>
   <link name="b"><inertial><mass value="2"/></inertial></link>
   <joint name="j" type="revolute"><parent link="a"/><child link="b"/><axis xyz="0 1 0"/></joint>
@@ -25,47 +21,34 @@ const TemporaryWorkingDirectory& directory() {
   return instance;
 }
 
-/// Whether the file as a whole could be read; a part that is malformed is only refused.
-template <typename Load>
-bool can_be_read(Load load) {
+template <typename Values>
+bool are_limits(const Values& values) {
+  return std::all_of(values.begin(), values.end(), [](double value) { return value >= 0.0; });
+}
+
+void check_settings(const kelvara::description::ControllerSettings& settings) {
+  require(are_limits(settings.pos_vel.max_acc_limits), "an acceleration limit is a limit");
+  require(are_limits(settings.pos_vel.max_dec_limits), "a deceleration limit is a limit");
+  require(are_limits(settings.pos_vel.kp_apr_limits), "a position gain is a gain");
+  require(are_limits(settings.mit.kp) && are_limits(settings.mit.kd), "a gain is a gain");
+  require(are_limits(settings.mit.gravity_tau_limits), "a torque limit is a limit");
+  const double speed = settings.joint_trajectory.default_speed_percent;
+  require(speed > 0.0 && speed <= 1.0, "the default speed is a fraction");
+}
+
+/// Whether `read` can open and parse the file; a part may be malformed.
+template <typename Read>
+bool can_be_parsed(Read read) {
   try {
-    load();
-  } catch (const StartupEnds&) {
+    read();
+  } catch (const kelvara::description::UnreadableFile&) {
     return false;
   } catch (const std::runtime_error&) {
   }
   return true;
 }
 
-bool is_limit(double value) { return value >= 0.0; }
-
-void check_parts(bool expect_readable) {
-  using namespace kelvara::controller;
-  const bool readable[]{
-      can_be_read([] {
-        const JointArray acceleration = load_pos_vel_mode_config().max_acc_limits;
-        require(std::all_of(acceleration.begin(), acceleration.end(), is_limit),
-                "an acceleration limit is a limit");
-      }),
-      can_be_read([] {
-        const JointArray torque = load_mit_mode_config().gravity_tau_limits;
-        require(std::all_of(torque.begin(), torque.end(), is_limit), "a torque limit is a limit");
-      }),
-      can_be_read([] {
-        const double speed = load_joint_trajectory_config().default_speed_percent;
-        require(speed > 0.0 && speed <= 1.0, "the default speed is a fraction");
-      }),
-      can_be_read([] { load_motor_signs_config(); }),
-  };
-  for (const bool part : readable) {
-    require(part == expect_readable, "all parts judge the file alike");
-  }
-}
-
 }  // namespace
-
-// The linker takes this one instead of the library's, which is in an archive.
-void kelvara::controller::fail_startup(const std::string& /*message*/) { throw StartupEnds{}; }
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   silence_reports();
@@ -75,14 +58,13 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   directory().write("config/robot_kinematics.yaml", {reinterpret_cast<const char*>(data), size});
-  bool readable = true;
-  try {
+  const bool by_model = can_be_parsed([] {
     RobotKinematics model;
     model.gravity_compensation_kdl({0.5});
     model.forward_kinematics(Eigen::VectorXd::Constant(1, 0.5));
-  } catch (const std::runtime_error& error) {
-    readable = std::strncmp(error.what(), kUnreadable, std::strlen(kUnreadable)) != 0;
-  }
-  check_parts(readable);
+  });
+  const bool by_controller =
+      can_be_parsed([] { check_settings(kelvara::description::load_controller_settings()); });
+  require(by_model == by_controller, "both readers find the file readable, or neither does");
   return 0;
 }

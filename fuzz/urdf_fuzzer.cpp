@@ -6,14 +6,14 @@
 #include <kdl/frames.hpp>
 
 #include "kelvara/kinematics/kinematics.hpp"
-#include "kinematics/urdf_chain.hpp"
 #include "support/temporary_directory.hpp"
 
+#include "description/urdf.hpp"
 #include "fuzz/input.hpp"
 
 namespace {
 
-using kelvara::kinematics::UrdfDescription;
+using kelvara::description::UrdfDescription;
 
 constexpr const char* kUrdf = "config/BrimloV2.SLDASM.urdf";
 constexpr std::size_t kMaxSolvedJoints = 8;  // longer chains take the solver too long
@@ -45,7 +45,7 @@ void check_solution(RobotKinematics& model, const std::vector<double>& pose,
     return;
   }
   for (std::size_t j = 0; j < solution.size(); ++j) {
-    require(std::isfinite(solution[j]), "a solution is a number");
+    require(std::isfinite(solution[j]), "a solution is finite");
     if (model.joint_has_limits()[j] && model.joint_lower()[j] <= model.joint_upper()[j]) {
       require(solution[j] >= model.joint_lower()[j] && solution[j] <= model.joint_upper()[j],
               "a solution keeps the joint limits");
@@ -89,7 +89,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   directory().write(kUrdf, {reinterpret_cast<const char*>(data), size});
   try {
-    const bool comparable = turns_only(kelvara::kinematics::load_urdf(kUrdf));
+    const bool comparable = turns_only(kelvara::description::load_urdf(kUrdf));
     RobotKinematics model;
     check_model(model, comparable);
   } catch (const std::runtime_error&) {

@@ -31,10 +31,6 @@ inline constexpr std::uint8_t kQueryCommand = 0x33;
 inline constexpr std::uint8_t kWriteCommand = 0x55;
 inline constexpr std::uint8_t kRefreshCommand = 0xCC;
 
-// ---- Ranges of the MIT gains on the wire; gains outside [0, max] are clamped ----
-inline constexpr double kMaxKp = 500.0;  // N·m/rad
-inline constexpr double kMaxKd = 5.0;    // N·m·s/rad
-
 // ---- Commands; `id` is the motor's command identifier ----
 Payload command_payload(std::uint8_t command);
 /// Requests one feedback frame; carries only the low byte of `id`.

@@ -1,146 +1,130 @@
 #include "description/controller_settings.hpp"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include <yaml-cpp/yaml.h>
 
-#include "kelvara/kinematics/kinematics.hpp"
+#include "kelvara/damiao_motor/motor_type.hpp"
+
+#include "description/classic_stream.hpp"
+#include "description/file_search.hpp"
 
 namespace kelvara::description {
 namespace {
 
-/// The robot's YAML file, opened for one of its parts.
-struct ConfigFile {
+/// One part of the file, and what the messages call it.
+struct Section {
+  YAML::Node map;
   std::string path;
-  YAML::Node root;
+  std::string key;
+  std::string subject;
+
+  std::string invalid() const { return "Invalid " + subject + " config at " + path + ": "; }
 };
 
-/// @param subject What the messages call the part that is read.
-ConfigFile open_config(const std::string& subject) {
-  ConfigFile file{algorithms::resolve_robot_kinematics_config_path(), {}};
-  try {
-    file.root = YAML::LoadFile(file.path);
-  } catch (const YAML::BadFile& error) {
-    throw UnreadableFile("Failed to open " + subject + " config at " + file.path + ": " +
-                         error.what());
-  } catch (const YAML::ParserException& error) {
-    throw UnreadableFile("Failed to parse " + subject + " config at " + file.path + ": " +
-                         error.what());
+Section require_map(const YAML::Node& root, const std::string& path, const char* key,
+                    const char* subject) {
+  Section section{child(root, key), path, key, subject};
+  if (!section.map.IsDefined() || !section.map.IsMap()) {
+    throw std::runtime_error(section.invalid() + "missing '" + key + "' map");
   }
-  return file;
+  return section;
 }
 
-/// The child of a map, or an undefined node for anything else.
-YAML::Node child(const YAML::Node& node, const char* key) {
-  return node.IsDefined() && node.IsMap() ? node[key] : YAML::Node(YAML::NodeType::Undefined);
+std::string invalid_array(const std::string& path, const std::string& field_name) {
+  return "Invalid joint array config at " + path + ": field '" + field_name + "' ";
 }
 
-YAML::Node require_map(const ConfigFile& file, const char* key, const std::string& subject) {
-  const YAML::Node map = child(file.root, key);
-  if (!map.IsDefined() || !map.IsMap()) {
-    throw std::runtime_error("Invalid " + subject + " config at " + file.path + ": missing '" +
-                             key + "' map");
-  }
-  return map;
-}
-
-std::string invalid_array(const std::string& config_path, const std::string& field_name) {
-  return "Invalid joint array config at " + config_path + ": field '" + field_name + "' ";
-}
-
-JointArray parse_joint_array(const YAML::Node& node, const std::string& config_path,
+JointArray parse_joint_array(const YAML::Node& node, const std::string& path,
                              const std::string& field_name) {
-  const std::string where = invalid_array(config_path, field_name);
-  if (!node.IsDefined() || !node.IsSequence() || node.size() != kJointCount) {
-    throw std::runtime_error(where + "must be a sequence of 6 numbers");
-  }
-  JointArray values{};
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    try {
-      values[i] = node[i].as<double>();
-    } catch (const YAML::BadConversion& error) {
-      throw std::runtime_error(where + "contains a non-numeric value: " + error.what());
-    }
-  }
-  return values;
+  return read_array<kJointCount>(
+      node, {invalid_array(path, field_name), [](const YAML::Node& entry) -> std::string {
+               return YAML::TypedBadConversion<double>(entry.Mark()).what();
+             }});
 }
 
-/// A joint array of limits or gains. One that is negative, or no number, would turn a limit into a
-/// command or leave a joint limp.
-JointArray parse_limits(const YAML::Node& node, const std::string& config_path,
-                        const std::string& field_name) {
-  const JointArray limits = parse_joint_array(node, config_path, field_name);
-  for (const double limit : limits) {
-    if (!(limit >= 0.0)) {
-      throw std::runtime_error(invalid_array(config_path, field_name) +
-                               "must not hold negative values");
-    }
+JointArray parse_joint_array(const Section& section, const char* key) {
+  return parse_joint_array(child(section.map, key), section.path, section.key + "." + key);
+}
+
+/// A joint array of limits or gains. A negative or NaN limit would become a command; such a gain
+/// would drive a joint away from its target or leave it limp.
+JointArray parse_limits(const Section& section, const char* key) {
+  const JointArray limits = parse_joint_array(section, key);
+  if (!std::all_of(limits.begin(), limits.end(), [](double limit) { return limit >= 0.0; })) {
+    throw std::runtime_error(invalid_array(section.path, section.key + "." + key) +
+                             "must not hold negative values");
   }
   return limits;
 }
 
-/// An optional number; absent or null leaves `value` as it is.
-void read_number(const YAML::Node& node, double& value, const std::string& message) {
+/// An optional number; when it is absent or null, `value` keeps its default.
+void read_optional(const Section& section, const char* key, double& value,
+                   const std::string& message) {
+  const YAML::Node node = child(section.map, key);
   if (!node.IsDefined() || node.IsNull()) {
     return;
   }
-  try {
-    value = node.as<double>();
-  } catch (const YAML::BadConversion&) {
+  const std::optional<double> number = as_number(node);
+  if (!number) {
     throw std::runtime_error(message);
   }
+  value = *number;
 }
 
-PosVelModeConfig load_pos_vel_mode_config(const ConfigFile& file) {
-  const YAML::Node map = require_map(file, "pos_vel_mode", "POS_VEL_MODE");
-  const auto array = [&](const char* key) {
-    return parse_joint_array(child(map, key), file.path, std::string("pos_vel_mode.") + key);
-  };
-  return {parse_limits(child(map, "max_acc_limits"), file.path, "pos_vel_mode.max_acc_limits"),
-          array("max_dec_limits"), array("kp_apr_limits")};
+PosVelModeConfig parse_pos_vel_mode(const Section& section) {
+  return {parse_limits(section, "max_acc_limits"), parse_limits(section, "max_dec_limits"),
+          parse_limits(section, "kp_apr_limits")};
 }
 
-MitModeConfig load_mit_mode_config(const ConfigFile& file) {
-  const YAML::Node map = require_map(file, "mit_mode", "MIT_MODE");
-  const auto array = [&](const char* key) {
-    return parse_limits(child(map, key), file.path, std::string("mit_mode.") + key);
-  };
-  MitModeConfig config{array("kp"), array("kd"), array("gravity_tau_limits")};
-  read_number(child(map, "gravity_comp_scale"), config.gravity_comp_scale,
-              "Invalid MIT_MODE config at " + file.path + ": gravity_comp_scale must be a number");
+MitModeConfig parse_mit_mode(const Section& section) {
+  MitModeConfig config{parse_limits(section, "kp"), parse_limits(section, "kd"),
+                       parse_limits(section, "gravity_tau_limits")};
+  read_optional(section, "gravity_comp_scale", config.gravity_comp_scale,
+                section.invalid() + "gravity_comp_scale must be a number");
   return config;
 }
 
-JointTrajectoryConfig load_joint_trajectory_config(const ConfigFile& file) {
-  const YAML::Node map = require_map(file, "joint_trajectory", "joint trajectory");
-  const auto array = [&](const char* key) {
-    return parse_joint_array(child(map, key), file.path, std::string("joint_trajectory.") + key);
-  };
-  JointTrajectoryConfig config{array("max_vel_limits"), array("max_acc_limits"),
-                               array("max_jerk_limits")};
-  const std::string message = "Invalid joint trajectory config at " + file.path +
-                              ": default_speed_percent must be in (0, 1]";
-  read_number(child(map, "default_speed_percent"), config.default_speed_percent, message);
+JointTrajectoryConfig parse_joint_trajectory(const Section& section) {
+  JointTrajectoryConfig config{parse_joint_array(section, "max_vel_limits"),
+                               parse_joint_array(section, "max_acc_limits"),
+                               parse_joint_array(section, "max_jerk_limits")};
+  const std::string message = section.invalid() + "default_speed_percent must be in (0, 1]";
+  read_optional(section, "default_speed_percent", config.default_speed_percent, message);
   if (!(config.default_speed_percent > 0.0 && config.default_speed_percent <= 1.0)) {
     throw std::runtime_error(message);
   }
   return config;
 }
 
-JointArray load_motor_signs_config(const ConfigFile& file) {
-  return parse_joint_array(child(file.root, "motor_signs"), file.path, "motor_signs");
+/// Adds a line for each joint whose gain a frame cannot carry.
+void report_gains(const char* key, const JointArray& gains, double max,
+                  std::vector<std::string>& reports) {
+  for (std::size_t i = 0; i < gains.size(); ++i) {
+    if (gains[i] > max) {
+      ClassicStream line;
+      line << "mit_mode." << key << " of joint " << i + 1 << " is " << gains[i]
+           << "; a frame carries at most " << max << ", which is sent";
+      reports.push_back(line.str());
+    }
+  }
 }
 
 }  // namespace
 
 ControllerSettings load_controller_settings() {
-  const ConfigFile file = open_config("POS_VEL_MODE");
+  const std::string path = algorithms::resolve_robot_kinematics_config_path();
   ControllerSettings settings;
-  settings.path = file.path;
-  settings.pos_vel = load_pos_vel_mode_config(file);
-  settings.mit = load_mit_mode_config(file);
-  settings.joint_trajectory = load_joint_trajectory_config(file);
-  settings.motor_signs = load_motor_signs_config(file);
+  settings.path = path;
+  const YAML::Node root = load_yaml(path, "POS_VEL_MODE");  // the part that is read first
+  settings.pos_vel = parse_pos_vel_mode(require_map(root, path, "pos_vel_mode", "POS_VEL_MODE"));
+  settings.mit = parse_mit_mode(require_map(root, path, "mit_mode", "MIT_MODE"));
+  settings.joint_trajectory =
+      parse_joint_trajectory(require_map(root, path, "joint_trajectory", "joint trajectory"));
+  settings.motor_signs = parse_joint_array(child(root, "motor_signs"), path, "motor_signs");
+  report_gains("kp", settings.mit.kp, damiao_motor::kMaxKp, settings.reports);
+  report_gains("kd", settings.mit.kd, damiao_motor::kMaxKd, settings.reports);
   return settings;
 }
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "description/joint_array.hpp"
+#include "description/yaml_file.hpp"
 
 namespace kelvara::description {
 
@@ -18,18 +18,18 @@ struct MitModeConfig {
   JointArray kp{};                  // N·m/rad
   JointArray kd{};                  // N·m·s/rad
   JointArray gravity_tau_limits{};  // N·m, ± clip of the feed-forward
-  double gravity_comp_scale = 1.0;  // checked, not applied
+  double gravity_comp_scale = 1.0;  // checked to be a number, not applied
 };
 
 /// Limits of waypoint moves; timed moves have none.
 struct JointTrajectoryConfig {
-  JointArray max_vel_limits{};   // rad/s
-  JointArray max_acc_limits{};   // rad/s²
-  JointArray max_jerk_limits{};  // rad/s³
-  double default_speed_percent = 0.1;
+  JointArray max_vel_limits{};         // rad/s
+  JointArray max_acc_limits{};         // rad/s²
+  JointArray max_jerk_limits{};        // rad/s³
+  double default_speed_percent = 0.1;  // fraction of the limits, (0, 1]
 };
 
-/// What the controller reads of the YAML file.
+/// The controller's parts of the YAML file.
 struct ControllerSettings {
   std::string path;  // of the file
   PosVelModeConfig pos_vel;
@@ -40,16 +40,12 @@ struct ControllerSettings {
   std::vector<std::string> reports;
 };
 
-/// The YAML file cannot be opened or parsed.
-class UnreadableFile : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-/// Finds "robot_kinematics.yaml", opens it once and reads the controller's four parts of it.
+/// Finds "robot_kinematics.yaml", opens it once and reads the parts `pos_vel_mode`, `mit_mode`,
+/// `joint_trajectory` and `motor_signs`, in this order.
 /// @throws UnreadableFile when the file cannot be opened or parsed.
-/// @throws std::runtime_error for a part that is missing or malformed, and for a gain or limit that
-///         is negative or NaN.
+/// @throws std::runtime_error when there is no file, for a field that is missing or malformed, for
+///         a negative or NaN limit or gain of `pos_vel_mode` and `mit_mode`, and for a default
+///         speed outside (0, 1].
 ControllerSettings load_controller_settings();
 
 }  // namespace kelvara::description

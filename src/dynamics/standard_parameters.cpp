@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include <kdl/chain.hpp>
 #include <kdl/rigidbodyinertia.hpp>
 
 namespace kelvara::dynamics {

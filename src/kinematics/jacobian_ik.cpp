@@ -1,122 +1,144 @@
+#include "kinematics/jacobian_ik.hpp"
+
 #include <algorithm>
-#include <cmath>
 #include <iostream>
-#include <sstream>
+#include <vector>
 
 #include <Eigen/Cholesky>
-#include <Eigen/Geometry>
 
-#include "kelvara/kinematics/kinematics.hpp"
+#include "kinematics/rotations.hpp"
 
+#include "description/classic_stream.hpp"
+
+namespace kelvara::kinematics {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kDifferenceStep = 1e-6;    // rad
 constexpr double kOrientationWeight = 0.2;  // of the orientation error in the step alone
 
-Eigen::Vector4d quaternion_from_euler(const Eigen::Vector3d& rpy) {
-  const Eigen::Quaterniond q = Eigen::AngleAxisd(rpy[2], Eigen::Vector3d::UnitZ()) *
-                               Eigen::AngleAxisd(rpy[1], Eigen::Vector3d::UnitY()) *
-                               Eigen::AngleAxisd(rpy[0], Eigen::Vector3d::UnitX());
-  return q.coeffs();
-}
-
-/// The angle inside [-π, π]; what is no number becomes π.
+/// The angle inside [-π, π]; NaN becomes π.
 double clamp_angle(double angle) {
   const double below = angle < kPi ? angle : kPi;
   return below < -kPi ? -kPi : below;
 }
 
-}  // namespace
-
-/// Storage of one solution, allocated before its first iteration.
-struct RobotKinematics::JacobianWork {
-  explicit JacobianWork(std::size_t joints)
-      : exponentials(joints),
-        differences(joints),
-        suffixes(joints + 1),
-        J(6, static_cast<Eigen::Index>(joints)),
-        A(static_cast<Eigen::Index>(joints), static_cast<Eigen::Index>(joints)),
-        b(static_cast<Eigen::Index>(joints)),
-        dq(static_cast<Eigen::Index>(joints)),
-        factors(static_cast<Eigen::Index>(joints)) {}
-
-  std::vector<Eigen::Matrix4d> exponentials;  // of each joint at the present angles
-  std::vector<Eigen::Matrix4d> differences;   // of each joint's difference step
-  std::vector<Eigen::Matrix4d> suffixes;      // [j]: from joint j to the tool, home included
-  Eigen::Matrix<double, 6, Eigen::Dynamic> J;
-  Eigen::MatrixXd A;
-  Eigen::VectorXd b;
-  Eigen::VectorXd dq;
-  Eigen::LDLT<Eigen::MatrixXd> factors;
-};
-
-/// Moving joint j alone leaves the exponentials before and after it as they are, and
-/// exp(S·(q + δ)) = exp(S·q)·exp(S·δ): a column costs two products instead of a whole forward
-/// kinematics.
-void RobotKinematics::fill_jacobian(const Eigen::Vector3d& position,
-                                    const Eigen::Vector4d& orientation, JacobianWork& work) const {
-  Eigen::Matrix4d prefix = Eigen::Matrix4d::Identity();
-  Eigen::Matrix4d moved;
-  Eigen::Matrix4d T;
-  for (std::size_t j = 0; j < n_; ++j) {
-    const auto column = static_cast<Eigen::Index>(j);
-    moved.noalias() = work.differences[j].lazyProduct(work.suffixes[j + 1]);
-    prefix = prefix.lazyProduct(work.exponentials[j]).eval();
-    T.noalias() = prefix.lazyProduct(moved);
-    work.J.col(column).head<3>() = (T.topRightCorner<3, 1>() - position) / kDifferenceStep;
-    work.J.col(column).tail<3>() =
-        quaternion_error(rotation_matrix_to_quaternion(T.topLeftCorner<3, 3>()), orientation) /
-        kDifferenceStep;
-  }
-}
-
-RobotKinematics::IkResult RobotKinematics::inverse_kinematics_jacobian(
-    const Eigen::Vector3d& target_pos, const Eigen::Vector3d& target_euler,
-    const Eigen::VectorXd& q_init, double threshold_pos, double threshold_rot, int max_iterations,
-    double damping) const {
-  const Eigen::Vector4d target_orientation = quaternion_from_euler(target_euler);
-  Eigen::VectorXd q = q_init;
-  JacobianWork work(n_);
-  if (max_iterations > 0) {
-    check_screw_count(q);
-  }
-  for (std::size_t j = 0; j < n_; ++j) {
-    work.differences[j] = exp_se3(screw_axes_[j], kDifferenceStep);
-  }
-  for (int k = 0; k < max_iterations; ++k) {
-    work.suffixes[n_] = home_;
-    for (std::size_t j = n_; j-- > 0;) {
-      work.exponentials[j] = exp_se3(screw_axes_[j], q[static_cast<Eigen::Index>(j)]);
-      work.suffixes[j] = work.exponentials[j] * work.suffixes[j + 1];
+/// One solution: the iterate's pose and error, and storage that is allocated once.
+class DampedLeastSquares {
+ public:
+  DampedLeastSquares(const ScrewMotion& motion, const JacobianTarget& target)
+      : motion_(motion),
+        target_(target),
+        target_orientation_(quaternion_of_euler(target.euler)),
+        exponentials_(motion.count()),
+        suffixes_(motion.count() + 1),
+        J_(6, joints()),
+        A_(joints(), joints()),
+        b_(joints()),
+        dq_(joints()),
+        factors_(joints()) {
+    for (const ScrewMotion::Axis& axis : motion.screw_axes()) {
+      differences_.push_back(exponential(axis, kDifferenceStep));
     }
-    const Eigen::Matrix4d& T = work.suffixes[0];
-    const Eigen::Vector3d position = T.topRightCorner<3, 1>();
-    const Eigen::Vector4d orientation = rotation_matrix_to_quaternion(T.topLeftCorner<3, 3>());
-    const Eigen::Vector3d position_error = target_pos - position;
-    const Eigen::Vector3d rotation_error = quaternion_error(target_orientation, orientation);
-    if (position_error.norm() < threshold_pos && rotation_error.norm() < threshold_rot) {
-      return {q, true};
-    }
-    Eigen::Matrix<double, 6, 1> error;
-    error << position_error, kOrientationWeight * rotation_error;
-    fill_jacobian(position, orientation, work);
-    work.A.noalias() = work.J.transpose().lazyProduct(work.J);
-    work.A.diagonal().array() += damping;
-    work.b.noalias() = work.J.transpose().lazyProduct(error);
-    work.factors.compute(work.A);
-    work.dq = work.factors.solve(work.b);
-    q += work.dq;
+  }
+
+  /// Computes the pose at `q` and its error, and whether that is below the thresholds.
+  bool reaches_target(const Eigen::Map<Eigen::VectorXd>& q) {
+    compute_pose(q);
+    const Eigen::Vector3d position_error = target_.position - position_;
+    const Eigen::Vector3d orientation_error = rotation_error(target_orientation_, orientation_);
+    error_ << position_error, kOrientationWeight * orientation_error;
+    return position_error.norm() < target_.threshold_pos &&
+           orientation_error.norm() < target_.threshold_rot;
+  }
+
+  /// Moves `q`, the iterate of the last `reaches_target`, by one step.
+  void update(Eigen::Map<Eigen::VectorXd>& q) {
+    fill_jacobian();
+    A_.noalias() = J_.transpose().lazyProduct(J_);
+    A_.diagonal().array() += target_.damping;
+    b_.noalias() = J_.transpose().lazyProduct(error_);
+    factors_.compute(A_);
+    dq_ = factors_.solve(b_);
+    q += dq_;
     std::transform(q.begin(), q.end(), q.begin(), clamp_angle);
   }
-  std::ostringstream line;
-  line
-      << "inverse_kinematics_jacobian failed: reason=failed to converge within iteration/threshold "
-         "limits, max_iterations="
-      << max_iterations << ", threshold_pos=" << threshold_pos
-      << ", threshold_rot=" << threshold_rot << ", damping=" << damping << ", target_pos=["
-      << target_pos[0] << ", " << target_pos[1] << ", " << target_pos[2] << "], target_euler=["
-      << target_euler[0] << ", " << target_euler[1] << ", " << target_euler[2] << "]\n";
+
+ private:
+  Eigen::Index joints() const { return static_cast<Eigen::Index>(motion_.count()); }
+
+  void compute_pose(const Eigen::Map<Eigen::VectorXd>& q) {
+    suffixes_.back() = motion_.home();
+    for (std::size_t j = motion_.count(); j-- > 0;) {
+      exponentials_[j] = exponential(motion_.screw_axes()[j], q[static_cast<Eigen::Index>(j)]);
+      suffixes_[j] = exponentials_[j] * suffixes_[j + 1];
+    }
+    position_ = suffixes_[0].topRightCorner<3, 1>();
+    orientation_ = quaternion_of(suffixes_[0].topLeftCorner<3, 3>());
+  }
+
+  /// Moving joint j alone leaves the exponentials before and after it as they are, and
+  /// exp(S·(q + δ)) = exp(S·q)·exp(S·δ): a column costs two products instead of a whole forward
+  /// kinematics.
+  void fill_jacobian() {
+    Eigen::Matrix4d prefix = Eigen::Matrix4d::Identity();
+    Eigen::Matrix4d moved;
+    Eigen::Matrix4d T;
+    for (std::size_t j = 0; j < motion_.count(); ++j) {
+      const auto column = static_cast<Eigen::Index>(j);
+      moved.noalias() = differences_[j].lazyProduct(suffixes_[j + 1]);
+      prefix = prefix.lazyProduct(exponentials_[j]).eval();
+      T.noalias() = prefix.lazyProduct(moved);
+      J_.col(column).head<3>() = (T.topRightCorner<3, 1>() - position_) / kDifferenceStep;
+      J_.col(column).tail<3>() =
+          rotation_error(quaternion_of(T.topLeftCorner<3, 3>()), orientation_) / kDifferenceStep;
+    }
+  }
+
+  const ScrewMotion& motion_;
+  const JacobianTarget& target_;
+  const Eigen::Vector4d target_orientation_;
+  std::vector<Eigen::Matrix4d> exponentials_;  // of each joint at the iterate
+  std::vector<Eigen::Matrix4d> differences_;   // of each joint's difference step
+  std::vector<Eigen::Matrix4d> suffixes_;      // [j]: from joint j to the tool, home included
+  Eigen::Vector3d position_;
+  Eigen::Vector4d orientation_;
+  Eigen::Matrix<double, 6, 1> error_;
+  Eigen::Matrix<double, 6, Eigen::Dynamic> J_;
+  Eigen::MatrixXd A_;
+  Eigen::VectorXd b_;
+  Eigen::VectorXd dq_;
+  Eigen::LDLT<Eigen::MatrixXd> factors_;
+};
+
+void report_failure(const JacobianTarget& target) {
+  const auto& [position, euler, threshold_pos, threshold_rot, max_iterations, damping] = target;
+  description::ClassicStream line;
+  line << "inverse_kinematics_jacobian failed: reason=failed to converge within "
+          "iteration/threshold limits, max_iterations="
+       << max_iterations << ", threshold_pos=" << threshold_pos
+       << ", threshold_rot=" << threshold_rot << ", damping=" << damping << ", target_pos=["
+       << position[0] << ", " << position[1] << ", " << position[2] << "], target_euler=["
+       << euler[0] << ", " << euler[1] << ", " << euler[2] << "]\n";
   std::cerr << line.str() << std::flush;
-  return {q, false};
 }
+
+}  // namespace
+
+bool solve_jacobian_ik(const ScrewMotion& motion, const JacobianTarget& target,
+                       Eigen::Map<Eigen::VectorXd> q) {
+  if (target.max_iterations > 0) {
+    motion.check_joint_count(static_cast<std::size_t>(q.size()));
+  }
+  DampedLeastSquares solution(motion, target);
+  for (int k = 0; k < target.max_iterations; ++k) {
+    if (solution.reaches_target(q)) {
+      return true;
+    }
+    solution.update(q);
+  }
+  report_failure(target);
+  return false;
+}
+
+}  // namespace kelvara::kinematics

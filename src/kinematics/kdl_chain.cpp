@@ -1,14 +1,17 @@
+#include "kinematics/kdl_chain.hpp"
+
 #include <stdexcept>
 
 #include <Eigen/Core>
 #include <kdl/frames.hpp>
 
-#include "kelvara/kinematics/kinematics.hpp"
-#include "kinematics/kinematics_config.hpp"
-#include "kinematics/urdf_chain.hpp"
+#include "kinematics/rotations.hpp"
 
 namespace kelvara::kinematics {
 namespace {
+
+using description::Triple;
+using description::UrdfJoint;
 
 KDL::Vector to_kdl(const Triple& v) { return {v[0], v[1], v[2]}; }
 
@@ -23,18 +26,25 @@ KDL::Joint moving_joint(const UrdfJoint& joint, KDL::Joint::JointType type) {
                     0.0);
 }
 
+KDL::Joint::JointType joint_type(const std::string& urdf_type) {
+  if (urdf_type == "revolute" || urdf_type == "continuous") {
+    return KDL::Joint::RotAxis;
+  }
+  if (urdf_type == "prismatic") {
+    return KDL::Joint::TransAxis;
+  }
+  if (urdf_type == "fixed") {
+    return KDL::Joint::None;
+  }
+  throw std::runtime_error("Unsupported URDF joint type: " + urdf_type);
+}
+
 void add_joint(KDL::Chain& chain, const UrdfJoint& joint, const KDL::RigidBodyInertia& inertia) {
   const KDL::Frame origin = to_kdl_frame(joint.origin_xyz, joint.origin_rpy);
-  KDL::Joint::JointType type = KDL::Joint::None;
-  if (joint.type == "revolute" || joint.type == "continuous") {
-    type = KDL::Joint::RotAxis;
-  } else if (joint.type == "prismatic") {
-    type = KDL::Joint::TransAxis;
-  } else if (joint.type == "fixed") {
+  const KDL::Joint::JointType type = joint_type(joint.type);
+  if (type == KDL::Joint::None) {
     chain.addSegment(KDL::Segment(joint.child, fixed_joint(joint.name), origin, inertia));
     return;
-  } else {
-    throw std::runtime_error("Unsupported URDF joint type: " + joint.type);
   }
   // The origin is a segment of its own, so that the joint turns about the axis in its own frame.
   chain.addSegment(KDL::Segment(joint.name + "_origin", fixed_joint(joint.name + "_origin_fixed"),
@@ -45,7 +55,7 @@ void add_joint(KDL::Chain& chain, const UrdfJoint& joint, const KDL::RigidBodyIn
 
 }  // namespace
 
-KDL::RigidBodyInertia to_kdl_inertia(const UrdfInertial& inertial) {
+KDL::RigidBodyInertia to_kdl_inertia(const description::UrdfInertial& inertial) {
   if (inertial.mass <= 0.0) {
     return KDL::RigidBodyInertia::Zero();
   }
@@ -54,7 +64,7 @@ KDL::RigidBodyInertia to_kdl_inertia(const UrdfInertial& inertial) {
       inertial.ixy, inertial.iyy, inertial.iyz,        //
       inertial.ixz, inertial.iyz, inertial.izz;
   const Eigen::Matrix3d R =
-      t_from_xyzrpy(Eigen::Vector3d::Zero(), Eigen::Vector3d(inertial.origin_rpy.data()))
+      make_transform(Eigen::Vector3d::Zero(), Eigen::Vector3d(inertial.origin_rpy.data()))
           .topLeftCorner<3, 3>();
   const Eigen::Matrix3d rotated = R * tensor * R.transpose();
   return KDL::RigidBodyInertia(inertial.mass, to_kdl(inertial.origin_xyz),
@@ -62,7 +72,8 @@ KDL::RigidBodyInertia to_kdl_inertia(const UrdfInertial& inertial) {
                                                       rotated(0, 1), rotated(0, 2), rotated(1, 2)));
 }
 
-KDL::Chain build_kdl_chain(const UrdfDescription& urdf, const KinematicsConfig& config) {
+KDL::Chain build_kdl_chain(const description::UrdfDescription& urdf,
+                           const description::KinematicsConfig& config) {
   KDL::Chain chain;
   for (const UrdfJoint& joint : urdf.joints) {
     const auto inertial = urdf.inertials.find(joint.child);

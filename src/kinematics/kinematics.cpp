@@ -1,35 +1,141 @@
 #include "kelvara/kinematics/kinematics.hpp"
 
 #include <cstdio>
+#include <utility>
 
-#include <kdl/chainfksolverpos_recursive.hpp>
-#include <kdl/chainiksolverpos_lma.hpp>
+#include "kinematics/jacobian_ik.hpp"
+#include "kinematics/kdl_solvers.hpp"
+#include "kinematics/screw_motion.hpp"
+#include "kinematics/torque_solver.hpp"
 
-#include "kinematics/dynamics.hpp"
-#include "kinematics/kinematics_config.hpp"
-#include "kinematics/urdf_chain.hpp"
+#include "description/file_search.hpp"
+#include "description/kinematics_settings.hpp"
+#include "description/urdf.hpp"
+
+namespace description = kelvara::description;
+namespace kinematics = kelvara::kinematics;
+
+namespace {
+
+std::vector<kinematics::ChainJoint> joints_of(const description::UrdfDescription& urdf) {
+  std::vector<kinematics::ChainJoint> joints;
+  for (const description::UrdfJoint& joint : urdf.joints) {
+    joints.push_back({joint.name, joint.origin_xyz, joint.origin_rpy, joint.axis});
+  }
+  return joints;
+}
+
+}  // namespace
+
+/// The three models of the same arm. They share no state.
+struct RobotKinematics::Model {
+  Model(const description::UrdfDescription& urdf, const description::KinematicsConfig& config)
+      : motion(joints_of(urdf), config.tool_xyz, config.tool_rpy),
+        poses(urdf, config),
+        torques(poses.chain()) {}
+
+  kinematics::ScrewMotion motion;
+  kinematics::KdlSolvers poses;
+  kinematics::TorqueSolver torques;
+};
 
 RobotKinematics::RobotKinematics() {
-  const kelvara::kinematics::KinematicsConfig config =
-      kelvara::kinematics::load_kinematics_config();
-  tool_xyz_ = config.tool_xyz;
-  tool_rpy_ = config.tool_rpy;
-
-  const kelvara::kinematics::UrdfDescription urdf =
-      kelvara::kinematics::load_urdf(kelvara::algorithms::resolve_robot_urdf_path());
-  for (const kelvara::kinematics::UrdfJoint& joint : urdf.joints) {
-    joints_.push_back({joint.name, joint.origin_xyz, joint.origin_rpy, joint.axis});
-    joint_lower_.push_back(joint.lower);
-    joint_upper_.push_back(joint.upper);
-    joint_has_limits_.push_back(joint.has_limits);
-  }
-  build_screw_axes();
-  n_ = screw_axes_.size();
-
-  chain_ = kelvara::kinematics::build_kdl_chain(urdf, config);
-  num_joints_ = static_cast<int>(chain_.getNrOfJoints());
-  std::printf("urdf num_joints_: %d\n", num_joints_);
-  create_solvers();
+  const description::KinematicsConfig config = description::load_kinematics_config();
+  const description::UrdfDescription urdf =
+      description::load_urdf(kelvara::algorithms::resolve_robot_urdf_path());
+  model_ = std::make_unique<Model>(urdf, config);
+  std::printf("urdf num_joints_: %d\n", num_joints());
 }
 
 RobotKinematics::~RobotKinematics() = default;
+
+// ---- Product of exponentials ----------------------------------------------
+
+void RobotKinematics::forward_kinematics_array(const double* q, std::size_t count,
+                                               double* T_base_tool) const {
+  Eigen::Map<Eigen::Matrix4d>{T_base_tool} = model_->motion.forward_kinematics(q, count);
+}
+
+bool RobotKinematics::solve_jacobian_array(const double* target_pos, const double* target_euler,
+                                           double* q, std::size_t count, double threshold_pos,
+                                           double threshold_rot, int max_iterations,
+                                           double damping) const {
+  const kinematics::JacobianTarget target{Eigen::Vector3d(target_pos),
+                                          Eigen::Vector3d(target_euler),
+                                          threshold_pos,
+                                          threshold_rot,
+                                          max_iterations,
+                                          damping};
+  return kinematics::solve_jacobian_ik(
+      model_->motion, target, Eigen::Map<Eigen::VectorXd>(q, static_cast<Eigen::Index>(count)));
+}
+
+void RobotKinematics::build_screw_axes() { model_->motion.build_screw_axes(); }
+
+// ---- KDL chain ------------------------------------------------------------
+
+bool RobotKinematics::solve_ik_kdl(const std::vector<double>& target_pos,
+                                   const std::vector<double>& target_euler,
+                                   const std::vector<double>& seed, std::vector<double>& q_out) {
+  return model_->poses.solve_ik_kdl(target_pos, target_euler, seed, q_out);
+}
+
+std::vector<double> RobotKinematics::forwardKinematics_kdl(const std::vector<double>& q) {
+  return model_->poses.forwardKinematics_kdl(q);
+}
+
+std::vector<double> RobotKinematics::gravity_compensation_kdl(const std::vector<double>& q) const {
+  return model_->torques.gravity_compensation_kdl(q);
+}
+
+std::vector<double> RobotKinematics::coriolis_compensation_kdl(
+    const std::vector<double>& q, const std::vector<double>& qd) const {
+  return model_->torques.coriolis_compensation_kdl(q, qd);
+}
+
+std::vector<double> RobotKinematics::dynamic_compensation_kdl(
+    const std::vector<double>& q, const std::vector<double>& qd,
+    const std::vector<double>& qdd) const {
+  return model_->torques.dynamic_compensation_kdl(q, qd, qdd);
+}
+
+void RobotKinematics::inverse_dynamics(const double* q, const double* qd, const double* qdd,
+                                       double* tau) const {
+  model_->torques.inverse_dynamics(q, qd, qdd, tau);
+}
+
+// ---- The model's data -----------------------------------------------------
+
+int RobotKinematics::num_joints() const { return model_->poses.num_joints(); }
+
+const std::vector<RobotKinematics::joint_t>& RobotKinematics::joints() const {
+  return model_->motion.joints();
+}
+
+const std::vector<Eigen::Matrix<double, 6, 1>>& RobotKinematics::screw_axes() const {
+  return model_->motion.screw_axes();
+}
+
+const std::vector<Eigen::Vector3d>& RobotKinematics::joint_axes() const {
+  return model_->motion.joint_axes();
+}
+
+const std::vector<Eigen::Vector3d>& RobotKinematics::joint_points() const {
+  return model_->motion.joint_points();
+}
+
+const std::vector<double>& RobotKinematics::joint_lower() const {
+  return model_->poses.joint_lower();
+}
+
+const std::vector<double>& RobotKinematics::joint_upper() const {
+  return model_->poses.joint_upper();
+}
+
+const std::vector<bool>& RobotKinematics::joint_has_limits() const {
+  return model_->poses.joint_has_limits();
+}
+
+const double* RobotKinematics::home_array() const { return model_->motion.home().data(); }
+
+const KDL::Chain& RobotKinematics::chain() const { return model_->poses.chain(); }

@@ -1,13 +1,20 @@
+#include "kinematics/screw_motion.hpp"
+
 #include <cmath>
 #include <stdexcept>
+#include <utility>
 
 #include <Eigen/Geometry>
 
-#include "kelvara/kinematics/kinematics.hpp"
+#include "kelvara/kinematics/transforms.hpp"
+#include "kinematics/rotations.hpp"
 
+namespace kelvara::kinematics {
 namespace {
 
 constexpr double kMinRotationNorm = 1e-12;
+
+Eigen::Vector3d to_eigen(const std::array<double, 3>& v) { return Eigen::Vector3d(v.data()); }
 
 Eigen::Matrix3d skew(const Eigen::Vector3d& w) {
   Eigen::Matrix3d K;
@@ -19,7 +26,7 @@ Eigen::Matrix3d skew(const Eigen::Vector3d& w) {
 
 }  // namespace
 
-Eigen::Matrix4d exp_se3(const Eigen::Matrix<double, 6, 1>& S, double theta) {
+Eigen::Matrix4d exponential(const Eigen::Matrix<double, 6, 1>& S, double theta) {
   const Eigen::Vector3d omega = S.head<3>();
   const Eigen::Vector3d v = S.tail<3>();
   Eigen::Matrix4d T = Eigen::Matrix4d::Identity();
@@ -37,38 +44,52 @@ Eigen::Matrix4d exp_se3(const Eigen::Matrix<double, 6, 1>& S, double theta) {
   return T;
 }
 
-void RobotKinematics::build_screw_axes() {
+ScrewMotion::ScrewMotion(std::vector<ChainJoint> joints, const std::array<double, 3>& tool_xyz,
+                         const std::array<double, 3>& tool_rpy)
+    : joints_(std::move(joints)), tool_xyz_(tool_xyz), tool_rpy_(tool_rpy) {
+  build_screw_axes();
+  n_ = screw_axes_.size();
+}
+
+void ScrewMotion::build_screw_axes() {
   screw_axes_.clear();
   joint_axes_.clear();
   joint_points_.clear();
   Eigen::Matrix4d T_base_joint = Eigen::Matrix4d::Identity();
-  for (const joint_t& joint : joints_) {
-    T_base_joint *=
-        t_from_xyzrpy(Eigen::Vector3d(joint.xyz.data()), Eigen::Vector3d(joint.rpy.data()));
-    const Eigen::Vector3d axis = Eigen::Vector3d(joint.axis.data()).normalized();
+  for (const ChainJoint& joint : joints_) {
+    T_base_joint *= make_transform(to_eigen(joint.xyz), to_eigen(joint.rpy));
+    const Eigen::Vector3d axis = to_eigen(joint.axis).normalized();
     const Eigen::Vector3d omega = T_base_joint.topLeftCorner<3, 3>() * axis;
     const Eigen::Vector3d point = T_base_joint.topRightCorner<3, 1>();
-    Eigen::Matrix<double, 6, 1> screw;
+    Axis screw;
     screw << omega, -omega.cross(point);
     screw_axes_.push_back(screw);
     joint_axes_.push_back(omega);
     joint_points_.push_back(point);
   }
-  home_ = T_base_joint *
-          t_from_xyzrpy(Eigen::Vector3d(tool_xyz_.data()), Eigen::Vector3d(tool_rpy_.data()));
+  home_ = T_base_joint * make_transform(to_eigen(tool_xyz_), to_eigen(tool_rpy_));
 }
 
-void RobotKinematics::check_screw_count(const Eigen::VectorXd& q) const {
-  if (static_cast<std::size_t>(q.size()) != n_) {
+void ScrewMotion::check_joint_count(std::size_t count) const {
+  if (count != n_) {
     throw std::runtime_error("关节数不匹配");
   }
 }
 
-Eigen::Matrix4d RobotKinematics::forward_kinematics(const Eigen::VectorXd& q) const {
-  check_screw_count(q);
+Eigen::Matrix4d ScrewMotion::forward_kinematics(const double* q, std::size_t count) const {
+  check_joint_count(count);
   Eigen::Matrix4d T_base_tool = Eigen::Matrix4d::Identity();
   for (std::size_t i = 0; i < n_; ++i) {
-    T_base_tool *= exp_se3(screw_axes_[i], q[static_cast<Eigen::Index>(i)]);
+    T_base_tool *= exponential(screw_axes_[i], q[i]);
   }
   return T_base_tool * home_;
 }
+
+namespace arrays {
+
+void exp_se3(const double S[6], double theta, double T[16]) {
+  Eigen::Map<Eigen::Matrix4d>{T} = exponential(ScrewMotion::Axis(S), theta);
+}
+
+}  // namespace arrays
+}  // namespace kelvara::kinematics

@@ -2,9 +2,11 @@
 
 #include <array>
 
-#include <kdl/chain.hpp>
-
 #include "kelvara/export.hpp"
+
+namespace KDL {
+class Chain;
+}
 
 namespace kelvara::dynamics {
 
@@ -12,14 +14,14 @@ namespace kelvara::dynamics {
 /// Iyy, Iyz, Izz about the origin of the link's frame; kg, kg·m, kg·m².
 using StandardParameters = std::array<double, 60>;
 
-/// The parameters of a chain as it is described, for example `RobotKinematics::chain()`, with its
-/// payload. What is fixed to a link counts as part of it (parallel axis theorem); what stands
-/// before the first joint does not move and does not count. Any thread.
+/// Returns the parameters of a chain as it is described, for example `RobotKinematics::chain()`,
+/// with its payload. Segments fixed to a link count as part of it (parallel axis theorem); segments
+/// before the first joint do not move and do not count. Any thread.
 /// @throws std::invalid_argument "standard_parameters: the chain must have 6 revolute joints".
 KELVARA_EXPORT StandardParameters standard_parameters(const KDL::Chain& chain);
 
-/// The same without the segment "payload", which `RobotKinematics` adds for the payload of its
-/// configuration (the gripper): the parameters of the links alone.
+/// Returns the same without the segment "payload", which `RobotKinematics` adds for the payload of
+/// its configuration (the gripper): the parameters of the links alone.
 KELVARA_EXPORT StandardParameters standard_parameters_without_payload(const KDL::Chain& chain);
 
 }  // namespace kelvara::dynamics

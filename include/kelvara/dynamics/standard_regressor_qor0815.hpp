@@ -16,8 +16,8 @@
 /// and its origin lies on the link's joint. `kelvara::dynamics::standard_parameters` gives π for
 /// the arm as described.
 ///
-/// The lengths of the URDF are built in; a description with other joints needs a regressor
-/// generated anew (tools/regressor_generator). Formulas: Newton-Euler equations of each link,
+/// The lengths of the URDF are built in; for a description with other joints, generate the
+/// regressor again (tools/regressor_generator). Formulas: Newton-Euler equations of each link,
 /// projected on the joints (Khalil and Dombre, "Modeling, Identification and Control of
 /// Robots", 9.3).
 ///

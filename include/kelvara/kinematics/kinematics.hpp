@@ -1,39 +1,19 @@
 #pragma once
 
-#include <array>
+#include <cstddef>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include <Eigen/Core>
-#include <kdl/chain.hpp>
 
+#include "kelvara/description/file_search.hpp"
 #include "kelvara/export.hpp"
+#include "kelvara/kinematics/chain_joint.hpp"
+#include "kelvara/kinematics/transforms.hpp"
 
 namespace KDL {
-class ChainFkSolverPos_recursive;
-class ChainIkSolverPos_LMA;
-}  // namespace KDL
-
-namespace kelvara::algorithms {
-
-/// The canonical path of "robot_kinematics.yaml", searched anew on every call: in the "config"
-/// folders beside the loaded library, above it, in the current directory and above that; then bare
-/// in the current directory, the library's, the one above it, and above the current one.
-/// @throws std::runtime_error when there is none.
-KELVARA_EXPORT std::string resolve_robot_kinematics_config_path();
-/// The canonical path of the robot's URDF file; the same search.
-KELVARA_EXPORT std::string resolve_robot_urdf_path();
-
-}  // namespace kelvara::algorithms
-
-/// The homogeneous transform of a translation (metres) and roll, pitch, yaw (radians):
-/// R = Rz(yaw)·Ry(pitch)·Rx(roll).
-KELVARA_EXPORT Eigen::Matrix4d t_from_xyzrpy(const Eigen::Vector3d& xyz,
-                                             const Eigen::Vector3d& rpy);
-/// The exponential of a screw axis S = (ω, v) times θ (Rodrigues' formula; Lynch and Park,
-/// "Modern Robotics", 3.3.3). An ω shorter than 1e-12 gives the translation v·θ.
-KELVARA_EXPORT Eigen::Matrix4d exp_se3(const Eigen::Matrix<double, 6, 1>& S, double theta);
+class Chain;
+}
 
 /// The arm's geometric and dynamic model, built from the robot-description files: a product of
 /// exponentials and a KDL chain of the same arm, the tool and the payload included.
@@ -45,16 +25,10 @@ KELVARA_EXPORT Eigen::Matrix4d exp_se3(const Eigen::Matrix<double, 6, 1>& S, dou
 /// overlap each other; the two groups share nothing.
 class KELVARA_EXPORT RobotKinematics {
  public:
-  /// One joint of the URDF chain.
-  struct joint_t {
-    std::string name;
-    std::array<double, 3> xyz;   // origin in the parent link, m
-    std::array<double, 3> rpy;   // origin rotation, rad
-    std::array<double, 3> axis;  // unit axis
-  };
+  using joint_t = kelvara::kinematics::ChainJoint;
 
-  /// What the Jacobian solver found; on failure the last iterate.
-  struct IkResult {
+  /// Result of the Jacobian solver; on failure the last iterate.
+  struct KELVARA_HIDDEN IkResult {
     Eigen::VectorXd q;  // rad, one for each chain joint, inside [-π, π]
     bool success;
   };
@@ -69,19 +43,21 @@ class KELVARA_EXPORT RobotKinematics {
 
   // ---- Product of exponentials ----
 
-  /// The base-to-tool transform at the joint angles `q`, one for each chain joint.
+  /// Returns the base-to-tool transform at the joint angles `q`, one for each chain joint.
   /// @throws std::runtime_error "关节数不匹配" for another number of angles.
-  Eigen::Matrix4d forward_kinematics(const Eigen::VectorXd& q) const;
-  /// (roll, pitch, yaw) of R = Rz(yaw)·Ry(pitch)·Rx(roll); yaw = 0 where pitch is ±90 degrees.
-  Eigen::Vector3d rotation_matrix_to_euler(const Eigen::Matrix3d& R) const;
-  /// The quaternion (x, y, z, w) of a rotation.
-  Eigen::Vector4d rotation_matrix_to_quaternion(const Eigen::Matrix3d& R) const;
-  /// The rotation vector (axis times angle, base frame) that leads from `q_current` to `q_target`,
+  KELVARA_INLINE Eigen::Matrix4d forward_kinematics(const Eigen::VectorXd& q) const;
+  /// Returns (roll, pitch, yaw) of R = Rz(yaw)·Ry(pitch)·Rx(roll); yaw = 0 where pitch is ±90
+  /// degrees.
+  KELVARA_INLINE Eigen::Vector3d rotation_matrix_to_euler(const Eigen::Matrix3d& R) const;
+  /// Returns the quaternion (x, y, z, w) of a rotation.
+  KELVARA_INLINE Eigen::Vector4d rotation_matrix_to_quaternion(const Eigen::Matrix3d& R) const;
+  /// Returns the rotation vector (axis times angle, base frame) from `q_current` to `q_target`,
   /// quaternions (x, y, z, w) of any length.
-  Eigen::Vector3d quaternion_error(const Eigen::Vector4d& q_target,
-                                   const Eigen::Vector4d& q_current) const;
-  /// Inverse kinematics by damped least squares on a numerical Jacobian (one-sided differences).
-  /// Joint limits are not applied. Not converging is a line on standard error.
+  KELVARA_INLINE Eigen::Vector3d quaternion_error(const Eigen::Vector4d& q_target,
+                                                  const Eigen::Vector4d& q_current) const;
+  /// Solves the inverse kinematics by damped least squares on a numerical Jacobian (one-sided
+  /// differences). Ignores the joint limits. Writes a line to standard error when it does not
+  /// converge.
   /// @param target_pos     Tool position, m.
   /// @param target_euler   Roll, pitch, yaw, rad.
   /// @param q_init         Start angles, one for each chain joint.
@@ -90,17 +66,18 @@ class KELVARA_EXPORT RobotKinematics {
   /// @param max_iterations Updates at most; 0 or less fails at once.
   /// @param damping        Added to the diagonal of JᵀJ.
   /// @throws std::runtime_error "关节数不匹配" for another number of start angles.
-  IkResult inverse_kinematics_jacobian(const Eigen::Vector3d& target_pos,
-                                       const Eigen::Vector3d& target_euler,
-                                       const Eigen::VectorXd& q_init, double threshold_pos,
-                                       double threshold_rot, int max_iterations,
-                                       double damping) const;
-  /// Computes the screw axes and the home transform from the joints and the tool.
+  KELVARA_INLINE IkResult inverse_kinematics_jacobian(const Eigen::Vector3d& target_pos,
+                                                      const Eigen::Vector3d& target_euler,
+                                                      const Eigen::VectorXd& q_init,
+                                                      double threshold_pos, double threshold_rot,
+                                                      int max_iterations, double damping) const;
+  /// Computes the screw axes and the home transform from the joints and the tool, as the
+  /// constructor does. Must not overlap any other call.
   void build_screw_axes();
 
   // ---- KDL chain ----
 
-  /// Inverse kinematics by Levenberg-Marquardt (KDL).
+  /// Solves the inverse kinematics by Levenberg-Marquardt (KDL).
   /// @param target_pos   Tool position, 3 values.
   /// @param target_euler Roll, pitch, yaw, 3 values.
   /// @param seed         Start angles, one for each moving joint.
@@ -112,72 +89,113 @@ class KELVARA_EXPORT RobotKinematics {
   /// @throws std::runtime_error for a chain without a moving joint.
   bool solve_ik_kdl(const std::vector<double>& target_pos, const std::vector<double>& target_euler,
                     const std::vector<double>& seed, std::vector<double>& q_out);
-  /// Tool position and quaternion: x, y, z, qx, qy, qz, qw.
+  /// Returns the tool's position and quaternion: x, y, z, qx, qy, qz, qw.
   /// @throws std::runtime_error for a wrong number of angles or a failed solver.
   std::vector<double> forwardKinematics_kdl(const std::vector<double>& q);
-  /// Gravity torques G(q), N·m.
+  /// Returns the gravity torques G(q), N·m.
   /// @throws std::runtime_error for a wrong number of angles or a failed solver.
   std::vector<double> gravity_compensation_kdl(const std::vector<double>& q) const;
-  /// Coriolis and centrifugal torques C(q, qd), N·m.
+  /// Returns the Coriolis and centrifugal torques C(q, qd), N·m.
   /// @throws std::runtime_error for a wrong number of angles, fewer velocities, or a failed solver;
   ///         the size message names gravity_compensation_kdl.
   std::vector<double> coriolis_compensation_kdl(const std::vector<double>& q,
                                                 const std::vector<double>& qd) const;
-  /// Inverse dynamics M(q)·qdd + C(q, qd) + G(q), N·m.
+  /// Returns the inverse dynamics M(q)·qdd + C(q, qd) + G(q), N·m.
   /// @throws std::runtime_error for a wrong number of angles, fewer velocities or accelerations.
   std::vector<double> dynamic_compensation_kdl(const std::vector<double>& q,
                                                const std::vector<double>& qd,
                                                const std::vector<double>& qdd) const;
-  /// `dynamic_compensation_kdl` without allocation: arrays of `num_joints()` values.
+  /// Computes `dynamic_compensation_kdl` without allocation, on arrays of `num_joints()` values.
   void inverse_dynamics(const double* q, const double* qd, const double* qdd, double* tau) const;
 
-  // ---- The model's data ----
+  // ---- The model's data: references are valid as long as the model ----
 
   /// Moving joints of the KDL chain.
-  int num_joints() const { return num_joints_; }
+  int num_joints() const;
   /// Every chain joint, root to tip, fixed ones included.
-  const std::vector<joint_t>& joints() const { return joints_; }
-  const std::vector<Eigen::Matrix<double, 6, 1>>& screw_axes() const { return screw_axes_; }
+  const std::vector<joint_t>& joints() const;
+  /// The screw axis (ω, v) of each chain joint in the base frame at zero angles.
+  const std::vector<Eigen::Matrix<double, 6, 1>>& screw_axes() const;
   /// The rotation axis of each chain joint in the base frame at zero angles.
-  const std::vector<Eigen::Vector3d>& joint_axes() const { return joint_axes_; }
-  /// A point on each axis at zero angles.
-  const std::vector<Eigen::Vector3d>& joint_points() const { return joint_points_; }
+  const std::vector<Eigen::Vector3d>& joint_axes() const;
+  /// A point on each axis at zero angles, m.
+  const std::vector<Eigen::Vector3d>& joint_points() const;
   /// Position limits of each chain joint, rad; meaningful where `joint_has_limits()` is true.
-  const std::vector<double>& joint_lower() const { return joint_lower_; }
-  const std::vector<double>& joint_upper() const { return joint_upper_; }
-  const std::vector<bool>& joint_has_limits() const { return joint_has_limits_; }
+  const std::vector<double>& joint_lower() const;
+  const std::vector<double>& joint_upper() const;
+  const std::vector<bool>& joint_has_limits() const;
   /// Base-to-tool transform at zero angles.
-  const Eigen::Matrix4d& home() const { return home_; }
-  const KDL::Chain& chain() const { return chain_; }
+  KELVARA_INLINE const Eigen::Matrix4d& home() const;
+  /// The KDL chain; a program that reads it includes and links KDL itself.
+  const KDL::Chain& chain() const;
 
  private:
-  struct Dynamics;
-  struct JacobianWork;
+  struct KELVARA_HIDDEN Model;
 
-  void check_screw_count(const Eigen::VectorXd& q) const;
-  void fill_jacobian(const Eigen::Vector3d& position, const Eigen::Vector4d& orientation,
-                     JacobianWork& work) const;
-  void check_joint_count(std::size_t count, const char* message) const;
-  void report_ik_solution(const std::vector<double>& target_pos,
-                          const std::vector<double>& target_euler, const std::vector<double>& seed,
-                          const std::vector<double>& q_wrapped,
-                          const std::vector<double>& q_clipped);
-  void create_solvers();
+  // What the Eigen signatures wrap, on plain arrays.
+  void forward_kinematics_array(const double* q, std::size_t count, double* T_base_tool) const;
+  /// `q`: start angles in, the last iterate out.
+  bool solve_jacobian_array(const double* target_pos, const double* target_euler, double* q,
+                            std::size_t count, double threshold_pos, double threshold_rot,
+                            int max_iterations, double damping) const;
+  const double* home_array() const;
 
-  std::vector<joint_t> joints_;
-  std::array<double, 3> tool_xyz_{};
-  std::array<double, 3> tool_rpy_{};
-  std::vector<Eigen::Matrix<double, 6, 1>> screw_axes_;
-  std::vector<Eigen::Vector3d> joint_axes_;
-  std::vector<Eigen::Vector3d> joint_points_;
-  std::vector<double> joint_lower_;
-  std::vector<double> joint_upper_;
-  std::vector<bool> joint_has_limits_;
-  Eigen::Matrix4d home_ = Eigen::Matrix4d::Identity();
-  std::size_t n_ = 0;
-  int num_joints_ = 0;
-  KDL::Chain chain_;
-  std::unique_ptr<KDL::ChainIkSolverPos_LMA> ik_solver_;
-  std::unique_ptr<KDL::ChainFkSolverPos_recursive> fk_solver_;
-  std::unique_ptr<Dynamics> dyn_param_;  // with a chain of its own: KDL joints cache their pose
+  std::unique_ptr<Model> model_;
 };
+
+// ---- Eigen signatures -----------------------------------------------------
+//
+// How Eigen aligns and allocates depends on the compiler flags (-mavx2, -march=native). No Eigen
+// object is therefore passed to the library or returned by it: what follows is compiled with the
+// program's flags and passes plain arrays. References to the library's own objects are read alike
+// under all flags: they are aligned for every instruction set, or need no more than 16 bytes.
+
+static_assert(sizeof(Eigen::Matrix4d) == 16 * sizeof(double) && alignof(Eigen::Matrix4d) <= 64 &&
+                  !Eigen::Matrix4d::IsRowMajor,
+              "home() refers to 16 doubles, column by column, aligned to 64 bytes");
+static_assert(sizeof(Eigen::Vector3d) == 3 * sizeof(double) && alignof(Eigen::Vector3d) <= 16,
+              "joint_axes() and joint_points() refer to vectors of 3 doubles");
+static_assert(sizeof(Eigen::Matrix<double, 6, 1>) == 6 * sizeof(double) &&
+                  alignof(Eigen::Matrix<double, 6, 1>) <= 16,
+              "screw_axes() refers to vectors of 6 doubles");
+
+inline Eigen::Matrix4d RobotKinematics::forward_kinematics(const Eigen::VectorXd& q) const {
+  Eigen::Matrix4d T;
+  forward_kinematics_array(q.data(), static_cast<std::size_t>(q.size()), T.data());
+  return T;
+}
+
+inline Eigen::Vector3d RobotKinematics::rotation_matrix_to_euler(const Eigen::Matrix3d& R) const {
+  Eigen::Vector3d rpy;
+  kelvara::kinematics::arrays::rotation_matrix_to_euler(R.data(), rpy.data());
+  return rpy;
+}
+
+inline Eigen::Vector4d RobotKinematics::rotation_matrix_to_quaternion(
+    const Eigen::Matrix3d& R) const {
+  Eigen::Vector4d xyzw;
+  kelvara::kinematics::arrays::rotation_matrix_to_quaternion(R.data(), xyzw.data());
+  return xyzw;
+}
+
+inline Eigen::Vector3d RobotKinematics::quaternion_error(const Eigen::Vector4d& q_target,
+                                                         const Eigen::Vector4d& q_current) const {
+  Eigen::Vector3d error;
+  kelvara::kinematics::arrays::quaternion_error(q_target.data(), q_current.data(), error.data());
+  return error;
+}
+
+inline RobotKinematics::IkResult RobotKinematics::inverse_kinematics_jacobian(
+    const Eigen::Vector3d& target_pos, const Eigen::Vector3d& target_euler,
+    const Eigen::VectorXd& q_init, double threshold_pos, double threshold_rot, int max_iterations,
+    double damping) const {
+  IkResult result{q_init, false};
+  result.success = solve_jacobian_array(target_pos.data(), target_euler.data(), result.q.data(),
+                                        static_cast<std::size_t>(result.q.size()), threshold_pos,
+                                        threshold_rot, max_iterations, damping);
+  return result;
+}
+
+inline const Eigen::Matrix4d& RobotKinematics::home() const {
+  return *reinterpret_cast<const Eigen::Matrix4d*>(home_array());
+}

@@ -1,14 +1,16 @@
 // The generated regressor against two independent dynamics of the same arm, KDL's and MuJoCo's.
 
+#include "kelvara/dynamics/standard_regressor_qor0815.hpp"
+
 #include <array>
 #include <cstring>
 #include <random>
 
 #include <gtest/gtest.h>
+#include <kdl/chain.hpp>
 #include <kdl/chainidsolver_recursive_newton_euler.hpp>
 
 #include "kelvara/dynamics/standard_parameters.hpp"
-#include "kelvara/dynamics/standard_regressor_qor0815.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 #include "simulation/simulated_arm/arm_physics.hpp"
 

@@ -1,12 +1,10 @@
-#include "kinematics/config_paths.hpp"
+#include "description/file_search.hpp"
 
 #include <dlfcn.h>
 
 #include <array>
 #include <sstream>
 #include <stdexcept>
-
-#include "kelvara/kinematics/kinematics.hpp"
 
 namespace kelvara::algorithms {
 namespace {

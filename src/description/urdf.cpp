@@ -1,4 +1,4 @@
-#include "kinematics/urdf_chain.hpp"
+#include "description/urdf.hpp"
 
 #include <tinyxml2.h>
 
@@ -8,13 +8,36 @@
 #include <stdexcept>
 #include <unordered_set>
 
-namespace kelvara::kinematics {
+#include "description/number.hpp"
+
+namespace kelvara::description {
 namespace {
 
 using tinyxml2::XMLElement;
 using JointsByParent = std::unordered_map<std::string, std::vector<UrdfJoint>>;
 
 constexpr double kMinAxisNorm = 1e-12;
+
+/// Three numbers separated by white space; what follows them is ignored. A null text, of an
+/// attribute that is missing, is (0, 0, 0).
+Triple parse_xyz_attr(const char* text) {
+  Triple values{};
+  if (text == nullptr) {
+    return values;
+  }
+  std::istringstream words(text);
+  words.imbue(std::locale::classic());
+  for (double& value : values) {
+    std::string word;
+    words >> word;
+    const std::optional<double> number = parse_number(word, NonFinite::kNone);
+    if (!number) {
+      throw std::runtime_error("Failed to parse xyz/rpy vector from '" + std::string(text) + "'");
+    }
+    value = *number;
+  }
+  return values;
+}
 
 void read_origin(const XMLElement* parent, Triple& xyz, Triple& rpy) {
   if (const XMLElement* origin = parent->FirstChildElement("origin")) {
@@ -23,8 +46,13 @@ void read_origin(const XMLElement* parent, Triple& xyz, Triple& rpy) {
   }
 }
 
+/// Reads an attribute; leaves `value` as it is when the attribute is missing or not numeric.
 bool read_double(const XMLElement* element, const char* attribute, double& value) {
-  return element->QueryDoubleAttribute(attribute, &value) == tinyxml2::XML_SUCCESS;
+  const char* text = element->Attribute(attribute);
+  const std::optional<double> number =
+      text == nullptr ? std::nullopt : parse_number(text, NonFinite::kUrdf);
+  value = number.value_or(value);
+  return number.has_value();
 }
 
 // ---- Links ----------------------------------------------------------------
@@ -88,7 +116,7 @@ std::string parse_link_reference(const XMLElement* joint, const char* role,
 
 Triple parse_axis(const XMLElement* axis, const std::string& joint_name) {
   const auto [x, y, z] = parse_xyz_attr(axis->Attribute("xyz"));
-  const double norm = std::hypot(x, y, z);  // whose squares may be beyond a double
+  const double norm = std::hypot(x, y, z);  // the squares can overflow
   if (norm < kMinAxisNorm) {
     throw std::runtime_error("URDF joint '" + joint_name + "' has zero-length axis");
   }
@@ -96,6 +124,15 @@ Triple parse_axis(const XMLElement* axis, const std::string& joint_name) {
     throw std::runtime_error("URDF joint '" + joint_name + "' has an axis that is too long");
   }
   return {x / norm, y / norm, z / norm};
+}
+
+/// A NaN limit bounds nothing; lower = +inf or upper = -inf would exclude every angle. Such a joint
+/// counts as unlimited.
+void read_limits(const XMLElement* limit, UrdfJoint& joint) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  const bool has_lower = read_double(limit, "lower", joint.lower);
+  const bool has_upper = read_double(limit, "upper", joint.upper);
+  joint.has_limits = has_lower && has_upper && joint.lower < kInfinity && joint.upper > -kInfinity;
 }
 
 UrdfJoint parse_joint(const XMLElement* element) {
@@ -115,12 +152,7 @@ UrdfJoint parse_joint(const XMLElement* element) {
   }
   const XMLElement* limit = element->FirstChildElement("limit");
   if (joint.type != "continuous" && limit != nullptr) {
-    const bool has_lower = read_double(limit, "lower", joint.lower);
-    const bool has_upper = read_double(limit, "upper", joint.upper);
-    // What is no number bounds nothing, and no angle lies above or below every other.
-    constexpr double kInfinity = std::numeric_limits<double>::infinity();
-    joint.has_limits =
-        has_lower && has_upper && joint.lower < kInfinity && joint.upper > -kInfinity;
+    read_limits(limit, joint);
   }
   return joint;
 }
@@ -153,21 +185,7 @@ std::vector<UrdfJoint> walk_chain(const std::string& root, const JointsByParent&
   return chain;
 }
 
-}  // namespace
-
-Triple parse_xyz_attr(const char* text) {
-  Triple values{};
-  if (text == nullptr) {
-    return values;
-  }
-  std::istringstream stream(text);
-  stream.imbue(std::locale::classic());
-  if (!(stream >> values[0] >> values[1] >> values[2])) {
-    throw std::runtime_error("Failed to parse xyz/rpy vector from '" + std::string(text) + "'");
-  }
-  return values;
-}
-
+/// Orders the joints of a <robot> element into one serial chain.
 std::vector<UrdfJoint> parse_joint_chain(const XMLElement* robot) {
   const std::unordered_set<std::string> links = parse_link_names(robot);
   JointsByParent joints;
@@ -180,6 +198,8 @@ std::vector<UrdfJoint> parse_joint_chain(const XMLElement* robot) {
   }
   return walk_chain(find_root(links, children), joints);
 }
+
+}  // namespace
 
 UrdfDescription load_urdf(const std::string& path) {
   tinyxml2::XMLDocument document;
@@ -196,4 +216,4 @@ UrdfDescription load_urdf(const std::string& path) {
   return description;
 }
 
-}  // namespace kelvara::kinematics
+}  // namespace kelvara::description

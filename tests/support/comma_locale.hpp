@@ -1,0 +1,25 @@
+#pragma once
+
+#include <clocale>
+#include <locale>
+
+/// While it lives, the process's locale writes 0.7 as "0,7": the global C++ locale, and the C
+/// locale where the system has a German one.
+class CommaLocale {
+ public:
+  CommaLocale() : before_(std::locale::global(std::locale(std::locale(), new Comma))) {
+    std::setlocale(LC_ALL, "de_DE.UTF-8");
+  }
+  ~CommaLocale() {
+    std::locale::global(before_);
+    std::setlocale(LC_ALL, "C");
+  }
+  CommaLocale(const CommaLocale&) = delete;
+  CommaLocale& operator=(const CommaLocale&) = delete;
+
+ private:
+  struct Comma : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+  };
+  std::locale before_;
+};
