@@ -1,4 +1,5 @@
-// Compares the two inverse kinematics on the same targets: how many each solves, and in what time.
+// Compares the two inverse kinematics on the same targets: the share that each solves, and its mean
+// time.
 // Prints a table; docs/inverse_kinematics.md holds one. Usage: ik_comparison [TARGETS]
 
 #include <time.h>
@@ -20,7 +21,7 @@ namespace {
 constexpr double kTolerance = 1e-4;  // m and rad
 constexpr int kIterations = 100;
 constexpr double kDamping = 0.005;
-// A solution counts if its pose is this close, whatever the solver says.
+// A solution counts if its pose is this close, whatever the solver returns.
 constexpr double kSolvedPosition = 1e-3;  // m
 constexpr double kSolvedRotation = 1e-3;  // rad
 
@@ -90,7 +91,7 @@ class Comparison {
   }
 
  private:
-  /// What this thread has computed so far: other programs do not count.
+  /// Processor time of this thread: other programs do not count.
   static double thread_time_us() {
     timespec time{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);

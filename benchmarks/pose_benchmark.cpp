@@ -1,4 +1,4 @@
-// Inverse kinematics: what one Jacobian costs, in forward kinematics, and whole solutions.
+// Inverse kinematics: the cost of one Jacobian, beside forward kinematics, and of an iteration.
 
 #include <iostream>
 #include <random>
@@ -28,8 +28,7 @@ void ForwardKinematics(benchmark::State& state) {
 }
 BENCHMARK(ForwardKinematics);
 
-/// The peer of one iteration's Jacobian: every joint moved by itself through a whole forward
-/// kinematics.
+/// The reference for one iteration's Jacobian: a whole forward kinematics for each joint.
 void JacobianByWholeForwardKinematics(benchmark::State& state) {
   while (state.KeepRunning()) {
     const Eigen::Matrix4d T = model().forward_kinematics(pose());
@@ -50,7 +49,7 @@ void JacobianByWholeForwardKinematics(benchmark::State& state) {
 }
 BENCHMARK(JacobianByWholeForwardKinematics);
 
-/// Iterations that never end: forward kinematics, Jacobian, factorisation and step, once each.
+/// Iterations that never converge: forward kinematics, Jacobian, factorisation and step, once each.
 void JacobianIteration(benchmark::State& state) {
   constexpr int kIterations = 1000;
   std::cerr.setstate(std::ios::failbit);  // every run reports that it did not converge

@@ -1,6 +1,6 @@
-// The generated regressor beside numeric recursions for the same matrix, and beside one evaluation
-// of the model's inverse dynamics: ratios within one run tell, absolute times depend on the
-// machine.
+// Compares the generated regressor with numeric recursions for the same matrix, and with one
+// evaluation of the model's inverse dynamics. Compare ratios within one run: absolute times depend
+// on the machine.
 
 #include <array>
 #include <cmath>
@@ -124,7 +124,8 @@ class ProjectedRecursion {
   std::array<Joint, 6> joints_;
 };
 
-/// The textbook's way: the ten wrenches of each link are carried down the chain, joint by joint.
+/// The textbook's recursion: the ten wrenches of each link are carried down the chain, joint by
+/// joint.
 class WrenchRecursion {
  public:
   explicit WrenchRecursion(const RobotKinematics& robot) : joints_(joints_of(robot)) {}

@@ -136,6 +136,6 @@ const std::vector<bool>& RobotKinematics::joint_has_limits() const {
   return model_->poses.joint_has_limits();
 }
 
-const double* RobotKinematics::home_array() const { return model_->motion.home().data(); }
+const void* RobotKinematics::home_address() const { return &model_->motion.home(); }
 
 const KDL::Chain& RobotKinematics::chain() const { return model_->poses.chain(); }

@@ -18,6 +18,11 @@
 #include <kelvara/hardware/kelvara.hpp>
 #include <kelvara/kinematics/kinematics.hpp>
 
+#if defined(KDL_CHAIN_HPP) || defined(KDL_FRAMES_H) || defined(KDL_JNTARRAY_HPP) || \
+    defined(TINYXML2_INCLUDED) || defined(YAML_H_62B23520_7C8E_11DE_8A39_0800200C9A66)
+#error "A public header includes KDL, tinyxml2 or yaml-cpp."
+#endif
+
 int main(int, char** argv) {
   const std::string prefix = std::string(argv[1]) + "/";
   for (const std::string& path : {kelvara::algorithms::resolve_robot_urdf_path(),

@@ -7,6 +7,7 @@
 
 #include "controller/arm_controller_impl.hpp"
 #include "support/captured_output.hpp"
+#include "support/changing_file.hpp"
 #include "support/edited_description.hpp"
 #include "support/outcomes.hpp"
 #include "support/simulated_hardware.hpp"
@@ -149,6 +150,17 @@ TEST_F(RefusedStartDeathTest, EndsTheProcessWhenJointTwoLiesBehindTheBase) {
   EXPECT_EXIT(start(hardware, MIT_MODE), ::testing::ExitedWithCode(1),
               "\\[ArmController\\] Startup rejected: joint2=-1.[0-9]* rad is below the safety "
               "threshold -1.57 rad.\n");
+}
+
+TEST_F(RefusedStartDeathTest, EndsTheProcessWhenTheSettingsCanNoLongerBeParsed) {
+  SimulatedHardware hardware(false);
+  const EditedDescription description;
+  const auto start_with_changing_file = [&] {
+    const ChangingFile file("config/robot_kinematics.yaml", "a: [");
+    start(hardware, MIT_MODE);
+  };
+  EXPECT_EXIT(start_with_changing_file(), ::testing::ExitedWithCode(1),
+              "Failed to parse POS_VEL_MODE config at .*robot_kinematics.yaml: ");
 }
 
 TEST(RefusedStart, ThrowsForAnotherModeAndForSettingsThatCannotBe) {

@@ -108,7 +108,8 @@ TEST(ControllerSettings, ReportGainsThatAFrameCannotCarry) {
 
 TEST(ControllerSettings, AreReadAtOneOpeningOfTheFile) {
   const TemporaryWorkingDirectory directory;
-  const ChangingFile file("config/robot_kinematics.yaml", kSettings, "a: 1");
+  directory.write("config/robot_kinematics.yaml", kSettings);
+  const ChangingFile file("config/robot_kinematics.yaml", "a: 1");
   EXPECT_EQ(load_controller_settings().motor_signs, (JointArray{1, 1, -1, 1, 1, 1}));
 }
 

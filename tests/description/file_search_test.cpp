@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/error_message.hpp"
+#include "support/outcomes.hpp"
 #include "support/temporary_directory.hpp"
 
 namespace kelvara {
@@ -14,9 +14,9 @@ using ::testing::HasSubstr;
 TEST(FileSearch, PrefersConfigFoldersThenTheCurrentDirectoryAndNeverCaches) {
   const TemporaryWorkingDirectory directory;
   const auto found = [] { return algorithms::find_config_file("kelvara-test.yaml").string(); };
-  EXPECT_THAT(error_message(found), HasSubstr("Failed to locate config file 'kelvara-test.yaml'. "
-                                              "Checked relative to library path \"/"));
-  EXPECT_THAT(error_message(found),
+  EXPECT_THAT(error_of(found), HasSubstr("Failed to locate config file 'kelvara-test.yaml'. "
+                                         "Checked relative to library path \"/"));
+  EXPECT_THAT(error_of(found),
               HasSubstr("\" and current path \"" + directory.path().string() + "\"."));
   // From the last place that is looked at to the first.
   for (const char* place : {"../kelvara-test.yaml", "kelvara-test.yaml",

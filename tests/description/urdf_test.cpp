@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "support/comma_locale.hpp"
-#include "support/error_message.hpp"
+#include "support/outcomes.hpp"
 #include "support/temporary_directory.hpp"
 
 namespace kelvara::description {
@@ -17,7 +17,7 @@ using ::testing::HasSubstr;
 std::string urdf_error(const std::string& text) {
   const TemporaryWorkingDirectory directory;
   directory.write("arm.urdf", text);
-  return error_message([] { load_urdf("arm.urdf"); });
+  return error_of([] { load_urdf("arm.urdf"); });
 }
 
 std::string joint(const std::string& attributes, const std::string& child,

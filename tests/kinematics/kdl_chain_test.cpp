@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/error_message.hpp"
+#include "support/outcomes.hpp"
 
 namespace kelvara::kinematics {
 namespace {
@@ -30,7 +30,7 @@ TEST(KdlChain, GivesAMovingJointTwoSegmentsAndAddsPayloadAndTool) {
 }
 
 TEST(KdlChain, RefusesATypeOfJointThatItCannotMove) {
-  EXPECT_EQ(error_message([] { build_kdl_chain(arm("floating"), {}); }),
+  EXPECT_EQ(error_of([] { build_kdl_chain(arm("floating"), {}); }),
             "Unsupported URDF joint type: floating");
 }
 

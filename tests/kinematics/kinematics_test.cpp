@@ -49,7 +49,7 @@ TEST_F(Kinematics, BothForwardKinematicsAgree) {
   EXPECT_EQ(model.forward_kinematics(Eigen::VectorXd::Zero(6)), model.home());
 }
 
-TEST_F(Kinematics, TheArmHasTheLinkLengthsThatItsDescriptionTells) {
+TEST_F(Kinematics, TheArmHasTheLinkLengthsOfItsDescription) {
   const auto tool_x = [&](const Joints& q) { return model.forwardKinematics_kdl(q)[0]; };
   const Joints zero(6, 0.0);
   EXPECT_NEAR(tool_x(zero), 0.26498 + 0.08415 + 0.124 + 0.13, 1e-12);
@@ -133,7 +133,7 @@ TEST_F(Kinematics, InverseDynamicsIsTheSumOfItsParts) {
   }
 }
 
-TEST_F(Kinematics, IkFindsPosesAndReportsWhatItHadToClip) {
+TEST_F(Kinematics, IkFindsPosesAndReportsClippedJoints) {
   CapturedOutput output;
   Joints solution{9.0};
   int solved = 0;
@@ -164,7 +164,7 @@ TEST_F(Kinematics, IkFindsPosesAndReportsWhatItHadToClip) {
       ContainsRegex("clipped_joints=\\[joint1: 3\\.[01][0-9]* -> 2\\.8\\], raw_fk_pos=\\[-0"));
 }
 
-TEST_F(Kinematics, IkFailsCleanlyOnWhatItCannotSolve) {
+TEST_F(Kinematics, IkLeavesTheResultUntouchedWhenItFails) {
   CapturedOutput output;
   const Joints seed(6, 0.1);
   Joints untouched{9.0};

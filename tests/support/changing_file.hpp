@@ -4,17 +4,20 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 
-/// A file with one text for whoever opens it first, and another for all later.
+/// Changes a file's text between its first opening and all later ones.
 class ChangingFile {
  public:
-  ChangingFile(const std::string& name, const std::string& first, const std::string& later) {
-    std::filesystem::create_directories(std::filesystem::absolute(name).parent_path());
+  ChangingFile(const std::string& name, const std::string& later) {
+    std::stringstream text;
+    text << std::ifstream(name).rdbuf();
     std::ofstream(name + ".later") << later;
+    std::filesystem::remove(name);
     mkfifo(name.c_str(), 0600);
-    writer_ = std::thread([name, first] {
+    writer_ = std::thread([name, first = text.str()] {
       std::ofstream pipe(name);  // waits for the reader, who keeps the pipe when it is replaced
       std::filesystem::rename(name + ".later", name);
       pipe << first;

@@ -47,7 +47,7 @@ inline constexpr std::array<LimitParam, 13> MOTOR_LIMIT_PARAMS{{
     {12.5, 45, 10},
 }};
 
-/// The largest gains that an MIT frame carries, for every model; gains outside [0, max] are clamped.
+/// The largest gains that an MIT frame carries, for every model; larger ones are clamped.
 inline constexpr double kMaxKp = 500.0;  // N·m/rad
 inline constexpr double kMaxKd = 5.0;    // N·m·s/rad
 

@@ -138,7 +138,7 @@ class KELVARA_EXPORT RobotKinematics {
   bool solve_jacobian_array(const double* target_pos, const double* target_euler, double* q,
                             std::size_t count, double threshold_pos, double threshold_rot,
                             int max_iterations, double damping) const;
-  const double* home_array() const;
+  const void* home_address() const;
 
   std::unique_ptr<Model> model_;
 };
@@ -197,5 +197,5 @@ inline RobotKinematics::IkResult RobotKinematics::inverse_kinematics_jacobian(
 }
 
 inline const Eigen::Matrix4d& RobotKinematics::home() const {
-  return *reinterpret_cast<const Eigen::Matrix4d*>(home_array());
+  return *static_cast<const Eigen::Matrix4d*>(home_address());
 }
