@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <iostream>
-#include <sstream>
 
 #include "controller/motor_parameters.hpp"
 #include "controller/startup_failure.hpp"
 
 #include "description/arm_facts.hpp"
+#include "description/classic_stream.hpp"
 #include "description/gripper_facts.hpp"
 #include "description/timing.hpp"
 
@@ -37,7 +37,7 @@ bool all_motors_reported(const std::vector<Motor>& motors) {
 
 void require_safe_start(double joint2) {
   if (joint2 < description::kMinStartJoint2) {
-    std::ostringstream message;
+    description::ClassicStream message;
     message << "[ArmController] Startup rejected: joint2=" << joint2
             << " rad is below the safety threshold -1.57 rad.";
     fail_startup(message.str());

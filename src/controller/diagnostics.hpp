@@ -1,12 +1,13 @@
 #pragma once
 
 #include <iostream>
-#include <sstream>
+
+#include "description/classic_stream.hpp"
 
 namespace kelvara::controller {
 
-/// One line of diagnostics. It is assembled first and written at the end of the statement, so that
-/// lines of several threads do not mix:
+/// One line of diagnostics, its numbers in the classic locale. It is assembled first and written at
+/// the end of the statement, so that lines of several threads do not mix:
 ///
 ///     error_line() << "[control_loop] exception: " << error.what();
 class Line {
@@ -31,7 +32,7 @@ class Line {
 
  private:
   std::ostream& stream_;
-  std::ostringstream text_;
+  description::ClassicStream text_;
 };
 
 /// A line on standard error.

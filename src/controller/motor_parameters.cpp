@@ -3,10 +3,10 @@
 #include <cmath>
 #include <iomanip>
 #include <iostream>
-#include <sstream>
 
 #include "controller/startup_failure.hpp"
 
+#include "description/classic_stream.hpp"
 #include "description/timing.hpp"
 
 namespace kelvara::controller {
@@ -45,7 +45,7 @@ using ReadBack = std::array<std::vector<double>, kParameters.size()>;
 
 template <typename Values>
 void print_vector(const std::string& label, const Values& values) {
-  std::ostringstream line;
+  description::ClassicStream line;
   line << label << std::fixed << std::setprecision(3);
   const char* separator = " [";
   for (const double value : values) {
@@ -85,7 +85,7 @@ void write_parameters(Kelvara& hardware, const description::PosVelModeConfig& co
 
 void verify_parameter(const std::string& name, const JointArray& configured,
                       const std::vector<double>& read_back) {
-  std::ostringstream message;
+  description::ClassicStream message;
   if (read_back.size() != configured.size()) {
     message << name << " verification failed: expected " << configured.size() << " values, got "
             << read_back.size();

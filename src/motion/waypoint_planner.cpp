@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
-#include <sstream>
 #include <stdexcept>
+
+#include "description/classic_stream.hpp"
 
 namespace kelvara::motion {
 namespace {
@@ -183,7 +184,7 @@ std::vector<std::string> report_limits(const JointRates& peaks, const JointTraje
     if (peaks[j].velocity > kReportTolerance * limits.velocity ||
         peaks[j].acceleration > kReportTolerance * limits.acceleration ||
         peaks[j].jerk > kReportTolerance * limits.jerk) {
-      std::ostringstream line;
+      description::ClassicStream line;
       line << "[move_joint_waypoints] requested time_sec=" << time_s << " exceeds joint " << j + 1
            << " trajectory limits: vmax " << peaks[j].velocity << "/" << limits.velocity
            << ", amax " << peaks[j].acceleration << "/" << limits.acceleration << ", jmax "
