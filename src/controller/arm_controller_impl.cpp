@@ -1,34 +1,44 @@
 #include "controller/arm_controller_impl.hpp"
 
+#include <algorithm>
+
 #include "controller/bring_up.hpp"
+#include "controller/control_cycle.hpp"
+#include "controller/control_thread.hpp"
+#include "controller/monitor_thread.hpp"
+#include "controller/pose_solvers.hpp"
 
 #include "motion/septic_trajectory.hpp"
 
 using kelvara::JointArray;
 using kelvara::kJointCount;
+namespace controller = kelvara::controller;
 
 ArmController::Impl::Impl(const std::string& can_interface, bool bus_flag, ArmController* /*owner*/,
                           bool with_gripper, kelvara::damiao_motor::ControlMode mode)
     : hardware(can_interface, bus_flag),
-      setup(kelvara::controller::load_setup(with_gripper, mode, kinematics)),
-      poses(kinematics),
-      cycle({hardware, kinematics, setup, slot, state, flags}),
-      control_(cycle, flags),
-      monitor_(state, flags) {
-  kelvara::controller::BringUp bring_up(hardware, setup);
+      setup(controller::load_setup(with_gripper, mode, kinematics)),
+      poses(std::make_unique<controller::PoseSolvers>(kinematics)),
+      cycle(std::make_unique<controller::ControlCycle>(
+          controller::ControlCycle::Parts{hardware, kinematics, setup, slot, state, flags})),
+      control_(std::make_unique<controller::ControlThread>(*cycle, flags)),
+      monitor_(std::make_unique<controller::MonitorThread>(state, flags)) {
+  controller::BringUp bring_up(hardware, setup);
   bring_up.initial_kelvara();
   bring_up.check_start_pose();
 }
 
+ArmController::Impl::~Impl() = default;
+
 void ArmController::Impl::start_two_thread() {
-  control_.start();
-  monitor_.start();
+  control_->start();
+  monitor_->start();
 }
 
 void ArmController::Impl::request_stop_and_join() {
   flags.exit_flag = true;
-  control_.join();
-  monitor_.join();
+  control_->join();
+  monitor_->join();
 }
 
 JointArray ArmController::Impl::clamp_to_limits(const std::vector<double>& q) const {

@@ -1,20 +1,24 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "controller/command_slot.hpp"
-#include "controller/control_cycle.hpp"
-#include "controller/control_thread.hpp"
 #include "controller/controller_setup.hpp"
-#include "controller/monitor_thread.hpp"
-#include "controller/pose_solvers.hpp"
 #include "controller/state_buffer.hpp"
 #include "controller/stop_flags.hpp"
 #include "kelvara/arm_controller.hpp"
 #include "kelvara/export.hpp"
 #include "kelvara/hardware/kelvara.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
+
+namespace kelvara::controller {
+class ControlCycle;
+class ControlThread;
+class MonitorThread;
+class PoseSolvers;
+}  // namespace kelvara::controller
 
 /// Composes the controller of its parts and forwards the application's commands to them.
 ///
@@ -27,6 +31,9 @@ class KELVARA_HIDDEN ArmController::Impl {
   /// starts no thread. Throws and ends the process as `ArmController`'s constructor does.
   Impl(const std::string& can_interface, bool bus_flag, ArmController* owner, bool with_gripper,
        kelvara::damiao_motor::ControlMode mode);
+  ~Impl();
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
 
   /// Starts the control thread, then the monitor thread.
   void start_two_thread();
@@ -59,12 +66,13 @@ class KELVARA_HIDDEN ArmController::Impl {
   kelvara::controller::StopFlags flags;
   kelvara::controller::CommandSlot slot;
   kelvara::controller::StateBuffer state;
-  kelvara::controller::PoseSolvers poses;
-  kelvara::controller::ControlCycle cycle;
+  // Behind pointers, so that the command calls do not depend on the headers of the rest.
+  const std::unique_ptr<kelvara::controller::PoseSolvers> poses;
+  const std::unique_ptr<kelvara::controller::ControlCycle> cycle;
 
  private:
   kelvara::JointArray clamp_to_limits(const std::vector<double>& q) const;
 
-  kelvara::controller::ControlThread control_;
-  kelvara::controller::MonitorThread monitor_;
+  const std::unique_ptr<kelvara::controller::ControlThread> control_;
+  const std::unique_ptr<kelvara::controller::MonitorThread> monitor_;
 };

@@ -3,6 +3,7 @@
 
 #include "controller/arm_controller_impl.hpp"
 #include "controller/diagnostics.hpp"
+#include "controller/pose_solvers.hpp"
 
 #include "description/finite.hpp"
 
@@ -25,7 +26,8 @@ void ArmController::set_end_effector_pose(const std::vector<double>& target_pos,
   if (target_euler.size() != 3) {
     throw std::invalid_argument("target_euler must have exactly 3 elements.");
   }
-  const auto solution = impl().poses.solve_by_jacobian(target_pos, target_euler, joint_positions());
+  const auto solution =
+      impl().poses->solve_by_jacobian(target_pos, target_euler, joint_positions());
   if (!solution) {
     kelvara::controller::output_line() << "雅可比逆解失败。";
     return;
@@ -43,10 +45,10 @@ std::optional<std::vector<double>> ArmController::solve_ik(const std::vector<dou
     if (q_seed.size() != kJointCount) {
       throw std::invalid_argument("q_seed must have exactly 6 elements when provided.");
     }
-    return impl().poses.solve_ik(target_pos, target_euler, q_seed);
+    return impl().poses->solve_ik(target_pos, target_euler, q_seed);
   }
   const JointArray measured = joint_positions();
-  return impl().poses.solve_ik(target_pos, target_euler, {measured.begin(), measured.end()});
+  return impl().poses->solve_ik(target_pos, target_euler, {measured.begin(), measured.end()});
 }
 
 void ArmController::set_end_effector_pose_raw(const std::vector<double>& target_pos,
@@ -60,10 +62,10 @@ void ArmController::set_end_effector_pose_raw(const std::vector<double>& target_
   }
   JointArray q{};
   std::copy(solution->begin(), solution->end(), q.begin());
-  const JointArray dq = impl().poses.stream(q);
+  const JointArray dq = impl().poses->stream(q);
   set_joint_raw(*solution, {dq.begin(), dq.end()});
 }
 
 std::array<double, 6> ArmController::get_end_effector_pose() {
-  return impl().poses.end_effector_pose(joint_positions());
+  return impl().poses->end_effector_pose(joint_positions());
 }

@@ -141,7 +141,7 @@ TEST(ControlLoop, DisablesEveryMotorAndEndsOnAnEmergencyStop) {
   loop.cycle();
   BusPeer witness;
   loop.impl->flags.emergency_stop_flag = true;
-  loop.impl->cycle.run_cycle(loop.now);
+  loop.impl->cycle->run_cycle(loop.now);
   EXPECT_TRUE(loop.impl->flags.exit_flag);
   std::vector<BusFrame> expected;
   for (int motor = 1; motor <= 7; ++motor) {

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "controller/arm_controller_impl.hpp"
+#include "controller/control_cycle.hpp"
 #include "support/captured_output.hpp"
 #include "support/simulated_hardware.hpp"
 
@@ -32,21 +33,21 @@ struct ClosedLoop {
     hardware.answer();
     impl = std::make_unique<ArmController::Impl>(TestBus::kInterface, fd, nullptr, true, mode);
     hardware.halt();
-    impl->cycle.begin(now);
+    impl->cycle->begin(now);
   }
 
   /// One cycle; `extra_frames` beside the joints' commands and the feedback requests.
   void cycle(int extra_frames = 0) {
-    const TimePoint feedback_before = impl->cycle.next_feedback_time();
-    impl->cycle.run_cycle(now);
-    const int requests = impl->cycle.next_feedback_time() == feedback_before ? 0 : 6;
+    const TimePoint feedback_before = impl->cycle->next_feedback_time();
+    impl->cycle->run_cycle(now);
+    const int requests = impl->cycle->next_feedback_time() == feedback_before ? 0 : 6;
     hardware.step(6 + requests + extra_frames, kPeriod);
     now += kPeriod;
   }
 
   /// One cycle on a bus that takes no frame.
   void cycle_unheard() {
-    impl->cycle.run_cycle(now);
+    impl->cycle->run_cycle(now);
     hardware.step(0, kPeriod);
     now += kPeriod;
   }

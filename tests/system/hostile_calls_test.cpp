@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/pose_solvers.hpp"
 #include "support/closed_loop.hpp"
 #include "support/waiting.hpp"
 
@@ -155,10 +156,10 @@ TEST(EarlyCalls, BeforeTheFirstFeedbackAreTakenOrRefused) {
   EXPECT_EQ(out[0], 1.0);
   EXPECT_THROW(impl.publish_joint_waypoint_trajectory_command({kZero}, 1.0, 0.0, 400.0),
                std::runtime_error);
-  EXPECT_TRUE(impl.poses.solve_ik({0.5, 0.1, 0.3}, kLevel, kZero));
+  EXPECT_TRUE(impl.poses->solve_ik({0.5, 0.1, 0.3}, kLevel, kZero));
   // What comes after an emergency stop is kept, and not obeyed.
   impl.flags.emergency_stop_flag = true;
-  impl.cycle.run_cycle(loop.now);
+  impl.cycle->run_cycle(loop.now);
   EXPECT_TRUE(impl.flags.exit_flag);
   impl.publish_joint_raw_command(six_with(0.5), kZero);
   impl.publish_kdl_gravity_comp_command();

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "controller/arm_controller_impl.hpp"
+#include "controller/control_cycle.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 #include "support/captured_output.hpp"
 #include "support/edited_description.hpp"
@@ -68,13 +69,13 @@ TEST_P(SteadyState, CyclesAllocateNothing) {
   CapturedOutput output;
   ArmController::Impl impl(TestBus::kInterface, false, nullptr, true, GetParam());
   TimePoint now{std::chrono::hours(1)};
-  impl.cycle.begin(now);
+  impl.cycle->begin(now);
   impl.publish_gripper_distance_command(0.0);
   const auto allocations_of = [&](int cycles) {
     allocations = 0;
     counting = true;
     for (int k = 0; k < cycles; ++k) {
-      impl.cycle.run_cycle(now);
+      impl.cycle->run_cycle(now);
       now += std::chrono::microseconds(2500);
     }
     counting = false;
@@ -99,7 +100,7 @@ TEST(OutOfMemory, InAPlanLeavesTheStandingCommand) {
   CapturedOutput output;
   ArmController::Impl impl(TestBus::kInterface, false, nullptr, false,
                            kelvara::damiao_motor::MIT_MODE);
-  impl.cycle.run_cycle(TimePoint{std::chrono::hours(1)});
+  impl.cycle->run_cycle(TimePoint{std::chrono::hours(1)});
   impl.publish_joint_trajectory_command(std::vector<double>(6, 0.1), 1.0);
   const auto number = [&impl] { return impl.slot.snapshot({}, TimePoint{}).number; };
   const auto standing = number();
