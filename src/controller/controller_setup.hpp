@@ -12,8 +12,8 @@ namespace kelvara::controller {
 
 /// What is fixed once the controller has been constructed.
 struct ControllerSetup {
-  bool has_gripper;
-  damiao_motor::ControlMode control_mode;
+  bool has_gripper = false;
+  damiao_motor::ControlMode control_mode = damiao_motor::MIT_MODE;
   description::PosVelModeConfig pos_vel;
   description::MitModeConfig mit;
   description::JointTrajectoryConfig joint_trajectory;

@@ -11,6 +11,8 @@ namespace kelvara::description {
 /// has the sign -1. Angles, velocities and torques convert alike.
 class MotorSigns {
  public:
+  /// Every motor mounted the same way round as its joint.
+  MotorSigns() { motor_signs_.fill(1.0); }
   /// @throws std::invalid_argument "motor_signs must contain only +1 or -1".
   explicit MotorSigns(const JointArray& motor_signs) : motor_signs_(motor_signs) {
     constexpr double kTolerance = 1e-9;
@@ -29,7 +31,7 @@ class MotorSigns {
   }
 
  private:
-  JointArray motor_signs_;
+  JointArray motor_signs_{};
 };
 
 }  // namespace kelvara::description
