@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -34,6 +35,13 @@ inline constexpr std::array<JointFacts, kJointCount> kJoints{{
     {kSmallMotor, 5, 0x15, 15.5, 6.0, 20.9, 300.0},
     {kSmallMotor, 6, 0x16, 15.5, 6.0, 20.9, 300.0},
 }};
+
+static_assert(std::all_of(kJoints.begin(), kJoints.end(),
+                          [](const JointFacts& joint) {
+                            return static_cast<std::size_t>(joint.motor_type) <
+                                   damiao_motor::MOTOR_LIMIT_PARAMS.size();
+                          }),
+              "every joint's motor model has a row in MOTOR_LIMIT_PARAMS");
 
 /// One column of the table, for example `column(&JointFacts::velocity_limit)`.
 template <typename Value>

@@ -46,6 +46,7 @@ inline constexpr std::array<LimitParam, 13> MOTOR_LIMIT_PARAMS{{
     {12.5, 45, 10},
     {12.5, 45, 10},
 }};
+static_assert(MOTOR_LIMIT_PARAMS.back().pmax > 0.0, "the table has fewer rows than its size");
 
 /// The largest gains that an MIT frame carries, for every model; larger ones are clamped.
 inline constexpr double kMaxKp = 500.0;  // N·m/rad
