@@ -9,7 +9,7 @@
 
 #include <Eigen/Core>
 
-#include "kelvara/damiao_motor/motor_values.hpp"
+#include "kelvara/damiao_motor/dm_motor_control.hpp"
 #include "kelvara/export.hpp"
 #include "kelvara/septuple_trajectory.hpp"
 

@@ -128,10 +128,22 @@ Triple parse_axis(const XMLElement* axis, const std::string& joint_name) {
 
 /// A NaN limit bounds nothing; lower = +inf or upper = -inf would exclude every angle. Such a joint
 /// counts as unlimited.
+/// Reads one limit. A text that is not numeric counts as missing, which leaves the joint without
+/// limits: that is reported.
+bool read_limit(const XMLElement* limit, const char* attribute, double& value, UrdfJoint& joint) {
+  const bool numeric = read_double(limit, attribute, value);
+  const char* text = limit->Attribute(attribute);
+  if (!numeric && text != nullptr) {
+    joint.reports.push_back("URDF joint '" + joint.name + "': limit " + attribute + "='" + text +
+                            "' is not numeric; the joint has no limits");
+  }
+  return numeric;
+}
+
 void read_limits(const XMLElement* limit, UrdfJoint& joint) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  const bool has_lower = read_double(limit, "lower", joint.lower);
-  const bool has_upper = read_double(limit, "upper", joint.upper);
+  const bool has_lower = read_limit(limit, "lower", joint.lower, joint);
+  const bool has_upper = read_limit(limit, "upper", joint.upper, joint);
   joint.has_limits = has_lower && has_upper && joint.lower < kInfinity && joint.upper > -kInfinity;
 }
 

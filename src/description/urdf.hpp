@@ -15,12 +15,13 @@ struct UrdfJoint {
   std::string type;
   std::string parent;
   std::string child;
-  Triple origin_xyz{};         // m
-  Triple origin_rpy{};         // rad
-  Triple axis{0.0, 0.0, 1.0};  // unit; z by default, where URDF itself has x
-  bool has_limits = false;     // both limits were read, and some angle can violate them
-  double lower = 0.0;          // rad; m for a prismatic joint
-  double upper = 0.0;          // the same
+  Triple origin_xyz{};               // m
+  Triple origin_rpy{};               // rad
+  Triple axis{0.0, 0.0, 1.0};        // unit; z by default, where URDF itself has x
+  bool has_limits = false;           // both limits were read, and some angle can violate them
+  double lower = 0.0;                // rad; m for a prismatic joint
+  double upper = 0.0;                // the same
+  std::vector<std::string> reports;  // one line per limit that is there but not numeric
 };
 
 /// The mass properties of one link.

@@ -1,6 +1,7 @@
 #include "kelvara/kinematics/kinematics.hpp"
 
 #include <cstdio>
+#include <iostream>
 #include <utility>
 
 #include "kinematics/jacobian_ik.hpp"
@@ -25,6 +26,14 @@ std::vector<kinematics::ChainJoint> joints_of(const description::UrdfDescription
   return joints;
 }
 
+void print_reports(const description::UrdfDescription& urdf) {
+  for (const description::UrdfJoint& joint : urdf.joints) {
+    for (const std::string& report : joint.reports) {
+      std::cerr << report + "\n";
+    }
+  }
+}
+
 }  // namespace
 
 /// The three models of the same arm. They share no state.
@@ -43,6 +52,7 @@ RobotKinematics::RobotKinematics() {
   const description::KinematicsConfig config = description::load_kinematics_config();
   const description::UrdfDescription urdf =
       description::load_urdf(kelvara::algorithms::resolve_robot_urdf_path());
+  print_reports(urdf);
   model_ = std::make_unique<Model>(urdf, config);
   std::printf("urdf num_joints_: %d\n", num_joints());
 }

@@ -65,20 +65,27 @@ TEST(Urdf, ReadsLimitsAxesAndInertia) {
     <link name='a'/>
     <link name='b'><inertial><origin xyz='1 2 3' rpy='0 0 1.5707963267948966'/><mass value='2'/>
       <inertia ixx='1' ixy='0' ixz='0' iyy='2' iyz='0' izz='3'/></inertial></link>
-    <link name='c'/><link name='d'/>
+    <link name='c'/><link name='d'/><link name='e'/>
     <joint name='j1' type='revolute'><parent link='a'/><child link='b'/>
       <axis xyz='0 3 4'/><limit lower='-1' upper='2'/></joint>
     <joint name='j2' type='continuous'><parent link='b'/><child link='c'/>
       <limit lower='-1' upper='2'/></joint>
     <joint name='j3' type='prismatic'><parent link='c'/><child link='d'/>
-      <limit upper='2'/></joint></robot>)");
+      <limit upper='2'/></joint>
+    <joint name='j4' type='revolute'><parent link='d'/><child link='e'/>
+      <limit lower='-2.8 rad' upper='2'/></joint></robot>)");
   const UrdfDescription urdf = load_urdf("arm.urdf");
-  ASSERT_EQ(urdf.joints.size(), 3U);
+  ASSERT_EQ(urdf.joints.size(), 4U);
   EXPECT_TRUE(urdf.joints[0].has_limits);
   EXPECT_NEAR(urdf.joints[0].axis[2], 0.8, 1e-15);
   EXPECT_FALSE(urdf.joints[1].has_limits);
   EXPECT_EQ(urdf.joints[1].axis, (Triple{0, 0, 1}));
   EXPECT_FALSE(urdf.joints[2].has_limits);
+  EXPECT_TRUE(urdf.joints[2].reports.empty()) << "a missing limit is allowed";
+  EXPECT_FALSE(urdf.joints[3].has_limits);
+  EXPECT_EQ(urdf.joints[3].reports,
+            (std::vector<std::string>{"URDF joint 'j4': limit lower='-2.8 rad' is not numeric; the "
+                                      "joint has no limits"}));
   const UrdfInertial& inertial = urdf.inertials.at("b");
   EXPECT_EQ(inertial.mass, 2.0);
   EXPECT_EQ(inertial.origin_xyz, (Triple{1, 2, 3}));

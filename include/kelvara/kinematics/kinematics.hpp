@@ -28,7 +28,7 @@ class KELVARA_EXPORT RobotKinematics {
   using joint_t = kelvara::kinematics::ChainJoint;
 
   /// Result of the Jacobian solver; on failure the last iterate.
-  struct KELVARA_HIDDEN IkResult {
+  struct IkResult {
     Eigen::VectorXd q;  // rad, one for each chain joint, inside [-π, π]
     bool success;
   };
