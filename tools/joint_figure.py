@@ -1,6 +1,7 @@
 """A figure with a pair of axes for each joint: a quantity above, its error below."""
 
 import matplotlib
+import numpy as np
 
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt  # noqa: E402
@@ -32,7 +33,17 @@ def joint_figure(title, quantity, error):
     return figure, pairs
 
 
+def break_lines(rows, longest_gap_s):
+    """The rows, time first, with a row of NaN amid each longer gap: no line crosses it."""
+    times = rows[:, 0]
+    gaps = np.flatnonzero(np.diff(times) > longest_gap_s)
+    breaks = np.full((len(gaps), rows.shape[1]), np.nan)
+    breaks[:, 0] = (times[gaps] + times[gaps + 1]) / 2
+    return np.insert(rows, gaps + 1, breaks, axis=0)
+
+
 def save_joint_figure(figure, pairs, path):
-    pairs[0][0].legend(frameon=False, loc="upper left")
+    lines = pairs[0][0].get_legend_handles_labels()
+    figure.legend(*lines, frameon=False, loc="upper right", ncol=len(lines[1]))
     figure.tight_layout()
     figure.savefig(path, dpi=110)

@@ -5,27 +5,48 @@ import os
 import numpy as np
 
 from arm_facts import JOINT_COUNT
-from joint_figure import ERROR, REFERENCE, RESULT, joint_figure, plt, save_joint_figure
+from joint_figure import (
+    ERROR,
+    REFERENCE,
+    RESULT,
+    break_lines,
+    joint_figure,
+    plt,
+    save_joint_figure,
+)
 from urdf_chain import base_radius, joint_points, read_chain
 
 MARGIN_M = 0.1  # around the arm
+LONGEST_GAP_S = 0.25  # between samples that a line connects
+PATH_HZ = 100  # points per second of the tool's path
 
 
 def plot_all(record, report, urdf, tool, folder):
     """Writes tracking.png, arm.png and tool.png; `tool` is the tool's place in the last link."""
     chain = read_chain(urdf)
-    plot_tracking(record, report, os.path.join(folder, "tracking.png"))
-    plot_arm(record, chain, tool, base_radius(urdf), os.path.join(folder, "arm.png"))
-    plot_tool(record, report, chain, tool, os.path.join(folder, "tool.png"))
+    angles = joint_angles(record)
+    plot_tracking(angles, report, os.path.join(folder, "tracking.png"))
+    plot_arm(angles, chain, tool, base_radius(urdf), os.path.join(folder, "arm.png"))
+    plot_tool(record, angles, report, chain, tool, os.path.join(folder, "tool.png"))
 
 
-def plot_tracking(record, report, path):
+def joint_angles(record):
+    """Per joint, rows (t, measured, commanded), rad; NaN: not commanded, or a gap in the log."""
+    joints = []
+    for replies, floating in zip(record.replies, record.floating):
+        uncommanded = np.full(len(floating), np.nan)
+        rows = np.vstack([replies[:, [0, 1, 4]], np.c_[floating[:, :2], uncommanded]])
+        joints.append(break_lines(rows[np.argsort(rows[:, 0], kind="stable")], LONGEST_GAP_S))
+    return joints
+
+
+def plot_tracking(angles, report, path):
     """Commanded and measured angle of each joint over time, and their difference below."""
     figure, pairs = joint_figure(
         f"Tracking in {report['mode']} mode; moves shaded", "angle [rad]", "error [mrad]"
     )
-    for joint, ((top, bottom), replies) in enumerate(zip(pairs, record.replies), 1):
-        times, measured, commanded = replies[:, 0], replies[:, 1], replies[:, 4]
+    for joint, ((top, bottom), rows) in enumerate(zip(pairs, angles), 1):
+        times, measured, commanded = rows.T
         top.plot(times, commanded, color=REFERENCE, lw=3.5, label="commanded")
         top.plot(times, measured, color=RESULT, lw=1.1, label="measured")
         top.set_title(f"joint {joint}", loc="left", fontweight="bold")
@@ -37,18 +58,20 @@ def plot_tracking(record, report, path):
 
 
 def interpolate(rows_per_joint, column, times):
-    """One column of all joints' replies at common times, one row an instant."""
+    """One column of every joint's rows at common times, one row per instant; NaN in gaps."""
     return np.array([np.interp(times, rows[:, 0], rows[:, column]) for rows in rows_per_joint]).T
 
 
-def plot_arm(record, chain, tool, radius, path):
+def plot_arm(angles, chain, tool, radius, path):
     """The arm at several instants, with the path of its tool; a ring marks the base."""
-    times = np.linspace(record.replies[0][0, 0], record.replies[0][-1, 0], 600)
-    angles = interpolate(record.replies, 1, times)
-    points = np.array([joint_points(chain, q, tool) for q in angles])
-    # Instants evenly spaced along the path, not in time: the arm rests for long.
-    way = np.concatenate([[0], np.cumsum(np.linalg.norm(np.diff(angles, axis=0), axis=1))])
-    shown = np.searchsorted(way, np.linspace(0, way[-1], 10)).clip(0, len(times) - 1)
+    times = np.linspace(angles[0][0, 0], angles[0][-1, 0], 600)
+    measured = interpolate(angles, 1, times)
+    points = np.array([joint_points(chain, q, tool) for q in measured])
+    # Instants evenly spaced along the path, not in time: the arm rests for long. None in a gap.
+    known = np.flatnonzero(np.isfinite(measured).all(axis=1))
+    steps = np.linalg.norm(np.diff(measured[known], axis=0), axis=1)
+    way = np.concatenate([[0], np.cumsum(steps)])
+    shown = known[np.searchsorted(way, np.linspace(0, way[-1], 10)).clip(0, len(known) - 1)]
 
     figure = plt.figure(figsize=(9, 7.5))
     axes = figure.add_subplot(projection="3d")
@@ -68,27 +91,30 @@ def plot_arm(record, chain, tool, radius, path):
     )
     scale.set_label("time [s]")
     axes.set_title("The arm as its motors report it", y=0.95)
-    figure.savefig(path, dpi=110, bbox_inches="tight")
+    label = axes.zaxis.label  # the tight box leaves it out otherwise
+    figure.savefig(path, dpi=110, bbox_inches="tight", bbox_extra_artists=[label])
 
 
 def set_space(axes, points, radius):
     """Limits around all points and the base, in equal scales."""
-    low = np.minimum(points.min(axis=(0, 1)), [-radius, -radius, 0]) - MARGIN_M
-    high = np.maximum(points.max(axis=(0, 1)), [radius, radius, 0]) + MARGIN_M
+    low = np.minimum(np.nanmin(points, axis=(0, 1)), [-radius, -radius, 0]) - MARGIN_M
+    high = np.maximum(np.nanmax(points, axis=(0, 1)), [radius, radius, 0]) + MARGIN_M
     axes.set(xlim=(low[0], high[0]), ylim=(low[1], high[1]), zlim=(low[2], high[2]))
     axes.set_box_aspect(high - low, zoom=1.15)
-    axes.set(xlabel="x [m]", ylabel="y [m]", zlabel="z [m]")
+    axes.set(xlabel="x [m]", ylabel="y [m]")
+    axes.zaxis.set_rotate_label(False)  # it would read downwards
+    axes.set_zlabel("z [m]", rotation=90)
 
 
-def plot_tool(record, report, chain, tool, path):
+def plot_tool(record, angles, report, chain, tool, path):
     """The tool's path from above and from the side, the floating arm, and the jaws."""
-    replies = record.replies
-    times = np.arange(replies[0][0, 0], replies[0][-1, 0], 0.01)
+    begin, end = angles[0][[0, -1], 0]
+    times = np.linspace(begin, end, 1 + round((end - begin) * PATH_HZ))
     paths = {
         name: np.array(
-            [joint_points(chain, q, tool)[-1] for q in interpolate(replies, column, times)]
+            [joint_points(chain, q, tool)[-1] for q in interpolate(angles, column, times)]
         )
-        for name, column in (("commanded", 4), ("measured", 1))
+        for name, column in (("commanded", 2), ("measured", 1))
     }
     figure, ((above, side), (floating, jaws)) = plt.subplots(2, 2, figsize=(13, 10))
     for axes, (x, y), title in ((above, (0, 1), "from above"), (side, (0, 2), "from the side")):

@@ -14,7 +14,14 @@ import numpy as np
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from arm_facts import JOINT_COUNT  # noqa: E402
-from joint_figure import ERROR, REFERENCE, RESULT, joint_figure, save_joint_figure  # noqa: E402
+from joint_figure import (  # noqa: E402
+    ERROR,
+    REFERENCE,
+    RESULT,
+    break_lines,
+    joint_figure,
+    save_joint_figure,
+)
 
 LONGEST_GAP_S = 0.02  # between rows that a line connects
 
@@ -45,19 +52,16 @@ def plot_torques(time, measured, predicted, path):
         "torque [N·m]",
         "error [N·m]",
     )
-    gaps = np.flatnonzero(np.diff(time) > LONGEST_GAP_S) + 1
-    broken = np.insert(time, gaps, np.nan)
     for joint, (top, bottom) in enumerate(pairs):
         error = measured[joint] - predicted[joint]
         explained = 100 * (1 - np.mean(error**2) / np.var(measured[joint]))
-        for values, style in (
-            (measured[joint], {"color": REFERENCE, "lw": 3.5, "label": "measured"}),
-            (predicted[joint], {"color": RESULT, "lw": 1.1, "label": "predicted"}),
-        ):
-            top.plot(broken, np.insert(values, gaps, np.nan), **style)
+        rows = np.column_stack([time, measured[joint], predicted[joint], error])
+        times, reference, result, difference = break_lines(rows, LONGEST_GAP_S).T
+        top.plot(times, reference, color=REFERENCE, lw=3.5, label="measured")
+        top.plot(times, result, color=RESULT, lw=1.1, label="predicted")
         title = f"joint {joint + 1}: {explained:.1f} % of the variance explained"
         top.set_title(title, loc="left", fontweight="bold")
-        bottom.plot(broken, np.insert(error, gaps, np.nan), color=ERROR, lw=0.8)
+        bottom.plot(times, difference, color=ERROR, lw=0.8)
     save_joint_figure(figure, pairs, path)
 
 
