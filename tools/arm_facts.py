@@ -45,6 +45,10 @@ class Header:
     def constant(self, name):
         return self.find(rf"\b{name}(?: = |\{{)([^;{{}}]+)\}}?;").strip()
 
+    def resolve(self, expression):
+        """The value of a constant of this header; any qualified name stands for itself."""
+        return expression if "::" in expression else self.constant(expression)
+
     def duration_s(self, name):
         unit = self.find(rf"std::chrono::(\w+) {name}\{{")
         return float(self.constant(name)) * SECONDS[unit]
@@ -82,7 +86,7 @@ def read_motors():
         return Motor(int(can_id, 0), int(master_id, 0), *ranges[model.rpartition("::")[2]])
 
     joints = [
-        motor(row["can_id"], row["master_id"], arm.constant(row["motor_type"]))
+        motor(row["can_id"], row["master_id"], arm.resolve(row["motor_type"]))
         for row in arm.table("JointFacts", "kJoints")
     ]
     names = ("kGripperCanId", "kGripperMasterId", "kGripperMotorType")
