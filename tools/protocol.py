@@ -1,6 +1,6 @@
 """The motors' frames: identifiers, layouts and scaling, of commands and of replies.
 
-A motor is an `arm_facts.Motor`. A word is an integer as which a frame carries a quantity.
+A motor is an `arm_facts.Motor`. A word is the integer that encodes a quantity in a frame.
 """
 
 import struct

@@ -64,7 +64,7 @@ def travel(record, begin, end):
 
 
 def move_figures(record, begin, end, next_begin):
-    """One row a joint. End error and overshoot include the rest until the next move."""
+    """One row per joint. End error and overshoot include the rest until the next move."""
     rows = []
     for commands, replies in zip(record.commands, record.replies):
         commanded = between(commands, begin, next_begin)[:, 1]
@@ -143,7 +143,7 @@ def analyse(record):
 
 
 def print_moves(report):
-    """One line a move: of each figure the largest over the joints."""
+    """One line per move, with the largest of each figure over the joints."""
     print("  move     from      to   travel   peak error   end error   overshoot")
     for number, move in enumerate(report["moves"], 1):
         joints = move["joints"]

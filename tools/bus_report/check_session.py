@@ -6,8 +6,8 @@ usage: check_session.py LOG [--pos-vel] [--fd] [--config FILE]
 The controller must send exactly the expected frames of the bring-up, then nothing but whole rounds of
 motion commands and of requests for feedback, and nothing after it has disabled the motors. The
 session begins after the last frame 7FE, a marker that the recorder sends. If the control loop ran on
-schedule, every second round of commands has a request, and the last one is the zero pose; a late
-loop must only not send too much.
+schedule, every second round of commands has a request, and the last one is the zero pose; if the
+loop ran late, only an upper bound is checked.
 """
 
 import argparse
@@ -137,7 +137,7 @@ def check_bring_up(frames, expected):
 
 
 def kind_of(block, pos_vel):
-    """The kind of a round of frames, one a motor, or None."""
+    """The kind of a round of frames, one per motor, or None."""
     plain = [(frame.can_id, frame.data) for frame in block]
     if plain == register_round(REFRESH):
         return "refresh"

@@ -124,7 +124,7 @@ def link_columns(axes, arms, a, L, K):
 
 
 def regressor(joints):
-    """Yields, for each link of a chain of revolute joints, its ten columns with one entry a joint.
+    """Yields, for each link of a chain of revolute joints, its ten columns with one entry per joint.
 
     `joints` are (origin, R, axis), base first: origin and rotation of the link's frame in the one
     before at zero angle, and the axis along it. The first axis must be vertical: the first
