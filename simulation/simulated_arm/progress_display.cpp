@@ -48,10 +48,10 @@ void ProgressDisplay::print(const std::string& text) const {
   std::fflush(stdout);
 }
 
-void ProgressDisplay::update(const std::string& news) {
+void ProgressDisplay::update(const std::string& event) {
   ++time_ms_;
-  if (!news.empty()) {
-    print(news);
+  if (!event.empty()) {
+    print(event);
   }
   const std::string states = motor_states();
   if (states != last_states_) {

@@ -9,13 +9,13 @@
 namespace kelvara::simulation {
 
 /// Prints every change of a simulated arm's motor states and, while the arm moves, its joint angles
-/// and tool position four times a second.
+/// and tool position four times per second.
 class ProgressDisplay {
  public:
   explicit ProgressDisplay(const SimulatedArm& arm) : arm_(arm) {}
 
-  /// Must be called after every millisecond of physics; prints `news`, too, unless it is empty.
-  void update(const std::string& news = "");
+  /// Must be called after every millisecond of physics; prints `event`, too, unless it is empty.
+  void update(const std::string& event = "");
 
  private:
   std::string motor_states() const;

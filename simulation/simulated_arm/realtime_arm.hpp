@@ -13,7 +13,7 @@
 namespace kelvara::simulation {
 
 /// A simulated arm on a SocketCAN interface, in real time: owns the arm, its bus and, between
-/// `start` and `stop`, a thread that lets time pass.
+/// `start` and `stop`, a thread that advances the time.
 ///
 /// All pending frames are handled before each millisecond of physics. Missed time is skipped, never
 /// caught up: a process that got no processor time must not make the motors take their commands for
@@ -31,7 +31,7 @@ class RealtimeArm {
     Silence silence = Silence::kTimePasses;
     SimulatedArm::Options arm;
   };
-  /// Called after every millisecond of physics, by the thread that lets time pass.
+  /// Called after every millisecond of physics, by the thread that advances the time.
   using AfterStep = std::function<void()>;
 
   /// @throws std::runtime_error when the interface is missing or down, or when an arm answers there
@@ -45,12 +45,12 @@ class RealtimeArm {
   SimulatedArm& arm() { return arm_; }
   SimulatedArmBus& bus() { return bus_; }
 
-  /// Lets time pass on the calling thread until `stop` is set; ends within a few milliseconds of
+  /// Advances the time on the calling thread until `stop` is set; ends within a few milliseconds of
   /// it.
   /// @throws std::runtime_error when the interface has gone.
   void run(const std::atomic<bool>& stop, const AfterStep& after_step = {});
 
-  /// Lets time pass on a thread of this object.
+  /// Advances the time on a thread of this object.
   void start(AfterStep after_step = {});
   /// Ends and joins that thread, if it runs.
   void stop();

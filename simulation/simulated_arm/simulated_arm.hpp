@@ -15,8 +15,8 @@
 namespace kelvara::simulation {
 
 /// The whole arm behind its bus: six joint motors on rigid-body physics, and a gripper motor on
-/// jaws. It has neither a clock nor a bus: the caller passes frames in and lets time pass, a test
-/// as well as a real-time loop.
+/// jaws. It has neither a clock nor a bus: the caller passes frames in and advances the time; used
+/// by tests and by the real-time loop.
 ///
 /// Until a joint motor is enabled for the first time the arm rests in a cradle at its start pose;
 /// after that, disabled motors let it sink.
@@ -34,7 +34,7 @@ class SimulatedArm {
 
   /// Passes a frame to every motor (classic frames in a canfd_frame, too) and appends the replies.
   void receive(const canfd_frame& frame, std::vector<canfd_frame>& replies);
-  /// Lets time pass in whole milliseconds; the remainder is kept for the next call.
+  /// Advances the time in whole milliseconds; the remainder is kept for the next call.
   void advance(std::chrono::nanoseconds time);
 
   /// Puts the joints at these angles (rad), at rest; they are held there if still in the cradle.

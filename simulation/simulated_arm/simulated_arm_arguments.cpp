@@ -93,7 +93,7 @@ const char* const kSimulatedArmUsage =
     "  --no-gripper       six motors instead of seven\n"
     "  --start Q1,...,Q6  joint angles at rest before the motors are enabled, rad\n"
     "  --load KG          mass held in the gripper, 0 to 5\n"
-    "  --hand DX,DY,DZ    a hand that carries the floating arm's tool so far, m, and lets go\n"
+    "  --hand DX,DY,DZ    moves the floating arm's tool by this distance (m) and releases it\n"
     "  --show             print what the arm does\n"
     "  --urdf FILE, --config FILE  another robot description";
 

@@ -42,13 +42,13 @@ void run(const SimulatedArmArguments& arguments) {
     hand.emplace(arm, *arguments.hand);
   }
   realtime.run(stop_requested, [&] {
-    const std::string news = hand ? hand->update() : "";
+    const std::string event = hand ? hand->update() : "";
     if (display) {
-      display->update(news);
+      display->update(event);
     }
   });
   if (display) {
-    std::printf("ended; %llu ms of the arm's time were given up because the machine was late\n",
+    std::printf("ended; %llu ms of the arm's time were skipped because the machine was late\n",
                 static_cast<unsigned long long>(realtime.skipped_ms()));
   }
 }

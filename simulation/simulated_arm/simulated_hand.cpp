@@ -46,7 +46,7 @@ std::string SimulatedHand::update() {
       }
       arm_.set_tool_force({});
       phase_ = Phase::kDone;
-      return "the hand lets go";
+      return "the hand releases the arm";
     case Phase::kDone:
       break;
   }

@@ -13,7 +13,7 @@
 namespace kelvara::simulation {
 
 /// The firmware of one servo motor, from its frames to its torque. It has neither a clock nor a
-/// bus: the caller passes frames in and lets time pass. All quantities are on the motor's side.
+/// bus: the caller passes frames in and advances the time. All quantities are on the motor's side.
 class SimulatedMotor {
  public:
   SimulatedMotor(const MotorModel& model, unsigned can_id, unsigned master_id);
@@ -22,10 +22,10 @@ class SimulatedMotor {
   /// @return the reply on the master identifier, if there is one.
   std::optional<canfd_frame> handle(const canfd_frame& frame);
 
-  /// Lets `dt_s` seconds pass.
+  /// Advances the time by `dt_s` seconds.
   /// @param position Shaft angle in rad, as the motor's encoder measures it.
   /// @param velocity rad/s.
-  /// @return the torque that the motor applies meanwhile, N·m.
+  /// @return the torque that the motor applies during this time, N·m.
   double advance(double dt_s, double position, double velocity);
 
   bool is_enabled() const { return enabled_; }
