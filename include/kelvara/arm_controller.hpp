@@ -16,8 +16,8 @@
 /// Drives a six-joint arm on one CAN interface from a 400 Hz control thread of its own, beside a
 /// thread that watches the joints' torques.
 ///
-/// Commands check their arguments, replace the one command that stands (there is no queue; the
-/// last writer wins) and return at once; the control thread acts on it in its next cycle. Queries
+/// Commands check their arguments, replace the current command (there is no queue; the last writer
+/// wins) and return at once; the control thread acts on it in its next cycle. Queries
 /// copy the latest feedback, at most some milliseconds old. Both may be called from any thread,
 /// but not while `cleanup()` or the destructor runs; after `cleanup()` they throw
 /// std::runtime_error. Joint vectors hold six values, joint 1 (at the base) first; radians, rad/s,
@@ -40,8 +40,9 @@ class KELVARA_EXPORT ArmController {
   ///                      refuses every CAN-FD frame, silently: no motor answers.
   /// @param mode          `MIT_MODE` or `POS_VEL_MODE`.
   /// @throws kelvara::canbus::CANSocketException when the interface cannot be opened.
-  /// @throws std::runtime_error for a robot description that is missing or malformed, or whose
-  ///         masses, inertias or lengths are not finite.
+  /// @throws std::runtime_error for a robot description that is missing or malformed, with masses,
+  ///         inertias or lengths that are not finite, or with negative or NaN gains and limits in
+  ///         `pos_vel_mode` or `mit_mode`.
   /// @throws std::invalid_argument for another mode, or motor signs other than +1 and -1.
   ArmController(bool with_gripper, const std::string& can_interface, bool bus_flag,
                 kelvara::damiao_motor::ControlMode mode);
@@ -55,16 +56,17 @@ class KELVARA_EXPORT ArmController {
   /// everything. Only the first call acts. Blocks for some 20 ms at most; never throws.
   void cleanup();
 
-  /// Holds a joint target, approached at the joints' speed and acceleration limits.
+  /// Holds a joint target, approached within the joints' speed and acceleration limits.
   /// @param q_end Target angles, clamped to the joint limits.
-  /// @param v_end Target velocities, a feed-forward in MIT mode, not clamped.
+  /// @param v_end Target velocities, a feed-forward in MIT mode; not clamped itself, the resulting
+  ///              reference velocity is.
   /// @throws std::invalid_argument "q_end length does not match num_joints", "v_end length does
   ///         not match num_joints", "q_end must be finite", "v_end must be finite".
   void set_joint_raw(const std::vector<double>& q_end, const std::vector<double>& v_end);
   /// Moves from the present pose to a target in a given time, at rest at both ends (a polynomial of
   /// the seventh degree in time), then holds it.
   /// @param q_end Target angles, clamped to the joint limits.
-  /// @param tf    Duration in seconds; the speed that it asks for is not limited. With 1e-6 or
+  /// @param tf    Duration in seconds; the resulting speed is not limited. With 1e-6 or
   ///              less, or NaN, the arm stays where it is until the next command, in MIT mode
   ///              without stiffness.
   /// @throws std::invalid_argument "q_end size mismatch", "tf must be positive", "q_end must be
@@ -79,7 +81,7 @@ class KELVARA_EXPORT ArmController {
   /// @param speed_percent Fraction of the velocity limits, (0, 1]. Takes precedence over
   ///                      `time_sec`; pass 0 to leave it unset. With neither, the configured
   ///                      default fraction.
-  /// @param control_hz    Samples a second; the control loop's rate is 400.
+  /// @param control_hz    Samples per second; the control loop's rate is 400.
   /// @throws std::invalid_argument "waypoints must not be empty", "control_hz must be positive",
   ///         "time_sec must be non-negative", "speed_percent must be in (0, 1] when provided",
   ///         "each waypoint must have exactly 6 joint values", "waypoints must be finite".
@@ -139,7 +141,7 @@ class KELVARA_EXPORT ArmController {
   /// polynomial of the seventh degree in time). Pure: any thread; nothing moves.
   /// @param q_start,q_end Six angles each, or one each for all joints.
   /// @param tf            Duration, s.
-  /// @param freq          Samples a second, Hz; the last sample is `q_end` exactly.
+  /// @param freq          Samples per second; the last sample is `q_end` exactly.
   /// @throws std::invalid_argument "q_start/q_end length must be num_joints or 1", "tf must be
   ///         positive", "freq must be positive".
   /// @throws std::runtime_error for a `tf` outside 1e-40 to 1e40, and where 1 / freq overflows.
@@ -155,7 +157,7 @@ class KELVARA_EXPORT ArmController {
   /// Measured joint torques; six zeros before the first feedback.
   std::array<double, 6> joint_torques() const;
 
-  /// The same as vectors of Eigen, made in the caller's code.
+  /// The same as Eigen vectors, created in the application's own code.
   KELVARA_INLINE Eigen::VectorXd get_joint() { return to_eigen(joint_positions()); }
   KELVARA_INLINE Eigen::VectorXd get_joint_velocities() { return to_eigen(joint_velocities()); }
   KELVARA_INLINE Eigen::VectorXd get_joint_torques() { return to_eigen(joint_torques()); }

@@ -37,7 +37,7 @@ class KELVARA_HIDDEN ArmController::Impl {
 
   /// Starts the control thread, then the monitor thread.
   void start_two_thread();
-  /// Asks both threads to end and waits for them. May be called again.
+  /// Signals both threads to end and waits for them. May be called again.
   void request_stop_and_join();
 
   // ---- Commands, from any thread; they expect checked arguments ----

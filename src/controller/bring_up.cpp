@@ -86,7 +86,7 @@ void BringUp::check_start_pose() {
   auto& arm = hardware_.get_arm();
   arm.refresh_all();
   // Until a motor reports a state, its record may hold the echo of a register write, read as if it
-  // were feedback: no angle to start a move from. An answer can be late on a loaded machine.
+  // were feedback, which is not a valid start position. An answer can be late on a loaded machine.
   std::vector<Motor> motors;
   for (int drain = 0; drain < kMaxDrains; ++drain) {
     hardware_.recv_all(kQuietAfterCommandUs);

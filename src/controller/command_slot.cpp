@@ -7,7 +7,8 @@ namespace kelvara::controller {
 using description::clamp;
 
 void CommandSlot::publish(motion::Command command) {
-  // The old command leaves in the argument, which is destroyed after the lock.
+  // The swap moves the old command into the argument, which is destroyed after the lock is
+  // released.
   const MutexLock lock(command_mutex);
   std::swap(command_, command);
   ++number_;

@@ -9,7 +9,7 @@
 
 namespace kelvara::controller {
 
-/// The gripper's standing command, sent again and again once there is one.
+/// The gripper's current command, sent every 5 ms once set.
 struct GripperCommand {
   double gripper_target_distance = 0.0;                      // m
   double gripper_speed = description::kDefaultGripperSpeed;  // N·m/rad
@@ -18,14 +18,14 @@ struct GripperCommand {
   bool gripper_command_active = false;
 };
 
-/// What one cycle sees of the slot.
+/// A copy of the slot for one cycle.
 struct CommandSnapshot {
   motion::Command command;
   std::uint64_t number = 0;  // of the command
   GripperCommand gripper;
 };
 
-/// Holds the one standing command of the arm and that of the gripper. The application's threads
+/// Holds the current command of the arm and that of the gripper. The application's threads
 /// write it (the last writer wins, there is no queue), the control thread copies it in every cycle.
 class CommandSlot {
  public:

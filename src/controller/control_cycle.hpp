@@ -30,7 +30,7 @@ class ControlCycle {
 
   /// Sets the schedules of feedback, gripper and reports to begin at `start`.
   void begin(motion::TimePoint start);
-  /// Runs one cycle at the instant `now`. Reports exceptions on standard error; lets none out.
+  /// Runs one cycle at the instant `now`. Reports exceptions on standard error; never throws.
   void run_cycle(motion::TimePoint now);
 
   /// The last cycle that sent commands.

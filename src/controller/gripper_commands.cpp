@@ -13,7 +13,7 @@ bool require_gripper(const kelvara::controller::ControllerSetup& setup) {
   return setup.has_gripper;
 }
 
-/// Prints a range warning. (The text says mm where the value is in metres: fixed wording.)
+/// Prints a range warning. (The text's unit is mm, the value is in metres: fixed wording.)
 void warn_out_of_range(const char* what, double value) {
   kelvara::controller::error_line()
       << "[Warning] Gripper " << what << ", but got: " << value << ". Value will be clamped.";

@@ -41,8 +41,8 @@ class PoseSolvers {
 
  private:
   Mutex kinematics_mutex;
-  const RobotKinematics& model_;                                      // functions without state
-  RobotKinematics& kinematics_ KELVARA_GUARDED_BY(kinematics_mutex);  // the same, KDL's solvers
+  const RobotKinematics& model_;                                      // for the stateless functions
+  RobotKinematics& kinematics_ KELVARA_GUARDED_BY(kinematics_mutex);  // for the KDL solvers
   motion::PoseStream pose_stream_;  // of the one thread that streams poses
 };
 

@@ -17,7 +17,7 @@ struct GripperState {
 /// only copy.
 class StateBuffer {
  public:
-  /// @param gripper Nothing leaves the gripper's state as it is.
+  /// @param gripper std::nullopt keeps the previous gripper state.
   void publish_state(const JointArray& q, const JointArray& dq,
                      const std::optional<GripperState>& gripper) KELVARA_EXCLUDES(state_mutex);
   void publish_torque(const JointArray& tau) KELVARA_EXCLUDES(torque_mutex);

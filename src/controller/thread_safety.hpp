@@ -19,7 +19,7 @@
 
 namespace kelvara::controller {
 
-/// A std::mutex that the analysis knows; taken through `MutexLock` alone.
+/// A std::mutex with the attributes for the analysis; locked through `MutexLock` alone.
 class KELVARA_CAPABILITY("mutex") Mutex {
  public:
   void lock() KELVARA_ACQUIRE() { mutex_.lock(); }

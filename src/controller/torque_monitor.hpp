@@ -10,7 +10,7 @@
 namespace kelvara::controller {
 
 /// Watches joint torques, pass by pass: warns about a joint whose average over the last passes
-/// stays above its threshold, and then calls for a stop. It has no clock of its own.
+/// stays above its threshold, and then requests a stop. It has no clock of its own.
 class TorqueMonitor {
  public:
   /// A joint that has been over its threshold long enough to warn about.
@@ -21,7 +21,7 @@ class TorqueMonitor {
     bool stop;               // otherwise a warning
   };
 
-  /// Takes one pass. A joint that calls for a stop ends the pass: those after it are not examined.
+  /// Takes one pass. A joint that requests a stop ends the pass: those after it are not examined.
   /// @param dt_s   Time since the pass before, s.
   /// @param torque Joint torques, N·m.
   /// @return the findings in joint order, valid until the next call.

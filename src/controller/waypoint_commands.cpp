@@ -37,7 +37,7 @@ void check_waypoint(const std::vector<double>& waypoint) {
   }
 }
 
-/// A speed takes precedence over a time; without either the default speed holds.
+/// A speed takes precedence over a time; without either the default speed applies.
 motion::WaypointOptions choose_options(double time_sec, double speed_percent, double control_hz,
                                        double default_speed) {
   motion::WaypointOptions options;

@@ -8,16 +8,17 @@
 
 #include "description/joint_array.hpp"
 
-/// What is fixed about this arm, one row a joint. Everything tunable is in the YAML file.
+/// What is fixed about this arm, one row per joint. Everything tunable is in the YAML file.
 namespace kelvara::description {
 
-/// One joint's motor and the bounds that its model sets.
+/// One joint's motor and its limits.
 struct JointFacts {
   damiao_motor::MotorType motor_type;
   unsigned can_id;     // the motor is commanded on it
   unsigned master_id;  // the motor's feedback carries it
-  /// Bound of every commanded velocity, rad/s. (Two others are narrower: the limits of waypoint
-  /// moves are in the YAML file, those of streamed poses are the last two columns.)
+  /// Bound of the MIT reference's velocity and of the velocity limits that position/velocity frames
+  /// carry, rad/s. The feed-forward of streamed poses has limits of its own (last two columns);
+  /// waypoint moves have theirs in the YAML file.
   double velocity_limit;
   double torque_threshold;           // N·m; the average torque that counts as too high
   double stream_velocity_limit;      // rad/s, feed-forward of streamed poses

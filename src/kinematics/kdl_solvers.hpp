@@ -15,7 +15,7 @@ namespace kelvara::kinematics {
 /// must not overlap, since the solvers keep scratch state.
 class KdlSolvers {
  public:
-  /// @throws std::runtime_error for a joint type that the chain cannot have.
+  /// @throws std::runtime_error for an unsupported joint type.
   KdlSolvers(const description::UrdfDescription& urdf, const description::KinematicsConfig& config);
   KdlSolvers(const KdlSolvers&) = delete;
   KdlSolvers& operator=(const KdlSolvers&) = delete;

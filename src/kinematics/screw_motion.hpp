@@ -45,7 +45,8 @@ class ScrewMotion {
   std::vector<Axis> screw_axes_;
   std::vector<Eigen::Vector3d> joint_axes_;
   std::vector<Eigen::Vector3d> joint_points_;
-  // As the Eigen of any program may assume: `RobotKinematics::home()` refers to it.
+  // Aligned for every instruction set that a program may be compiled for:
+  // `RobotKinematics::home()` refers to it.
   alignas(64) Eigen::Matrix4d home_ = Eigen::Matrix4d::Identity();
   std::size_t n_ = 0;
 };

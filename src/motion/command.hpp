@@ -21,7 +21,7 @@ struct NoCommand {
   }
 };
 
-/// What the arm is to do. A kind is a struct with its data, its number and two functions:
+/// The arm's command. A kind is a struct with its data, its number and two functions:
 /// `begin` takes the start of a move in its first cycle and does nothing in later ones, `evaluate`
 /// computes the set-point of one instant. A kind that lacks one of them does not compile.
 using Command = std::variant<NoCommand, JointTarget, TimedMove, WaypointMove, Float, FloatKdl>;

@@ -4,7 +4,7 @@
 
 namespace kelvara::motion {
 
-/// Makes the arm float: torque alone, as much as carries it where it is.
+/// Lets the arm float: commands only the gravity torque at the measured positions.
 template <int kCommandType>
 struct Floating {
   static constexpr int command_type = kCommandType;

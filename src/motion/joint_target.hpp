@@ -4,7 +4,7 @@
 
 namespace kelvara::motion {
 
-/// Holds a joint target, approached at the joints' speed and acceleration limits.
+/// Holds a joint target, approached within the joints' speed and acceleration limits.
 struct JointTarget {
   static constexpr int command_type = 1;
 

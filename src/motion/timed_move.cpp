@@ -7,7 +7,7 @@ namespace {
 
 using description::clamp;
 
-// Shorter moves have no rate.
+// At this duration or less the velocity, divided by it, is meaningless.
 constexpr double kMinDurationS = 1e-6;
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 namespace kelvara::motion {
 
-/// One sample of a planned trajectory, one control period long.
+/// One sample of a planned trajectory.
 struct WaypointTrajectorySample {
   JointArray q;    // rad
   JointArray dq;   // rad/s
@@ -15,8 +15,8 @@ struct WaypointTrajectorySample {
 };
 using WaypointSamples = std::shared_ptr<const std::vector<WaypointTrajectorySample>>;
 
-/// Plays a planned trajectory, one sample a period. Without samples it holds the measured
-/// positions.
+/// Plays a planned trajectory, one sample per `waypoint_dt_s`. Without samples it holds the
+/// measured positions.
 struct WaypointMove {
   static constexpr int command_type = 3;
 

@@ -15,7 +15,7 @@ using description::JointTrajectoryConfig;
 constexpr double kRepeatDistance = 1e-9;  // rad; closer points are one
 constexpr int kScanIntervals = 64;
 constexpr double kReportTolerance = 1.001;
-constexpr double kMaxSteps = 1e15;  // beyond any memory
+constexpr double kMaxSteps = 1e15;  // more samples than any memory holds
 
 /// A quintic in normalised time with given velocities and zero acceleration at both ends.
 struct Quintic {

@@ -17,7 +17,7 @@ struct WaypointPlan {
 struct WaypointOptions {
   double time_s = 0.0;      // requested total duration; 0: as the limits allow
   double speed = 1.0;       // fraction of the velocity limits, used without a requested time
-  double control_hz = 400;  // samples a second
+  double control_hz = 400;  // samples per second
 };
 
 /// Plans one smooth motion through waypoints: quintic segments with blend velocities at the inner

@@ -1,4 +1,4 @@
-// The whole controller with its thread, on an arm that lives in real time.
+// The whole controller with its threads, on an arm that runs in real time.
 
 #include "kelvara/arm_controller.hpp"
 
@@ -20,7 +20,7 @@ namespace {
 
 using kelvara::damiao_motor::MIT_MODE;
 
-TEST(ArmControllerWithGripper, ClosesItAtTheStartAndMovesItsJawsAsTold) {
+TEST(ArmControllerWithGripper, ClosesItAtTheStartAndMovesItsJawsAsCommanded) {
   CapturedOutput output;
   SimulatedHardware hardware(false);
   hardware.live();

@@ -49,9 +49,9 @@ TEST_F(CommandSlotTest, KeepsACommandThatCameWhileAMoveEnded) {
   const auto ended = slot.snapshot({}, TimePoint{});
   slot.publish(motion::FloatKdl{});
   slot.complete(ended.number, motion::JointTarget{});
-  const auto standing = slot.snapshot({}, TimePoint{});
-  EXPECT_EQ(motion::command_type(standing.command), 5);
-  slot.complete(standing.number, motion::JointTarget{{0.3}, {}});
+  const auto current = slot.snapshot({}, TimePoint{});
+  EXPECT_EQ(motion::command_type(current.command), 5);
+  slot.complete(current.number, motion::JointTarget{{0.3}, {}});
   EXPECT_EQ(std::get<motion::JointTarget>(slot.snapshot({}, TimePoint{}).command).target_q[0], 0.3);
 }
 

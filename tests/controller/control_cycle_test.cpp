@@ -18,7 +18,7 @@ using kelvara::damiao_motor::MIT_MODE;
 using kelvara::damiao_motor::POS_VEL_MODE;
 
 /// The command that the next cycle would see.
-kelvara::motion::Command standing_command(ClosedLoop& loop) {
+kelvara::motion::Command current_command(ClosedLoop& loop) {
   return loop.impl->slot.snapshot({}, loop.now).command;
 }
 
@@ -45,7 +45,7 @@ TEST_P(Tracking, TwoTimedMovesEndWhereTheyShouldWithoutJumpOrOvershoot) {
         overshoot[i] = std::max(overshoot[i], (q[i] - goal[i]) * (way > 0 ? 1 : -1));
       }
     }
-    const auto held = std::get<kelvara::motion::JointTarget>(standing_command(loop));
+    const auto held = std::get<kelvara::motion::JointTarget>(current_command(loop));
     EXPECT_EQ(held.target_q, goal);
     for (std::size_t i = 0; i < 6; ++i) {
       EXPECT_LT(std::abs(loop.true_positions()[i] - goal[i]), 0.02) << "joint " << i + 1;
@@ -125,7 +125,7 @@ TEST(ControlLoop, PositionVelocityModeAnswersGravityCompensationWithOneWarning) 
   EXPECT_EQ(held, 12);
 }
 
-TEST(ControlLoop, SendsTheGripperItsStandingCommandEveryFiveMilliseconds) {
+TEST(ControlLoop, SendsTheGripperItsCurrentCommandEveryFiveMilliseconds) {
   ClosedLoop loop(MIT_MODE);
   loop.impl->publish_gripper_distance_command(0.04);
   for (int k = 0; k < 400; ++k) {
@@ -171,7 +171,7 @@ TEST(ControlLoop, ClipsAndCountsFeedForwardTorquesOnceASecond) {
 TEST(ControlLoop, AJointTargetIsClampedAndKeepsItsVelocity) {
   ClosedLoop loop(MIT_MODE);
   loop.impl->publish_joint_raw_command({9, -9, 9, -9, 9, -9}, {1, 2, 3, 4, 5, 6});
-  const auto target = std::get<kelvara::motion::JointTarget>(standing_command(loop));
+  const auto target = std::get<kelvara::motion::JointTarget>(current_command(loop));
   EXPECT_EQ(target.target_q, (JointArray{2.8, -1.57, 1.4, -1.75, 1.57, -2.9}));
   EXPECT_EQ(target.target_dq, (JointArray{1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(ArmController::Impl::clamp(5, 10, 0), 10);

@@ -1,5 +1,5 @@
-// What the bus and the motors can do wrong while the arm moves: every fault strikes in the middle
-// of the same move, for 60 cycles (150 ms), on a loop whose time is the test's.
+// What the bus and the motors can do wrong while the arm moves: every fault is injected in the
+// middle of the same move, for 60 cycles (150 ms), on a loop whose time is the test's.
 
 #include <algorithm>
 #include <array>
@@ -26,7 +26,7 @@ using kelvara::damiao_motor::MIT_MODE;
 using kelvara::damiao_motor::POS_VEL_MODE;
 using Replies = std::vector<canfd_frame>;
 
-constexpr std::size_t kStruck = 2;  // the motor that a single motor's fault strikes
+constexpr std::size_t kFaultyMotor = 2;  // the motor whose own faults are injected
 constexpr double kPeakRate = 2.1875;
 const JointArray kTarget{0.6, 0.5, -0.4, 0.5, -0.6, 0.8};
 
@@ -36,8 +36,8 @@ struct Fault {
   std::function<void(ClosedLoop&)> end;
   bool bus_takes_frames = true;
   int cycles = 60;
-  bool motors_let_go = false;  // then the way back is a controller made anew
-  const char* line = "";       // on standard error
+  bool motors_disable_themselves = false;  // recovery then needs a new controller
+  const char* line = "";                   // on standard error
 };
 
 std::ostream& operator<<(std::ostream& out, const Fault& fault) { return out << fault.name; }
@@ -59,8 +59,8 @@ Fault in_identifiers(const char* name, canid_t flag) {
 Fault silence(const char* name, int cycles, bool lasting) {
   return {
       name,
-      [](ClosedLoop& loop) { loop.hardware.arm().motor(kStruck).set_silent(true); },
-      [](ClosedLoop& loop) { loop.hardware.arm().motor(kStruck).set_silent(false); },
+      [](ClosedLoop& loop) { loop.hardware.arm().motor(kFaultyMotor).set_silent(true); },
+      [](ClosedLoop& loop) { loop.hardware.arm().motor(kFaultyMotor).set_silent(false); },
       true,
       cycles,
       lasting,
@@ -146,7 +146,7 @@ double distance_from_target(const ClosedLoop& loop) {
   return largest;
 }
 
-/// A move of one second to the target, and its hold; the fault strikes at 0.25 s.
+/// A move of one second to the target, and its hold; the fault is injected at 0.25 s.
 void move_through(ClosedLoop& loop, const Fault& fault, CommandWatch& watch) {
   loop.impl->publish_joint_trajectory_command({kTarget.begin(), kTarget.end()}, 1.0);
   for (int k = 0; k < 600; ++k) {
@@ -177,12 +177,13 @@ TEST_P(BusFaults, TheArmCarriesOnWithoutAJumpOrIsBroughtBack) {
   EXPECT_THAT(loop.output.err(), ::testing::HasSubstr(fault.line));
   EXPECT_EQ(loop.output.err().find("exception"), std::string::npos);
   const double cycle_s = std::chrono::duration<double>(ClosedLoop::kPeriod).count();
-  if (!fault.motors_let_go) {
-    // The longest way at the move's greatest speed; cycles that were not heard add up.
+  if (!fault.motors_disable_themselves) {
+    // The largest step at peak speed; cycles whose frames were lost add up.
     const double cycles = fault.bus_takes_frames ? 1.1 : fault.cycles + 1.1;
     EXPECT_LT(watch.largest_step(), cycles * kPeakRate * 0.8 * cycle_s);
   } else {
-    EXPECT_FALSE(loop.hardware.arm().motor(kStruck).is_enabled()) << "nothing enables it again";
+    EXPECT_FALSE(loop.hardware.arm().motor(kFaultyMotor).is_enabled())
+        << "nothing enables it again";
     loop.make_controller(mode);
     const Fault none{"", [](ClosedLoop&) {}, [](ClosedLoop&) {}};
     CommandWatch second_watch;
@@ -204,12 +205,12 @@ INSTANTIATE_TEST_SUITE_P(InMotion, BusFaults,
 
 struct MotorErrors : ::testing::TestWithParam<std::pair<unsigned, std::string>> {};
 
-TEST_P(MotorErrors, AreReportedOnceAndOneMotorLetsGoAlone) {
+TEST_P(MotorErrors, AreReportedOnceAndOnlyThatMotorDisablesItself) {
   const auto& [code, text] = GetParam();
   ClosedLoop loop(MIT_MODE);
   CommandWatch watch(JointArray{});
   const Fault error{
-      "", [code = code](ClosedLoop& l) { l.hardware.arm().motor(kStruck).raise_error(code); },
+      "", [code = code](ClosedLoop& l) { l.hardware.arm().motor(kFaultyMotor).raise_error(code); },
       [](ClosedLoop&) {}};
   move_through(loop, error, watch);
   std::ostringstream line;
@@ -218,11 +219,11 @@ TEST_P(MotorErrors, AreReportedOnceAndOneMotorLetsGoAlone) {
   const std::string lines = loop.output.err();
   EXPECT_THAT(lines, ::testing::HasSubstr(line.str()));
   EXPECT_EQ(lines.find(line.str()), lines.rfind(line.str()));
-  EXPECT_FALSE(loop.hardware.arm().motor(kStruck).is_enabled());
+  EXPECT_FALSE(loop.hardware.arm().motor(kFaultyMotor).is_enabled());
   EXPECT_TRUE(loop.hardware.arm().motor(0).is_enabled());
-  EXPECT_NEAR(loop.true_positions()[0], kTarget[0], 0.02) << "the others go on";
+  EXPECT_NEAR(loop.true_positions()[0], kTarget[0], 0.02) << "the others continue";
   loop.make_controller(MIT_MODE);
-  EXPECT_TRUE(loop.hardware.arm().motor(kStruck).is_enabled());
+  EXPECT_TRUE(loop.hardware.arm().motor(kFaultyMotor).is_enabled());
 }
 
 INSTANTIATE_TEST_SUITE_P(EachCode, MotorErrors,

@@ -82,7 +82,7 @@ class CommandWatch {
     std::copy(start.begin(), start.end(), last_.begin());
   }
 
-  /// Looks at what has come, until the bus has been quiet for the given time.
+  /// Reads the received frames until the bus has been quiet for the given time.
   void look(std::chrono::milliseconds quiet = std::chrono::milliseconds(0)) {
     for (const BusFrame& frame : witness_.receive(quiet)) {
       const std::uint32_t joint = (frame.id & 0xFU) - 1;

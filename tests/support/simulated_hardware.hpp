@@ -54,7 +54,7 @@ class SimulatedHardware {
     stop_ = false;
   }
 
-  /// Handles at least this many frames, then lets time pass.
+  /// Handles at least this many frames, then advances the time.
   void step(int frames, std::chrono::nanoseconds time) {
     constexpr std::chrono::seconds kPatience{20};
     const auto end = std::chrono::steady_clock::now() + kPatience;

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-/// A CAN interface that is there, and up, until this is destroyed.
+/// Creates a CAN interface that is up and removes it on destruction.
 class CanInterface {
  public:
   CanInterface() = default;
@@ -21,11 +21,11 @@ class CanInterface {
   virtual void set_queue_full(bool full) = 0;
 };
 
-/// Makes a virtual interface, or one of the kernel's in programs linked with test_bus_kernel.cpp
-/// in the place of test_bus_virtual.cpp.
+/// Creates a virtual interface, or one of the kernel's in programs linked with test_bus_kernel.cpp
+/// instead of test_bus_virtual.cpp.
 std::unique_ptr<CanInterface> make_interface(const std::string& name, int mtu = CANFD_MTU);
 
-/// One interface of a test's own, for virtual ones in a runtime directory of its own.
+/// An interface used by one test alone; a virtual one has its own runtime directory.
 class TestBus {
  public:
   static constexpr const char* kInterface = "can0";
@@ -70,7 +70,7 @@ class BusPeer {
 
   int socket() const { return socket_; }
   void send(const BusFrame& frame) const;
-  /// All frames that come until the bus has been quiet for the given time.
+  /// Receives frames until the bus has been quiet for the given time.
   std::vector<BusFrame> receive(std::chrono::milliseconds quiet = std::chrono::milliseconds(30));
 
  private:

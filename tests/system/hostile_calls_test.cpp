@@ -1,4 +1,5 @@
-// Calls with odd arguments, and in any order: none crashes, hangs, or moves the arm by surprise.
+// Calls with invalid or extreme arguments, and in any order: none crashes, hangs, or moves the arm
+// by surprise.
 
 #include <cmath>
 #include <functional>
@@ -76,7 +77,7 @@ struct HostileCalls : ::testing::Test {
   std::unique_ptr<ArmController> arm;
 };
 
-TEST_F(HostileCalls, ThatAreNoCommandsMoveNothing) {
+TEST_F(HostileCalls, WithInvalidArgumentsMoveNothing) {
   for (const double bad : {kNan, kInfinity, -kInfinity}) {
     EXPECT_THROW(arm->set_joint(six_with(bad), 1.0), std::invalid_argument);
     EXPECT_THROW(arm->set_joint_raw(six_with(bad), kZero), std::invalid_argument);

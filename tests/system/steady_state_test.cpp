@@ -1,4 +1,4 @@
-// What the steady-state cycle asks of the system: nothing but the bus, the clock and the sleep.
+// The steady-state cycle uses nothing of the system but the bus, the clock and the sleep.
 
 #include <malloc.h>
 
@@ -94,7 +94,7 @@ TEST_P(SteadyState, CyclesAllocateNothing) {
   EXPECT_EQ(allocations, 1) << "the counter counts";
 }
 
-TEST(OutOfMemory, InAPlanLeavesTheStandingCommand) {
+TEST(OutOfMemory, InAPlanKeepsTheCurrentCommand) {
   SimulatedHardware hardware(false);
   hardware.answer();
   CapturedOutput output;
@@ -103,11 +103,11 @@ TEST(OutOfMemory, InAPlanLeavesTheStandingCommand) {
   impl.cycle->run_cycle(TimePoint{std::chrono::hours(1)});
   impl.publish_joint_trajectory_command(std::vector<double>(6, 0.1), 1.0);
   const auto number = [&impl] { return impl.slot.snapshot({}, TimePoint{}).number; };
-  const auto standing = number();
+  const auto current = number();
   const std::vector<std::vector<double>> waypoints(20, std::vector<double>(6, 0.3));
   long failures = 0;
   for (bool planned = false; !planned; ++failures) {
-    EXPECT_EQ(number(), standing);
+    EXPECT_EQ(number(), current);
     allocations_left = failures + 1;
     try {
       impl.publish_joint_waypoint_trajectory_command(waypoints, 2.0, 0.0, 400.0);
@@ -117,7 +117,7 @@ TEST(OutOfMemory, InAPlanLeavesTheStandingCommand) {
     allocations_left = -1;
   }
   EXPECT_GT(failures, 3) << "so many allocations can fail";
-  EXPECT_NE(number(), standing);
+  EXPECT_NE(number(), current);
 }
 
 TEST(JacobianIk, AllocatesNothingForAnIteration) {

@@ -12,7 +12,8 @@ namespace kelvara::damiao_motor {
 /// register values. The thread that drains the bus writes it, without locks.
 class KELVARA_EXPORT Motor {
  public:
-  /// @param type      Model; must be a row of `MOTOR_LIMIT_PARAMS` (not checked).
+  /// @param type      Model; must be a row of `MOTOR_LIMIT_PARAMS` (the constructor does not
+  ///                  check it).
   /// @param can_id    Identifier of the commands to the motor.
   /// @param master_id Identifier of its feedback.
   Motor(MotorType type, unsigned can_id, unsigned master_id);

@@ -36,7 +36,7 @@ class KELVARA_EXPORT GripperComponent : public damiao_motor::DMDeviceCollection 
 
   /// The normalised opening at a motor angle (rad); the inverse of the map of `set_position`.
   double opening_at_angle(double motor_angle) const;
-  /// The former name of `opening_at_angle`.
+  /// Deprecated alias of `opening_at_angle`.
   double position_at_angle(double motor_angle) const { return opening_at_angle(motor_angle); }
 
  private:
