@@ -17,11 +17,10 @@
 /// thread that watches the joints' torques.
 ///
 /// Commands check their arguments, replace the current command (there is no queue; the last writer
-/// wins) and return at once; the control thread acts on it in its next cycle. Queries
-/// copy the latest feedback, at most some milliseconds old. Both may be called from any thread,
-/// but not while `cleanup()` or the destructor runs; after `cleanup()` they throw
-/// std::runtime_error. Joint vectors hold six values, joint 1 (at the base) first; radians, rad/s,
-/// N·m.
+/// wins) and return at once; the control thread acts on it in its next cycle. Queries copy the
+/// latest feedback, at most some milliseconds old. Both may be called from any thread, but not
+/// while `cleanup()` or the destructor runs; after `cleanup()` they throw std::runtime_error. Joint
+/// vectors hold six values, joint 1 (at the base) first; radians, rad/s, N·m.
 class KELVARA_EXPORT ArmController {
  public:
   class Impl;
@@ -98,7 +97,7 @@ class KELVARA_EXPORT ArmController {
   ///         have exactly 3 elements.", and as `set_joint`.
   void set_end_effector_pose(const std::vector<double>& target_pos,
                              const std::vector<double>& target_euler, double tf);
-  /// Streams a pose: called 100 times a second or more, it makes the tool follow, with a filtered
+  /// Streams a pose: called 100 times per second or more, it makes the tool follow, with a filtered
   /// velocity as feed-forward. Ignores a pose that is not finite, has the wrong size or is out of
   /// reach. Must not be called from two threads at once.
   void set_end_effector_pose_raw(const std::vector<double>& target_pos,

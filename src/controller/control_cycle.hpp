@@ -30,7 +30,8 @@ class ControlCycle {
 
   /// Sets the schedules of feedback, gripper and reports to begin at `start`.
   void begin(motion::TimePoint start);
-  /// Runs one cycle at the instant `now`. Reports exceptions on standard error; never throws.
+  /// Runs one cycle at the instant `now`. Reports a std::exception on standard error; the rest of
+  /// that cycle is skipped.
   void run_cycle(motion::TimePoint now);
 
   /// The last cycle that sent commands.

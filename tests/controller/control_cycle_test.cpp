@@ -168,6 +168,28 @@ TEST(ControlLoop, ClipsAndCountsFeedForwardTorquesOnceASecond) {
                                   "[control_loop] tau clipped count in last 1s: 1200\n"));
 }
 
+TEST(ControlLoop, RecordsWhatACycleMeasuredComputedAndSent) {
+  const JointArray start{0.3, 0.4, -0.3, 0.2, 0.4, 0.6};
+  ClosedLoop loop(MIT_MODE, start);
+  BusPeer witness;
+  loop.cycle();
+  const auto& record = loop.impl->cycle->record();
+  const auto& sent = std::get<kelvara::controller::MitCommands>(record.sent);
+  std::size_t commands = 0;
+  for (const BusFrame& frame : witness.receive()) {
+    if (frame.id >= 1 && frame.id <= 6) {
+      EXPECT_NEAR(commanded_position(frame), sent[frame.id - 1].q, 4e-4);
+      ++commands;
+    }
+  }
+  EXPECT_EQ(commands, 6U);
+  for (std::size_t i = 0; i < 6; ++i) {
+    EXPECT_NEAR(record.measured[i], start[i], 1e-3) << "joint " << i + 1;
+    EXPECT_EQ(record.set_point.q[i], record.measured[i]) << "no command: it holds";
+    EXPECT_EQ(std::abs(record.torque[i]), std::abs(sent[i].tau)) << "joint " << i + 1;
+  }
+}
+
 TEST(ControlLoop, AJointTargetIsClampedAndKeepsItsVelocity) {
   ClosedLoop loop(MIT_MODE);
   loop.impl->publish_joint_raw_command({9, -9, 9, -9, 9, -9}, {1, 2, 3, 4, 5, 6});
