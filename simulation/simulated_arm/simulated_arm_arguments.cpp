@@ -99,17 +99,17 @@ const char* const kSimulatedArmUsage =
 
 SimulatedArmArguments parse_arguments(const std::vector<std::string>& words) {
   SimulatedArmArguments arguments;
-  for (auto word = words.begin(); word != words.end(); ++word) {
-    const auto flag = kFlags.find(*word);
-    const auto option = kOptions.find(*word);
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const auto flag = kFlags.find(words[i]);
+    const auto option = kOptions.find(words[i]);
     if (flag != kFlags.end()) {
       flag->second(arguments);
     } else if (option == kOptions.end()) {
-      throw UsageError("unknown option '" + *word + "'; --help lists them");
-    } else if (++word == words.end()) {
+      throw UsageError("unknown option '" + words[i] + "'; --help lists them");
+    } else if (i + 1 == words.size()) {
       throw UsageError(option->first + " needs a value");
     } else {
-      option->second(arguments, *word);
+      option->second(arguments, words[++i]);
     }
   }
   if (arguments.arm.interface.empty() && !arguments.help) {
