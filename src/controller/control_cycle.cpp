@@ -69,17 +69,17 @@ void ControlCycle::run_steps(TimePoint now) {
 
 JointArray ControlCycle::update_feedback(TimePoint now) {
   JointArray q{};
-  if (!parts_.state.try_get_latest_joint_state(q) || now >= next_feedback) {
-    advance_past(next_feedback, description::kFeedbackPeriod, now);
-    parts_.hardware.get_arm().refresh_all();
-    parts_.hardware.recv_all(description::kQuietInCycleUs);
-    publish_feedback();
-    parts_.state.try_get_latest_joint_state(q);
+  if (parts_.state.try_get_latest_joint_state(q) && now < next_feedback) {
+    return q;
   }
-  return q;
+  advance_past(next_feedback, description::kFeedbackPeriod, now);
+  parts_.hardware.get_arm().refresh_all();
+  parts_.hardware.recv_all(description::kQuietInCycleUs);
+  return publish_feedback();
 }
 
-void ControlCycle::publish_feedback() {
+/// Publishes what the motors last answered; returns the joint angles.
+JointArray ControlCycle::publish_feedback() {
   JointArray q{};
   JointArray dq{};
   JointArray tau{};
@@ -93,6 +93,7 @@ void ControlCycle::publish_feedback() {
   }
   parts_.state.publish_state(q, dq, read_gripper());
   parts_.state.publish_torque(tau);
+  return q;
 }
 
 std::optional<GripperState> ControlCycle::read_gripper() {

@@ -42,7 +42,7 @@ class ControlCycle {
  private:
   void run_steps(motion::TimePoint now);
   JointArray update_feedback(motion::TimePoint now);
-  void publish_feedback();
+  JointArray publish_feedback();
   std::optional<GripperState> read_gripper();
   void stop_for_emergency();
   void send(const CycleRecord& record);
