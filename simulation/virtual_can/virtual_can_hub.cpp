@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <mutex>
 #include <new>
 #include <stdexcept>
 #include <thread>
@@ -56,6 +57,7 @@ class VirtualCanHub::Loop {
   }
 
   ~Loop() {
+    set_stopped(false);
     const std::uint64_t one = 1;
     if (libc::write(stop_.get(), &one, sizeof(one)) == ssize_t{sizeof(one)}) {
       thread_.join();
@@ -70,6 +72,14 @@ class VirtualCanHub::Loop {
 
   const InterfaceName& interface() const { return claim_.interface; }
   InterfaceState& state() { return *state_; }
+
+  void set_stopped(bool stopped) {
+    if (stopped && !stopped_.owns_lock()) {
+      stopped_.lock();
+    } else if (!stopped && stopped_.owns_lock()) {
+      stopped_.unlock();
+    }
+  }
 
  private:
   struct Client {
@@ -103,6 +113,7 @@ class VirtualCanHub::Loop {
     for (bool running = true; running;) {
       const int count =
           epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), -1);
+      const std::lock_guard<std::mutex> lock(acting_);
       for (int i = 0; i < count && running; ++i) {
         running = handle_event(events[static_cast<std::size_t>(i)].data.fd);
       }
@@ -228,6 +239,8 @@ class VirtualCanHub::Loop {
   Descriptor stop_;
   std::map<int, Client> clients_;  // by descriptor
   Received received_;
+  std::mutex acting_;  // held by the thread whenever it does not wait
+  std::unique_lock<std::mutex> stopped_{acting_, std::defer_lock};
   std::thread thread_;
 };
 
@@ -250,5 +263,7 @@ void VirtualCanHub::set_up(bool up) {
 void VirtualCanHub::fail_next_writes_with_enobufs(unsigned count) {
   loop_->state().failing_writes = count;
 }
+
+void VirtualCanHub::set_stopped(bool stopped) { loop_->set_stopped(stopped); }
 
 }  // namespace kelvara::simulation

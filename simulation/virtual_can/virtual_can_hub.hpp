@@ -31,6 +31,10 @@ class VirtualCanHub {
   void set_up(bool up);
   /// Makes the next `count` writes of any socket fail with ENOBUFS.
   void fail_next_writes_with_enobufs(unsigned count);
+  /// Stops the delivery of frames, or resumes it. While it is stopped writes block once the send
+  /// buffer of their socket is full, and every request to the hub blocks. Resume on the thread that
+  /// stopped it.
+  void set_stopped(bool stopped);
 
  private:
   class Loop;

@@ -19,6 +19,8 @@ class CanInterface {
   virtual void set_up(bool up) = 0;
   /// While its queue is full every write fails with ENOBUFS.
   virtual void set_queue_full(bool full) = 0;
+  /// While nothing leaves its queue a write blocks once the send buffer of its socket is full.
+  virtual void set_queue_stopped(bool stopped) = 0;
 };
 
 /// Creates a virtual interface, or one of the kernel's in programs linked with test_bus_kernel.cpp

@@ -20,12 +20,14 @@ class KernelInterface : public CanInterface {
   }
   ~KernelInterface() override { run("ip link del " + name_); }
   void set_up(bool up) override { run("ip link set " + name_ + (up ? " up" : " down")); }
-  void set_queue_full(bool full) override {
-    run("tc qdisc " +
-        (full ? "add dev " + name_ + " root pfifo limit 0" : "del dev " + name_ + " root"));
-  }
+  void set_queue_full(bool full) override { set_queue(full, "pfifo limit 0"); }
+  void set_queue_stopped(bool stopped) override { set_queue(stopped, "plug limit 10000000"); }
 
  private:
+  void set_queue(bool add, const std::string& kind) {
+    run("tc qdisc " + (add ? "add dev " + name_ + " root " + kind : "del dev " + name_ + " root"));
+  }
+
   std::string name_;
 };
 

@@ -12,6 +12,7 @@ class VirtualInterface : public CanInterface {
   void set_queue_full(bool full) override {
     hub_.fail_next_writes_with_enobufs(full ? std::numeric_limits<unsigned>::max() : 0);
   }
+  void set_queue_stopped(bool stopped) override { hub_.set_stopped(stopped); }
 
  private:
   kelvara::simulation::VirtualCanHub hub_;

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+/// Forks; the child calls `action` and ends with exit(), after 20 s by SIGALRM. Returns what the
+/// action returned, or -1 when the child did not end by exit().
+template <typename Action>
+int status_of_child(Action action) {
+  constexpr unsigned kPatience_s = 20;
+  std::fflush(nullptr);  // the child would print it, too
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(kPatience_s);
+    std::exit(action());  // NOLINT(concurrency-mt-unsafe): the child has one thread
+  }
+  int status = -1;
+  return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
