@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 
 namespace kelvara::can::socket {
 namespace {
@@ -58,21 +59,26 @@ void Kelvara::recv_all(int timeout_us) {
   }
 }
 
+/// Reads one frame and handles it if it is of the socket's own kind. False when the read failed.
 bool Kelvara::receive_one() {
-  if (canfd_enabled) {
-    canfd_frame frame{};
-    if (!socket_->read_canfd_frame(frame)) {
-      return false;
-    }
-    device_collection->dispatch_frame_callback(frame);
-    return true;
+  canfd_frame frame{};
+  const ssize_t size = socket_->read_raw_frame(&frame, sizeof(frame));
+  if (size == CANFD_MTU && canfd_enabled) {
+    dispatch(frame, frame.len);
+  } else if (size == CAN_MTU && !canfd_enabled) {
+    can_frame classic{};
+    std::memcpy(&classic, &frame, sizeof(classic));
+    dispatch(classic, classic.can_dlc);
   }
-  can_frame frame{};
-  if (!socket_->read_can_frame(frame)) {
-    return false;
+  return size == CANFD_MTU || size == CAN_MTU;
+}
+
+template <typename Frame>
+void Kelvara::dispatch(Frame& frame, std::size_t size) {
+  if (frame_observer_ != nullptr) {
+    frame_observer_->on_frame(frame.can_id, frame.data, std::min(size, sizeof(frame.data)));
   }
   device_collection->dispatch_frame_callback(frame);
-  return true;
 }
 
 template <typename Operation, typename... Arguments>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "kelvara/damiao_motor/dm_motor_device_collection.hpp"
 #include "kelvara/export.hpp"
 #include "kelvara/hardware/arm_component.hpp"
+#include "kelvara/hardware/frame_observer.hpp"
 #include "kelvara/hardware/gripper_component.hpp"
 
 namespace kelvara::can::socket {
@@ -45,8 +47,12 @@ class KELVARA_EXPORT Kelvara {
 
   /// Reads and dispatches frames; blocks until the bus has been quiet for `timeout_us`
   /// microseconds. On a bus that never falls silent it returns once at least 64 frames have been
-  /// read and ten time-outs (at least 1 ms) have elapsed.
+  /// read and ten time-outs (at least 1 ms) have elapsed. On CAN-FD it drops classic frames.
   void recv_all(int timeout_us);
+  /// Passes every whole frame that a drain reads, except those dropped, to `observer` before its
+  /// device handles it. Null removes the observer; it must outlive its registration. Call it while
+  /// no other thread drains the bus.
+  void set_frame_observer(FrameObserver* observer) { frame_observer_ = observer; }
 
   // Group commands: the same operation on every registered collection, in order of registration.
   void enable_all();
@@ -73,6 +79,8 @@ class KELVARA_EXPORT Kelvara {
   template <typename Operation, typename... Arguments>
   void forward(Operation operation, const Arguments&... arguments);
   bool receive_one();
+  template <typename Frame>
+  void dispatch(Frame& frame, std::size_t size);
 
   std::string interface_name;
   bool canfd_enabled;
@@ -82,6 +90,7 @@ class KELVARA_EXPORT Kelvara {
   std::unique_ptr<GripperComponent> gripper_;
   std::unique_ptr<canbus::CANDeviceCollection> device_collection;
   std::vector<damiao_motor::DMDeviceCollection*> collections;
+  FrameObserver* frame_observer_ = nullptr;  // not owned; may be null
 };
 
 }  // namespace kelvara::can::socket
