@@ -18,6 +18,18 @@ void write_param_each(DMDeviceCollection& collection, int rid, const std::vector
   }
 }
 
+auto mode_switch(int mode) {
+  return [mode](const Motor& motor) {
+    return CanPacketEncoder::create_param_write_RID_command(motor, mode);
+  };
+}
+
+auto query(int rid) {
+  return [rid](const Motor& motor) {
+    return CanPacketEncoder::create_query_param_command(motor, rid);
+  };
+}
+
 }  // namespace
 
 DMDeviceCollection::DMDeviceCollection(canbus::CANSocket& socket)
@@ -38,6 +50,13 @@ template <typename MakePacket>
 void DMDeviceCollection::send_to_all(MakePacket make_packet) {
   for (const auto& device : motor_devices_) {
     send(make_packet(device->get_motor()));
+  }
+}
+
+template <typename MakePacket>
+void DMDeviceCollection::send_to_one(int index, MakePacket make_packet) {
+  if (const Motor* motor = find_motor(index)) {
+    send(make_packet(*motor));
   }
 }
 
@@ -95,29 +114,33 @@ void DMDeviceCollection::set_callback_mode_all(CallbackMode mode) {
 
 void DMDeviceCollection::enable_all() { send_to_all(CanPacketEncoder::create_enable_command); }
 
+void DMDeviceCollection::enable_one(int index) {
+  send_to_one(index, CanPacketEncoder::create_enable_command);
+}
+
 void DMDeviceCollection::disable_all() { send_to_all(CanPacketEncoder::create_disable_command); }
+
+void DMDeviceCollection::disable_one(int index) {
+  send_to_one(index, CanPacketEncoder::create_disable_command);
+}
 
 void DMDeviceCollection::set_zero_all() { send_to_all(CanPacketEncoder::create_set_zero_command); }
 
 void DMDeviceCollection::clrErr_all() { send_to_all(CanPacketEncoder::create_clrErr_command); }
 
-void DMDeviceCollection::switch_all_motors_mode(int mode) {
-  send_to_all([mode](const Motor& motor) {
-    return CanPacketEncoder::create_param_write_RID_command(motor, mode);
-  });
+void DMDeviceCollection::clear_error_one(int index) {
+  send_to_one(index, CanPacketEncoder::create_clrErr_command);
 }
 
-void DMDeviceCollection::query_param_all(int rid) {
-  send_to_all([rid](const Motor& motor) {
-    return CanPacketEncoder::create_query_param_command(motor, rid);
-  });
+void DMDeviceCollection::switch_all_motors_mode(int mode) { send_to_all(mode_switch(mode)); }
+
+void DMDeviceCollection::switch_mode_one(int index, int mode) {
+  send_to_one(index, mode_switch(mode));
 }
 
-void DMDeviceCollection::query_param_one(int index, int rid) {
-  if (const Motor* motor = find_motor(index)) {
-    send(CanPacketEncoder::create_query_param_command(*motor, rid));
-  }
-}
+void DMDeviceCollection::query_param_all(int rid) { send_to_all(query(rid)); }
+
+void DMDeviceCollection::query_param_one(int index, int rid) { send_to_one(index, query(rid)); }
 
 void DMDeviceCollection::query_acc_all() { query_param_all(kAccelerationRegister); }
 void DMDeviceCollection::query_dec_all() { query_param_all(kDecelerationRegister); }

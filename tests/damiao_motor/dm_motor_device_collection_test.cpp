@@ -57,6 +57,13 @@ TEST_P(DmDeviceCollection, SendsCommandsInOrderOfFeedbackIdentifier) {
   devices.write_param_one(0, 9, 1000U);
   devices.refresh_one(3);  // no such motor
   expect_sent({"7FF#0700331B00000000", "7FF#01005509E8030000"});
+  devices.clear_error_one(1);
+  devices.switch_mode_one(1, MIT_MODE);
+  devices.enable_one(1);
+  devices.disable_one(2);
+  devices.disable_one(3);  // no such motor
+  expect_sent({"002#FFFFFFFFFFFFFFFB", "7FF#0200550A01000000", "002#FFFFFFFFFFFFFFFC",
+               "007#FFFFFFFFFFFFFFFD"});
 }
 
 TEST_P(DmDeviceCollection, FollowsARegistryThatIsChangedFromOutside) {

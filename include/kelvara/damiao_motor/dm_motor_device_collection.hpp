@@ -45,9 +45,12 @@ class KELVARA_EXPORT DMDeviceCollection {
   void set_callback_mode_all(CallbackMode mode);
 
   void enable_all();
+  void enable_one(int index);
   void disable_all();
+  void disable_one(int index);
   void set_zero_all();
   void clrErr_all();
+  void clear_error_one(int index);
   /// Requests one feedback frame of each motor.
   void refresh_all();
   void refresh_one(int index);
@@ -74,6 +77,7 @@ class KELVARA_EXPORT DMDeviceCollection {
   void set_timeout_all(unsigned timeout);
   /// Writes the control mode, a `ControlMode` value.
   void switch_all_motors_mode(int mode);
+  void switch_mode_one(int index, int mode);
 
   void mit_control_one(int index, const MITParam& param);
   void mit_control_all(const std::vector<MITParam>& params);
@@ -87,6 +91,8 @@ class KELVARA_EXPORT DMDeviceCollection {
   void rebuild_motor_devices();
   template <typename MakePacket>
   void send_to_all(MakePacket make_packet);
+  template <typename MakePacket>
+  void send_to_one(int index, MakePacket make_packet);
   void send(const CANPacket& packet);
   void send(std::uint32_t can_id, const std::array<std::uint8_t, 8>& payload);
   void write_frame(std::uint32_t can_id, const std::uint8_t* data, std::size_t size);
