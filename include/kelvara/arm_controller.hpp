@@ -21,6 +21,9 @@
 /// latest feedback, at most some milliseconds old. Both may be called from any thread, but not
 /// while `cleanup()` or the destructor runs; after `cleanup()` they throw std::runtime_error. Joint
 /// vectors hold six values, joint 1 (at the base) first; radians, rad/s, N·m.
+///
+/// Only the process that constructed it drives the arm: in a child of `fork()`, `cleanup()`, the
+/// destructor and `exit()` do nothing, and commands and queries throw std::runtime_error.
 class KELVARA_EXPORT ArmController {
  public:
   class Impl;

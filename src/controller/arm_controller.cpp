@@ -1,11 +1,24 @@
 #include "kelvara/arm_controller.hpp"
 
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "controller/arm_controller_impl.hpp"
 
 #include "description/arm_facts.hpp"
 #include "description/timing.hpp"
+
+namespace {
+
+/// In a child process the threads do not exist and the motors are the parent's: nothing of `impl`
+/// may be destroyed. It stays reachable, so that leak checkers do not report it.
+void keep_for_ever(std::unique_ptr<ArmController::Impl> impl) {
+  static auto& kept = *new std::vector<std::unique_ptr<ArmController::Impl>>;
+  kept.push_back(std::move(impl));
+}
+
+}  // namespace
 
 ArmController::ArmController(bool with_gripper, const std::string& can_interface, bool bus_flag,
                              kelvara::damiao_motor::ControlMode mode)
@@ -25,12 +38,13 @@ ArmController::ArmController(bool with_gripper, const std::string& can_interface
 ArmController::~ArmController() {
   cleanup();
   if (impl_) {
-    impl_->request_stop_and_join();
+    keep_for_ever(std::move(impl_));
   }
 }
 
 void ArmController::cleanup() {
-  if (cleaned_up.exchange(true) || !impl_) {
+  if (cleaned_up.exchange(true) || !impl_ ||
+      !impl_->hardware.get_socket().belongs_to_this_process()) {
     return;
   }
   // Threads first, so that nothing is sent after the disable.
@@ -47,6 +61,9 @@ void ArmController::cleanup() {
 ArmController::Impl& ArmController::impl() const {
   if (!impl_) {
     throw std::runtime_error("ArmController: called after cleanup()");
+  }
+  if (!impl_->hardware.get_socket().belongs_to_this_process()) {
+    throw std::runtime_error("ArmController: called in a child process");
   }
   return *impl_;
 }
