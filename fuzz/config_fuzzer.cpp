@@ -11,6 +11,7 @@
 
 namespace {
 
+constexpr const char* kSettings = "config/robot_kinematics.yaml";
 constexpr const char* kUrdf = R"(<robot name="r"><link name="a"/>
   <link name="b"><inertial><mass value="2"/></inertial></link>
   <joint name="j" type="revolute"><parent link="a"/><child link="b"/><axis xyz="0 1 0"/></joint>
@@ -57,14 +58,14 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  directory().write("config/robot_kinematics.yaml", {reinterpret_cast<const char*>(data), size});
+  directory().write(kSettings, {reinterpret_cast<const char*>(data), size});
   const bool by_model = can_be_parsed([] {
     RobotKinematics model;
     model.gravity_compensation_kdl({0.5});
     model.forward_kinematics(Eigen::VectorXd::Constant(1, 0.5));
   });
-  const bool by_controller =
-      can_be_parsed([] { check_settings(kelvara::description::load_controller_settings()); });
+  const bool by_controller = can_be_parsed(
+      [] { check_settings(kelvara::description::load_controller_settings(kSettings)); });
   require(by_model == by_controller, "both readers find the file readable, or neither does");
   return 0;
 }

@@ -12,9 +12,9 @@
 namespace kelvara::controller {
 namespace {
 
-description::ControllerSettings load_settings() {
+description::ControllerSettings load_settings(const std::string& path) {
   try {
-    return description::load_controller_settings();
+    return description::load_controller_settings(path);
   } catch (const description::UnreadableFile& error) {
     fail_startup(error.what());
   }
@@ -51,7 +51,8 @@ ControllerSetup load_setup(bool with_gripper, damiao_motor::ControlMode mode,
   if (mode != damiao_motor::MIT_MODE && mode != damiao_motor::POS_VEL_MODE) {
     throw std::invalid_argument("ArmController only supports MIT_MODE or POS_VEL_MODE.");
   }
-  const description::ControllerSettings settings = load_settings();
+  const description::ControllerSettings settings =
+      load_settings(kinematics.description_files().settings_path);
   const description::MotorSigns motor_signs(settings.motor_signs);
   require_usable_model(kinematics);
   for (const std::string& report : settings.reports) {

@@ -8,7 +8,6 @@
 #include "kelvara/damiao_motor/motor_type.hpp"
 
 #include "description/classic_stream.hpp"
-#include "description/file_search.hpp"
 
 namespace kelvara::description {
 namespace {
@@ -52,9 +51,14 @@ JointArray parse_joint_array(const Section& section, const char* key) {
 /// would drive a joint away from its target or leave it limp.
 JointArray parse_limits(const Section& section, const char* key) {
   const JointArray limits = parse_joint_array(section, key);
-  if (!std::all_of(limits.begin(), limits.end(), [](double limit) { return limit >= 0.0; })) {
-    throw std::runtime_error(invalid_array(section.path, section.key + "." + key) +
-                             "must not hold negative values");
+  const auto wrong =
+      std::find_if_not(limits.begin(), limits.end(), [](double limit) { return limit >= 0.0; });
+  if (wrong != limits.end()) {
+    ClassicStream message;
+    message << invalid_array(section.path, section.key + "." + key)
+            << "must not hold negative values: joint " << wrong - limits.begin() + 1 << " has "
+            << *wrong;
+    throw std::runtime_error(message.str());
   }
   return limits;
 }
@@ -113,10 +117,8 @@ void report_gains(const char* key, const JointArray& gains, double max,
 
 }  // namespace
 
-ControllerSettings load_controller_settings() {
-  const std::string path = algorithms::resolve_robot_kinematics_config_path();
+ControllerSettings load_controller_settings(const std::string& path) {
   ControllerSettings settings;
-  settings.path = path;
   const YAML::Node root = load_yaml(path, "POS_VEL_MODE");  // the part that is read first
   settings.pos_vel = parse_pos_vel_mode(require_map(root, path, "pos_vel_mode", "POS_VEL_MODE"));
   settings.mit = parse_mit_mode(require_map(root, path, "mit_mode", "MIT_MODE"));

@@ -31,7 +31,6 @@ struct JointTrajectoryConfig {
 
 /// The controller's parts of the YAML file.
 struct ControllerSettings {
-  std::string path;  // of the file
   PosVelModeConfig pos_vel;
   MitModeConfig mit;
   JointTrajectoryConfig joint_trajectory;
@@ -40,12 +39,11 @@ struct ControllerSettings {
   std::vector<std::string> reports;
 };
 
-/// Finds "robot_kinematics.yaml", opens it once and reads the parts `pos_vel_mode`, `mit_mode`,
-/// `joint_trajectory` and `motor_signs`, in this order.
+/// Opens a YAML file once and reads the parts `pos_vel_mode`, `mit_mode`, `joint_trajectory` and
+/// `motor_signs`, in this order.
 /// @throws UnreadableFile when the file cannot be opened or parsed.
-/// @throws std::runtime_error when there is no file, for a field that is missing or malformed, for
-///         a negative or NaN limit or gain of `pos_vel_mode` and `mit_mode`, and for a default
-///         speed outside (0, 1].
-ControllerSettings load_controller_settings();
+/// @throws std::runtime_error for a field that is missing or malformed, for a negative or NaN limit
+///         or gain of `pos_vel_mode` and `mit_mode`, and for a default speed outside (0, 1].
+ControllerSettings load_controller_settings(const std::string& path);
 
 }  // namespace kelvara::description

@@ -5,7 +5,6 @@
 
 #include <yaml-cpp/yaml.h>
 
-#include "description/file_search.hpp"
 #include "description/yaml_file.hpp"
 
 namespace kelvara::description {
@@ -55,8 +54,7 @@ UrdfInertial parse_payload(const YAML::Node& payload, const std::string& path) {
 
 }  // namespace
 
-KinematicsConfig load_kinematics_config() {
-  const std::string path = algorithms::resolve_robot_kinematics_config_path();
+KinematicsConfig load_kinematics_config(const std::string& path) {
   const YAML::Node kinematics = child(load_yaml(path, "kinematics"), "kinematics");
   const YAML::Node tool = child(kinematics, "tool");
   if (!tool.IsDefined() || !tool.IsMap()) {

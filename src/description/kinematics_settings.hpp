@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "description/urdf.hpp"
 
 namespace kelvara::description {
@@ -12,10 +14,9 @@ struct KinematicsConfig {
   UrdfInertial payload;  // a point mass: its tensor is zero
 };
 
-/// Finds "robot_kinematics.yaml" and reads its part `kinematics`. Infinite and NaN values are
-/// returned as read.
+/// Reads the part `kinematics` of a YAML file. Infinite and NaN values are returned as read.
 /// @throws UnreadableFile (a std::runtime_error) when the file cannot be opened or parsed.
-/// @throws std::runtime_error when there is no file, and for a field that is missing or malformed.
-KinematicsConfig load_kinematics_config();
+/// @throws std::runtime_error for a field that is missing or malformed.
+KinematicsConfig load_kinematics_config(const std::string& path);
 
 }  // namespace kelvara::description

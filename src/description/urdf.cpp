@@ -126,8 +126,6 @@ Triple parse_axis(const XMLElement* axis, const std::string& joint_name) {
   return {x / norm, y / norm, z / norm};
 }
 
-/// A NaN limit bounds nothing; lower = +inf or upper = -inf would exclude every angle. Such a joint
-/// counts as unlimited.
 /// Reads one limit. A text that is not numeric counts as missing, which leaves the joint without
 /// limits: that is reported.
 bool read_limit(const XMLElement* limit, const char* attribute, double& value, UrdfJoint& joint) {
@@ -140,6 +138,8 @@ bool read_limit(const XMLElement* limit, const char* attribute, double& value, U
   return numeric;
 }
 
+/// A NaN limit bounds nothing; lower = +inf or upper = -inf would exclude every angle. Such a joint
+/// counts as unlimited.
 void read_limits(const XMLElement* limit, UrdfJoint& joint) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
   const bool has_lower = read_limit(limit, "lower", joint.lower, joint);

@@ -1,6 +1,8 @@
 #include "kelvara/kinematics/kinematics.hpp"
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <utility>
 
@@ -21,7 +23,7 @@ namespace {
 std::vector<kinematics::ChainJoint> joints_of(const description::UrdfDescription& urdf) {
   std::vector<kinematics::ChainJoint> joints;
   for (const description::UrdfJoint& joint : urdf.joints) {
-    joints.push_back({joint.name, joint.origin_xyz, joint.origin_rpy, joint.axis});
+    joints.push_back({joint.name, joint.origin_xyz, joint.origin_rpy, joint.axis, joint.type});
   }
   return joints;
 }
@@ -34,26 +36,44 @@ void print_reports(const description::UrdfDescription& urdf) {
   }
 }
 
+/// The canonical path, also of a file that does not exist: opening it reports that.
+std::string canonical_path(const std::string& path) {
+  return std::filesystem::weakly_canonical(std::filesystem::absolute(path)).string();
+}
+
 }  // namespace
 
-/// The three models of the same arm. They share no state.
+/// The three models of the same arm, which share no state, and what they were built from.
 struct RobotKinematics::Model {
-  Model(const description::UrdfDescription& urdf, const description::KinematicsConfig& config)
-      : motion(joints_of(urdf), config.tool_xyz, config.tool_rpy),
+  Model(kelvara::DescriptionFiles read_files, const description::UrdfDescription& urdf,
+        const description::KinematicsConfig& config)
+      : files(std::move(read_files)),
+        payload_mass(std::max(0.0, config.payload.mass)),
+        motion(joints_of(urdf), config.tool_xyz, config.tool_rpy),
         poses(urdf, config),
         torques(poses.chain()) {}
 
+  kelvara::DescriptionFiles files;
+  double payload_mass;  // kg
   kinematics::ScrewMotion motion;
   kinematics::KdlSolvers poses;
   kinematics::TorqueSolver torques;
 };
 
-RobotKinematics::RobotKinematics() {
-  const description::KinematicsConfig config = description::load_kinematics_config();
-  const description::UrdfDescription urdf =
-      description::load_urdf(kelvara::algorithms::resolve_robot_urdf_path());
+RobotKinematics::RobotKinematics() : RobotKinematics({}, {}) {}
+
+RobotKinematics::RobotKinematics(const std::string& urdf_path, const std::string& settings_path) {
+  kelvara::DescriptionFiles files;
+  files.settings_path = settings_path.empty()
+                            ? kelvara::algorithms::resolve_robot_kinematics_config_path()
+                            : canonical_path(settings_path);
+  const description::KinematicsConfig config =
+      description::load_kinematics_config(files.settings_path);
+  files.urdf_path = urdf_path.empty() ? kelvara::algorithms::resolve_robot_urdf_path()
+                                      : canonical_path(urdf_path);
+  const description::UrdfDescription urdf = description::load_urdf(files.urdf_path);
   print_reports(urdf);
-  model_ = std::make_unique<Model>(urdf, config);
+  model_ = std::make_unique<Model>(std::move(files), urdf, config);
   std::printf("urdf num_joints_: %d\n", num_joints());
 }
 
@@ -115,6 +135,12 @@ void RobotKinematics::inverse_dynamics(const double* q, const double* qd, const 
 }
 
 // ---- The model's data -----------------------------------------------------
+
+const kelvara::DescriptionFiles& RobotKinematics::description_files() const {
+  return model_->files;
+}
+
+double RobotKinematics::payload_mass() const { return model_->payload_mass; }
 
 int RobotKinematics::num_joints() const { return model_->poses.num_joints(); }
 

@@ -11,6 +11,8 @@
 #include <kelvara/damiao_motor/dm_motor_control.hpp>
 #include <kelvara/damiao_motor/dm_motor_device.hpp>
 #include <kelvara/damiao_motor/dm_motor_device_collection.hpp>
+#include <kelvara/description/description_files.hpp>
+#include <kelvara/description/file_search.hpp>
 #include <kelvara/dynamics/standard_parameters.hpp>
 #include <kelvara/dynamics/standard_regressor_qor0815.hpp>
 #include <kelvara/hardware/arm_component.hpp>

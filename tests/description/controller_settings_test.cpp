@@ -33,8 +33,8 @@ std::string with(const std::string& key, const std::string& value) {
 
 ControllerSettings load(const std::string& text) {
   const TemporaryWorkingDirectory directory;
-  directory.write("config/robot_kinematics.yaml", text);
-  return load_controller_settings();
+  directory.write("settings.yaml", text);
+  return load_controller_settings("settings.yaml");
 }
 
 std::string error_in(const std::string& text) {
@@ -66,9 +66,10 @@ TEST(ControllerSettings, RefuseNegativeAndNanLimitsAndGains) {
         "mit_mode.kp", "mit_mode.kd", "mit_mode.gravity_tau_limits"}) {
     const std::string key = name.substr(name.find('.') + 1);
     for (const std::string limit : {"-5", ".nan"}) {
-      EXPECT_EQ(
-          error_in(with(key, "[1, 1, 1, 1, 1, " + limit + "]")),
-          "Invalid joint array config at FILE: field '" + name + "' must not hold negative values");
+      EXPECT_EQ(error_in(with(key, "[1, 1, 1, 1, 1, " + limit + "]")),
+                "Invalid joint array config at FILE: field '" + name +
+                    "' must not hold negative values: joint 6 has " +
+                    (limit == ".nan" ? "nan" : limit));
     }
   }
 }
@@ -108,15 +109,16 @@ TEST(ControllerSettings, ReportGainsThatAFrameCannotCarry) {
 
 TEST(ControllerSettings, AreReadAtOneOpeningOfTheFile) {
   const TemporaryWorkingDirectory directory;
-  directory.write("config/robot_kinematics.yaml", kSettings);
-  const ChangingFile file("config/robot_kinematics.yaml", "a: 1");
-  EXPECT_EQ(load_controller_settings().motor_signs, (JointArray{1, 1, -1, 1, 1, 1}));
+  directory.write("settings.yaml", kSettings);
+  const ChangingFile file("settings.yaml", "a: 1");
+  EXPECT_EQ(load_controller_settings("settings.yaml").motor_signs, (JointArray{1, 1, -1, 1, 1, 1}));
 }
 
 TEST(ControllerSettings, AreUnreadableInAFileThatCannotBeOpenedOrParsed) {
   const TemporaryWorkingDirectory directory;
-  directory.write("config/robot_kinematics.yaml", "a: [");
-  EXPECT_THROW(load_controller_settings(), UnreadableFile);
+  directory.write("settings.yaml", "a: [");
+  EXPECT_THROW(load_controller_settings("settings.yaml"), UnreadableFile);
+  EXPECT_THROW(load_controller_settings("none.yaml"), UnreadableFile);
   EXPECT_THAT(error_in("a: ["), StartsWith("Failed to parse POS_VEL_MODE config at FILE: "));
 }
 

@@ -39,10 +39,10 @@ TEST(KinematicsConfig, NamesWhatIsWrong) {
 TEST(KinematicsConfig, PrefersComToOriginAndTakesInfinity) {
   const TemporaryWorkingDirectory directory;
   directory.write(
-      "config/robot_kinematics.yaml",
+      "settings.yaml",
       "kinematics:\n  tool: {xyz: [0, 0, .1], rpy: [1e-1, '2 ', -3]}\n"
       "  payload: {mass: .inf, com: [1, 2, 3], origin: {xyz: [4, 5, 6], rpy: [7, 8, 9]}}");
-  const KinematicsConfig config = load_kinematics_config();
+  const KinematicsConfig config = load_kinematics_config("settings.yaml");
   EXPECT_EQ(config.tool_rpy, (Triple{0.1, 2.0, -3.0}));
   EXPECT_TRUE(std::isinf(config.payload.mass));
   EXPECT_EQ(config.payload.origin_xyz, (Triple{1, 2, 3}));

@@ -10,6 +10,8 @@
 #include <kdl/chaindynparam.hpp>
 
 #include "support/captured_output.hpp"
+#include "support/comma_locale.hpp"
+#include "support/edited_description.hpp"
 
 namespace {
 
@@ -62,6 +64,35 @@ TEST_F(Kinematics, TheArmHasTheLinkLengthsOfItsDescription) {
   for (std::size_t i = 0; i < 6; ++i) {
     EXPECT_LT(std::abs(tau[i]) + 0.5 * 9.81 * load_arms[i], limits[i]) << "joint " << i + 1;
   }
+}
+
+TEST_F(Kinematics, AreTheSameUnderALocaleWithAComma) {
+  const Joints q = random_joints();
+  const CommaLocale locale;
+  const RobotKinematics other;
+  EXPECT_EQ(other.gravity_compensation_kdl(q), model.gravity_compensation_kdl(q));
+  EXPECT_EQ(other.forward_kinematics(to_eigen(q)), model.forward_kinematics(to_eigen(q)));
+  EXPECT_EQ(other.joint_lower(), model.joint_lower());
+  EXPECT_EQ(other.joint_upper(), model.joint_upper());
+}
+
+TEST_F(Kinematics, ComeFromTheGivenFilesElseFromThoseOfTheSearch) {
+  const EditedDescription found;
+  const EditedDescription given;  // the current directory
+  given.edit_urdf("lower=\"-1.57\"", "lower=\"-1.5\"");
+  given.edit("mass: 0.4", "mass: 0.7");
+  const std::filesystem::path config = given.path();
+  const RobotKinematics both("config/BrimloV2.SLDASM.urdf",
+                             "config/../config/robot_kinematics.yaml");
+  EXPECT_EQ(both.description_files().urdf_path, config / "BrimloV2.SLDASM.urdf");
+  EXPECT_EQ(both.description_files().settings_path, config / "robot_kinematics.yaml");
+  std::filesystem::current_path(found.path());
+  const RobotKinematics mixed(config / "BrimloV2.SLDASM.urdf", "");
+  EXPECT_EQ(mixed.joint_lower()[1], -1.5);
+  EXPECT_EQ(mixed.payload_mass(), 0.4);
+  EXPECT_EQ(mixed.description_files().settings_path, found.path() / "robot_kinematics.yaml");
+  EXPECT_EQ(RobotKinematics("", config / "robot_kinematics.yaml").payload_mass(), 0.7);
+  EXPECT_THROW(RobotKinematics("none.urdf", ""), std::runtime_error);
 }
 
 TEST_F(Kinematics, AnglesAndTransformsAreInverseAlsoWherePitchIsNinetyDegrees) {

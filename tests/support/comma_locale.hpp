@@ -2,9 +2,10 @@
 
 #include <clocale>
 #include <locale>
+#include <string>
 
-/// While it lives, the process's locale writes 0.7 as "0,7": the global C++ locale, and the C
-/// locale where the system has a German one.
+/// While it lives, the process's locale writes 1234.5 as "1.234,5": the global C++ locale, and the
+/// C locale where the system has a German one.
 class CommaLocale {
  public:
   CommaLocale() : before_(std::locale::global(std::locale(std::locale(), new Comma))) {
@@ -20,6 +21,8 @@ class CommaLocale {
  private:
   struct Comma : std::numpunct<char> {
     char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
   };
   std::locale before_;
 };

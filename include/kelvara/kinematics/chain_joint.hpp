@@ -11,6 +11,7 @@ struct ChainJoint {
   std::array<double, 3> xyz;   // origin in the parent link, m
   std::array<double, 3> rpy;   // origin rotation, rad
   std::array<double, 3> axis;  // unit axis
+  std::string type = {};       // as in the URDF: "revolute", "continuous", "prismatic" or "fixed"
 };
 
 }  // namespace kelvara::kinematics

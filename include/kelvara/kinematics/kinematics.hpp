@@ -2,10 +2,12 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <Eigen/Core>
 
+#include "kelvara/description/description_files.hpp"
 #include "kelvara/description/file_search.hpp"
 #include "kelvara/export.hpp"
 #include "kelvara/kinematics/chain_joint.hpp"
@@ -36,6 +38,9 @@ class KELVARA_EXPORT RobotKinematics {
   /// Finds and reads both files, builds both models, prints the number of moving joints.
   /// @throws std::runtime_error for a file that is missing or malformed.
   RobotKinematics();
+  /// Does the same with the files that are given; an empty path stands for the search.
+  /// @throws std::runtime_error for a file that is missing or malformed.
+  RobotKinematics(const std::string& urdf_path, const std::string& settings_path);
   ~RobotKinematics();
 
   RobotKinematics(const RobotKinematics&) = delete;
@@ -110,6 +115,10 @@ class KELVARA_EXPORT RobotKinematics {
 
   // ---- The model's data: references are valid as long as the model ----
 
+  /// The two files that the model was read from.
+  const kelvara::DescriptionFiles& description_files() const;
+  /// Mass of the payload, kg; 0 for a negative mass and without a payload.
+  double payload_mass() const;
   /// Moving joints of the KDL chain.
   int num_joints() const;
   /// Every chain joint, root to tip, fixed ones included.
