@@ -78,7 +78,7 @@ struct Cycle {
     }
   }
 
-  ControllerSetup setup = load_setup(false, MIT_MODE, model());
+  ControllerSetup setup = load_setup({.with_gripper = false, .mode = MIT_MODE}, model());
   CommandSlot slot;
   motion::Instant instant{};
   CycleRecord record;

@@ -17,7 +17,7 @@ namespace controller = kelvara::controller;
 ArmController::Impl::Impl(const std::string& can_interface, bool bus_flag, ArmController* /*owner*/,
                           bool with_gripper, kelvara::damiao_motor::ControlMode mode)
     : hardware(can_interface, bus_flag),
-      setup(controller::load_setup(with_gripper, mode, kinematics)),
+      setup(controller::load_setup({.with_gripper = with_gripper, .mode = mode}, kinematics)),
       poses(std::make_unique<controller::PoseSolvers>(kinematics)),
       cycle(std::make_unique<controller::ControlCycle>(
           controller::ControlCycle::Parts{hardware, kinematics, setup, slot, state, flags})),

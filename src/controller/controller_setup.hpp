@@ -23,12 +23,23 @@ struct ControllerSetup {
   bool uses_pos_vel_mode() const { return control_mode == damiao_motor::POS_VEL_MODE; }
 };
 
-/// Reads and checks the settings, and reports on standard error those that a frame cannot carry.
-/// A file that cannot be opened or parsed ends the process with status 1.
+/// What an application asks of the set-up.
+struct SetupRequest {
+  bool with_gripper = false;
+  damiao_motor::ControlMode mode = damiao_motor::MIT_MODE;
+  bool require_limits = false;  // refuse a joint without two limits, unless it is continuous
+  bool exit_on_unreadable_file = true;  // end the process; otherwise throw
+  double velocity_scale = 0.0;          // fraction of the velocity limits; 0: no ceiling
+};
+
+/// Reads the settings from the model's own file, checks both, and reports on standard error gains
+/// that a frame cannot carry, joints without limits, and the payload of a gripper that is not
+/// fitted. A settings file that can no longer be opened or parsed ends the process with status 1,
+/// or throws.
 /// @throws std::invalid_argument for another mode, or motor signs other than +1 and -1.
-/// @throws std::runtime_error for a malformed file, another number of joints, and masses, inertias
-///         or lengths that are not finite.
-ControllerSetup load_setup(bool with_gripper, damiao_motor::ControlMode mode,
-                           const RobotKinematics& kinematics);
+/// @throws std::runtime_error for a malformed file, another number of joints, a joint that does not
+///         turn, limits that are swapped (or missing, where they are required), and masses,
+///         inertias or lengths that are not finite.
+ControllerSetup load_setup(const SetupRequest& request, const RobotKinematics& kinematics);
 
 }  // namespace kelvara::controller
