@@ -1,5 +1,8 @@
 // Shows gravity compensation: the arm floats for ten seconds. Move it by hand; it stays where you
 // leave it.
+// The model must carry what the arm carries. This example fits no gripper: set
+// kinematics.payload.mass in robot_kinematics.yaml to the mass that is mounted, 0 for none, or else
+// the floating arm rises or sinks. A line at start reports a payload without a gripper.
 // Usage: gravity_compensation INTERFACE
 #include <chrono>
 #include <exception>
