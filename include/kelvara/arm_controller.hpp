@@ -9,6 +9,8 @@
 
 #include <Eigen/Core>
 
+#include "kelvara/arm_options.hpp"
+#include "kelvara/arm_state.hpp"
 #include "kelvara/damiao_motor/dm_motor_control.hpp"
 #include "kelvara/export.hpp"
 #include "kelvara/septuple_trajectory.hpp"
@@ -48,6 +50,12 @@ class KELVARA_EXPORT ArmController {
   /// @throws std::invalid_argument for another mode, or motor signs other than +1 and -1.
   ArmController(bool with_gripper, const std::string& can_interface, bool bus_flag,
                 kelvara::damiao_motor::ControlMode mode);
+  /// Starts with options: by default the arm holds where it is. What ends the process above throws
+  /// std::runtime_error here; so do a joint that lacks a limit and is not continuous, another
+  /// program that commands the motors (heard for 50 ms before the first frame) and, unless
+  /// switched off, a motor that does not answer. After an exception every motor is disabled.
+  /// @throws std::invalid_argument also for options out of range.
+  explicit ArmController(const kelvara::ArmOptions& options);
   /// `cleanup()`.
   ~ArmController();
 
@@ -57,6 +65,19 @@ class KELVARA_EXPORT ArmController {
   /// Stops both threads, disables all motors (an arm without brakes sinks) and releases
   /// everything. Only the first call acts. Blocks for some 20 ms at most; never throws.
   void cleanup();
+
+  /// One coherent snapshot of the last control cycle: motion, motors, condition and counters. Does
+  /// not allocate and never waits for the bus. After `cleanup()` it is the last one, closed.
+  kelvara::ArmState state() const;
+  /// After a stop of the torque monitor, a motor's error or a silent bus: clears the errors, enables
+  /// the motors and holds the arm where it is. Blocks until every motor answers as an enabled one,
+  /// a second at most. Does nothing when there is nothing to recover from. From one thread at a
+  /// time.
+  /// @return true when the arm holds; false when a motor still reports an error or does not
+  ///         answer: see `state()`.
+  bool recover();
+  /// The two files that describe the arm.
+  kelvara::DescriptionFiles description_files() const;
 
   /// Holds a joint target, approached within the joints' speed and acceleration limits.
   /// @param q_end Target angles, clamped to the joint limits.
@@ -172,4 +193,5 @@ class KELVARA_EXPORT ArmController {
 
   std::atomic<bool> cleaned_up{false};
   std::unique_ptr<Impl> impl_;
+  kelvara::ArmState closed_state_;  // set by `cleanup()`
 };

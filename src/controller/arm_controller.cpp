@@ -35,6 +35,22 @@ ArmController::ArmController(bool with_gripper, const std::string& can_interface
   }
 }
 
+ArmController::ArmController(const kelvara::ArmOptions& options)
+    : impl_(std::make_unique<Impl>(options)) {
+  try {
+    impl_->publish_hold();
+    impl_->start_two_thread();
+    if (options.go_home) {
+      const kelvara::JointArray& home = kelvara::description::kHomePose;
+      impl_->publish_joint_trajectory_command({home.begin(), home.end()},
+                                              kelvara::description::kHomingTimeS);
+    }
+  } catch (...) {
+    cleanup();
+    throw;
+  }
+}
+
 ArmController::~ArmController() {
   cleanup();
   if (impl_) {
@@ -55,7 +71,19 @@ void ArmController::cleanup() {
   } catch (...) {  // NOLINT(bugprone-empty-catch)
     // A bus that fails now must not keep the rest from being released.
   }
+  closed_state_ = impl_->arm_state();
+  closed_state_.condition = kelvara::ArmCondition::kClosed;
+  closed_state_.reason = kelvara::StopReason::kClosed;
+  closed_state_.reason_motor = 0;
   impl_.reset();
+}
+
+kelvara::ArmState ArmController::state() const { return impl_ ? impl().arm_state() : closed_state_; }
+
+bool ArmController::recover() { return impl().recover(); }
+
+kelvara::DescriptionFiles ArmController::description_files() const {
+  return impl().kinematics.description_files();
 }
 
 ArmController::Impl& ArmController::impl() const {

@@ -1,12 +1,19 @@
 #include "controller/arm_controller_impl.hpp"
 
 #include <algorithm>
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+#include <utility>
 
 #include "controller/bring_up.hpp"
 #include "controller/control_cycle.hpp"
 #include "controller/control_thread.hpp"
 #include "controller/monitor_thread.hpp"
 #include "controller/pose_solvers.hpp"
+#include "controller/realtime.hpp"
+#include "controller/startup_failure.hpp"
+#include "hardware/jaw_geometry.hpp"
 
 #include "motion/septic_trajectory.hpp"
 
@@ -14,18 +21,98 @@ using kelvara::JointArray;
 using kelvara::kJointCount;
 namespace controller = kelvara::controller;
 
+namespace {
+
+using kelvara::ArmCondition;
+using kelvara::ArmOptions;
+using kelvara::controller::StopFlags;
+
+// Longer than a recovery can take.
+constexpr std::chrono::seconds kRecoveryPatience{3};
+constexpr std::chrono::milliseconds kRecoveryPoll{2};
+
+const ArmOptions& checked(const ArmOptions& options) {
+  const auto require = [](bool holds, const char* message) {
+    if (!holds) {
+      throw std::invalid_argument(message);
+    }
+  };
+  require(!options.interface.empty(), "ArmOptions: interface must not be empty");
+  require(options.velocity_scale > 0.0 && options.velocity_scale <= 1.0,
+          "ArmOptions: velocity_scale must be in (0, 1]");
+  require(options.realtime_priority >= 0 && options.realtime_priority <= 99,
+          "ArmOptions: realtime_priority must be in [0, 99]");
+  require(options.cpu >= -1, "ArmOptions: cpu must be -1 or a processor's number");
+  return options;
+}
+
+ArmOptions plain_options(const std::string& interface, bool can_fd, bool with_gripper,
+                         kelvara::damiao_motor::ControlMode mode) {
+  ArmOptions options;
+  options.interface = interface;
+  options.can_fd = can_fd;
+  options.with_gripper = with_gripper;
+  options.mode = mode;
+  options.require_all_motors = false;
+  options.on_fault = kelvara::FaultReaction::kReport;
+  return options;
+}
+
+controller::SetupRequest to_request(const ArmOptions& options, bool with_options) {
+  return {.with_gripper = options.with_gripper,
+          .mode = options.mode,
+          .require_limits = with_options,
+          .exit_on_unreadable_file = !with_options,
+          .velocity_scale = with_options ? options.velocity_scale : 0.0,
+          .started_with_options = with_options,
+          .require_all_motors = options.require_all_motors,
+          .on_fault = options.on_fault};
+}
+
+}  // namespace
+
 ArmController::Impl::Impl(const std::string& can_interface, bool bus_flag, ArmController* /*owner*/,
                           bool with_gripper, kelvara::damiao_motor::ControlMode mode)
-    : hardware(can_interface, bus_flag),
-      setup(controller::load_setup({.with_gripper = with_gripper, .mode = mode}, kinematics)),
+    : Impl(plain_options(can_interface, bus_flag, with_gripper, mode), Start::kPlain) {}
+
+ArmController::Impl::Impl(const ArmOptions& options) : Impl(options, Start::kWithOptions) {}
+
+ArmController::Impl::Impl(const ArmOptions& options, Start start)
+    : hardware((start == Start::kPlain ? options : checked(options)).interface, options.can_fd),
+      feedback(options.with_gripper),
+      kinematics(options.urdf_path, options.settings_path),
+      setup(controller::load_setup(to_request(options, start == Start::kWithOptions), kinematics)),
       poses(std::make_unique<controller::PoseSolvers>(kinematics)),
-      cycle(std::make_unique<controller::ControlCycle>(
-          controller::ControlCycle::Parts{hardware, kinematics, setup, slot, state, flags})),
-      control_(std::make_unique<controller::ControlThread>(*cycle, flags)),
+      cycle(std::make_unique<controller::ControlCycle>(controller::ControlCycle::Parts{
+          hardware, kinematics, setup, feedback, slot, state, flags})),
+      files_(std::make_shared<const kelvara::DescriptionFiles>(kinematics.description_files())),
+      control_(std::make_unique<controller::ControlThread>(
+          *cycle, flags,
+          controller::RealtimeSettings{options.realtime_priority, options.cpu,
+                                       options.lock_memory})),
       monitor_(std::make_unique<controller::MonitorThread>(state, flags)) {
-  controller::BringUp bring_up(hardware, setup);
-  bring_up.initial_kelvara();
-  bring_up.check_start_pose();
+  bring_up(start);
+}
+
+void ArmController::Impl::bring_up(Start start) {
+  hardware.set_frame_observer(&feedback);
+  controller::BringUp bring_up(hardware, setup, feedback);
+  if (start == Start::kWithOptions) {
+    bring_up.require_sole_master();
+  }
+  try {
+    bring_up.initial_kelvara();
+    bring_up.check_start_pose();
+  } catch (const controller::StartupFailure& failure) {
+    if (start == Start::kPlain) {
+      controller::fail_startup(failure.what());
+    }
+    bring_up.give_up();
+    throw;
+  } catch (...) {
+    bring_up.give_up();
+    throw;
+  }
 }
 
 ArmController::Impl::~Impl() = default;
@@ -33,6 +120,44 @@ ArmController::Impl::~Impl() = default;
 void ArmController::Impl::start_two_thread() {
   control_->start();
   monitor_->start();
+}
+
+bool ArmController::Impl::is_stopped() const {
+  if (flags.faulted || flags.emergency_stop_flag || flags.exit_flag) {
+    return true;
+  }
+  const ArmCondition condition = state.arm_state().condition;
+  return condition == ArmCondition::kMotorFault || condition == ArmCondition::kBusSilent;
+}
+
+bool ArmController::Impl::recover() {
+  const controller::MutexLock lock(recovery_mutex_);
+  if (!is_stopped()) {
+    return true;
+  }
+  flags.recovery = StopFlags::Recovery::kRequested;
+  if (flags.exit_flag) {  // both threads have ended, or are about to
+    request_stop_and_join();
+    flags.emergency_stop_flag = false;
+    flags.overloaded_joint = 0;
+    flags.exit_flag = false;
+    start_two_thread();
+  }
+  const auto end = kelvara::motion::Clock::now() + kRecoveryPatience;
+  StopFlags::Recovery result = flags.recovery;
+  while ((result == StopFlags::Recovery::kRequested || result == StopFlags::Recovery::kRunning) &&
+         kelvara::motion::Clock::now() < end) {
+    std::this_thread::sleep_for(kRecoveryPoll);
+    result = flags.recovery;
+  }
+  return result == StopFlags::Recovery::kDone;
+}
+
+kelvara::ArmState ArmController::Impl::arm_state() const {
+  kelvara::ArmState snapshot = state.arm_state();
+  snapshot.files = files_;
+  snapshot.counters.refused_frames = hardware.get_socket().refused_frames();
+  return snapshot;
 }
 
 void ArmController::Impl::request_stop_and_join() {
@@ -49,23 +174,51 @@ JointArray ArmController::Impl::clamp_to_limits(const std::vector<double>& q) co
   return clamped;
 }
 
+void ArmController::Impl::publish(kelvara::motion::Command command) {
+  if (setup.started_with_options && (flags.faulted || flags.emergency_stop_flag)) {
+    const kelvara::ArmState snapshot = state.arm_state();
+    throw std::runtime_error(std::string("ArmController: ") + to_string(snapshot.reason) +
+                             "; call recover() before the next command");
+  }
+  slot.publish(std::move(command));
+}
+
 void ArmController::Impl::publish_joint_raw_command(const std::vector<double>& q_end,
                                                     const std::vector<double>& v_end) {
   kelvara::motion::JointTarget target{.target_q = clamp_to_limits(q_end)};
   std::copy_n(v_end.begin(), kJointCount, target.target_dq.begin());
-  slot.publish(target);
+  publish(target);
+}
+
+void ArmController::Impl::publish_streamed_command(const std::vector<double>& q_end,
+                                                   const std::vector<double>& v_end) {
+  kelvara::motion::JointTarget target{.target_q = clamp_to_limits(q_end), .is_streamed = true};
+  std::copy_n(v_end.begin(), kJointCount, target.target_dq.begin());
+  publish(target);
+}
+
+void ArmController::Impl::publish_hold() {
+  kelvara::motion::JointTarget target{.is_hold = true};
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    target.target_q[i] = setup.motor_signs.to_joint(i, feedback.motor(i).state.position);
+  }
+  publish(target);
+  const auto& gripper = feedback.motor(controller::kGripperMotor);
+  if (setup.has_gripper && gripper.answered) {
+    slot.publish_gripper_distance_command(
+        kelvara::can::socket::jaw_distance_from_angle(gripper.state.position));
+  }
 }
 
 void ArmController::Impl::publish_joint_trajectory_command(const std::vector<double>& q_end,
                                                            double tf) {
-  slot.publish(
-      kelvara::motion::TimedMove{.target_q = clamp_to_limits(q_end), .traj_duration_s = tf});
+  publish(kelvara::motion::TimedMove{.target_q = clamp_to_limits(q_end), .traj_duration_s = tf});
 }
 
-void ArmController::Impl::publish_gravity_comp_command() { slot.publish(kelvara::motion::Float{}); }
+void ArmController::Impl::publish_gravity_comp_command() { publish(kelvara::motion::Float{}); }
 
 void ArmController::Impl::publish_kdl_gravity_comp_command() {
-  slot.publish(kelvara::motion::FloatKdl{});
+  publish(kelvara::motion::FloatKdl{});
 }
 
 void ArmController::Impl::publish_gripper_distance_command(double d) {

@@ -6,6 +6,7 @@
 
 #include "controller/command_slot.hpp"
 #include "controller/controller_setup.hpp"
+#include "controller/motor_feedback.hpp"
 #include "controller/state_buffer.hpp"
 #include "controller/stop_flags.hpp"
 #include "kelvara/arm_controller.hpp"
@@ -31,6 +32,8 @@ class KELVARA_HIDDEN ArmController::Impl {
   /// starts no thread. Throws and ends the process as `ArmController`'s constructor does.
   Impl(const std::string& can_interface, bool bus_flag, ArmController* owner, bool with_gripper,
        kelvara::damiao_motor::ControlMode mode);
+  /// The same with options; throws where the other ends the process.
+  explicit Impl(const kelvara::ArmOptions& options);
   ~Impl();
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
@@ -40,10 +43,21 @@ class KELVARA_HIDDEN ArmController::Impl {
   /// Signals both threads to end and waits for them. May be called again.
   void request_stop_and_join();
 
+  /// See `ArmController::recover`. From one thread at a time.
+  bool recover();
+  /// See `ArmController::state`.
+  kelvara::ArmState arm_state() const;
+
   // ---- Commands, from any thread; they expect checked arguments ----
+  // After a fault that stopped the arm, one that was started with options refuses them with
+  // std::runtime_error.
 
   void publish_joint_raw_command(const std::vector<double>& q_end,
                                  const std::vector<double>& v_end);
+  /// The same for a target of a stream; see `JointTarget::is_streamed`.
+  void publish_streamed_command(const std::vector<double>& q_end, const std::vector<double>& v_end);
+  /// Holds the arm and the gripper where they are; before the threads start.
+  void publish_hold();
   void publish_joint_trajectory_command(const std::vector<double>& q_end, double tf);
   void publish_joint_waypoint_trajectory_command(const std::vector<std::vector<double>>& waypoints,
                                                  double time_sec, double speed_percent,
@@ -61,6 +75,7 @@ class KELVARA_HIDDEN ArmController::Impl {
   KELVARA_EXPORT static double clamp(double x, double lo, double hi);
 
   kelvara::can::socket::Kelvara hardware;
+  kelvara::controller::MotorFeedback feedback;
   RobotKinematics kinematics;
   const kelvara::controller::ControllerSetup setup;
   kelvara::controller::StopFlags flags;
@@ -71,8 +86,15 @@ class KELVARA_HIDDEN ArmController::Impl {
   const std::unique_ptr<kelvara::controller::ControlCycle> cycle;
 
  private:
+  enum class Start { kPlain, kWithOptions };
+  Impl(const kelvara::ArmOptions& options, Start start);
+  void bring_up(Start start);
+  bool is_stopped() const;
+  void publish(kelvara::motion::Command command);
   kelvara::JointArray clamp_to_limits(const std::vector<double>& q) const;
 
+  std::shared_ptr<const kelvara::DescriptionFiles> files_;
+  kelvara::controller::Mutex recovery_mutex_;
   const std::unique_ptr<kelvara::controller::ControlThread> control_;
   const std::unique_ptr<kelvara::controller::MonitorThread> monitor_;
 };

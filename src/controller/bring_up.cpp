@@ -1,10 +1,16 @@
 #include "controller/bring_up.hpp"
 
-#include <algorithm>
+#include <chrono>
+#include <cstring>
 #include <iostream>
+#include <stdexcept>
+#include <thread>
 
+#include "controller/diagnostics.hpp"
 #include "controller/motor_parameters.hpp"
+#include "controller/recovery.hpp"
 #include "controller/startup_failure.hpp"
+#include "kelvara/arm_state.hpp"
 
 #include "description/arm_facts.hpp"
 #include "description/classic_stream.hpp"
@@ -14,12 +20,16 @@
 namespace kelvara::controller {
 namespace {
 
-using damiao_motor::Motor;
 using description::JointFacts;
 using description::kQuietAfterCommandUs;
 
-// How often the bus is drained until every motor has reported.
-constexpr int kMaxDrains = 25;
+// The motors' own time-out is 50 ms, and the first command must come before it expires.
+constexpr std::chrono::milliseconds kFirstStatesPatience{20};
+constexpr std::chrono::milliseconds kListenTime{50};
+constexpr int kListenQuietUs = 1000;
+constexpr std::chrono::milliseconds kQueuePause{20};
+constexpr int kDisabled = 0;
+constexpr int kEnabled = 1;
 
 /// One column of the joints' table.
 template <typename Value>
@@ -28,23 +38,29 @@ std::vector<Value> facts(Value JointFacts::*member) {
   return {values.begin(), values.end()};
 }
 
-/// Whether every motor has reported that it is enabled, or an error; the echo of a register write
-/// reads as 0.
-bool all_motors_reported(const std::vector<Motor>& motors) {
-  return std::all_of(motors.begin(), motors.end(),
-                     [](const Motor& motor) { return motor.error_code != 0; });
-}
-
 void require_safe_start(double joint2) {
   if (joint2 < description::kMinStartJoint2) {
     description::ClassicStream message;
     message << "[ArmController] Startup rejected: joint2=" << joint2
             << " rad is below the safety threshold -1.57 rad.";
-    fail_startup(message.str());
+    throw StartupFailure(message.str());
   }
 }
 
 }  // namespace
+
+void BringUp::require_sole_master() {
+  const auto end = motion::Clock::now() + kListenTime;
+  while (motion::Clock::now() < end) {
+    feedback_.begin_round(motion::Clock::now());
+    hardware_.recv_all(kListenQuietUs);
+  }
+  if (feedback_.foreign_commands() > 0) {
+    throw std::runtime_error("ArmController: another program commands motor " +
+                             std::to_string(feedback_.foreign_motor()) + " on " +
+                             hardware_.get_socket().get_interface_name() + "; end it first");
+  }
+}
 
 void BringUp::initial_kelvara() {
   create_motors();
@@ -74,6 +90,7 @@ void BringUp::create_motors() {
 
 void BringUp::enable_motors() {
   hardware_.set_timeout_all(description::kMotorTimeout);
+  require_accepted_frames();
   std::cout << "\n=== Enabling Motors ===" << std::endl;
   hardware_.enable_all();
   hardware_.recv_all(kQuietAfterCommandUs);
@@ -82,21 +99,109 @@ void BringUp::enable_motors() {
   std::cout << "\n=== Enabling Motors Timeout Protection ===" << std::endl;
 }
 
+void BringUp::give_up() {
+  // A full transmit queue empties meanwhile.
+  std::this_thread::sleep_for(kQueuePause);
+  hardware_.disable_all();
+  hardware_.recv_all(description::kQuietAfterDisableUs);
+}
+
+/// A refused frame may be the one that sets a motor's time-out or its mode.
+void BringUp::require_accepted_frames() {
+  const canbus::CANSocket& socket = hardware_.get_socket();
+  if (socket.refused_frames() == 0) {
+    return;
+  }
+  const std::string name = socket.get_interface_name();
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): glibc's is safe for known errors
+  const std::string reason = std::strerror(socket.last_write_error());
+  throw std::runtime_error("ArmController: " + name + " refused " +
+                           std::to_string(socket.refused_frames()) + " frames at start-up (" +
+                           reason + "): raise its transmit queue with `ip link set " + name +
+                           " txqueuelen 128`, and check that it is up" +
+                           (socket.is_canfd_enabled() ? " and carries CAN-FD frames" : ""));
+}
+
+// ---- First states ---------------------------------------------------------
+
 void BringUp::check_start_pose() {
-  auto& arm = hardware_.get_arm();
-  arm.refresh_all();
-  // Until a motor reports a state, its record may hold the echo of a register write, read as if it
-  // were feedback, which is not a valid start position. An answer can be late on a loaded machine.
-  std::vector<Motor> motors;
-  for (int drain = 0; drain < kMaxDrains; ++drain) {
+  hardware_.get_arm().refresh_all();
+  wait_for_first_states();
+  require_accepted_frames();
+  report_missing_motors();
+  require_safe_start(setup_.motor_signs.to_joint(1, feedback_.motor(1).state.position));
+}
+
+/// Why the motor cannot be relied on; empty when it is ready.
+std::string BringUp::defect_of(std::size_t motor) const {
+  const MotorFeedback::Sample& sample = feedback_.motor(motor);
+  if (!sample.answered) {
+    return "does not answer; its angle reads as zero";
+  }
+  if (sample.state.error_code != kEnabled) {
+    return std::string("is not enabled: ") + motor_error_name(sample.state.error_code);
+  }
+  if (sample.timeout != description::kMotorTimeout) {
+    return "has not confirmed its time-out";
+  }
+  return sample.control_mode == mode_of(motor) ? "" : "has not confirmed its control mode";
+}
+
+bool BringUp::is_ready(std::size_t motor) const { return defect_of(motor).empty(); }
+
+std::uint32_t BringUp::mode_of(std::size_t motor) const {
+  return motor == kGripperMotor ? damiao_motor::MIT_MODE : setup_.control_mode;
+}
+
+/// Repeats what may have been lost.
+void BringUp::ask_again(std::size_t motor) {
+  const MotorFeedback::Sample& sample = feedback_.motor(motor);
+  const auto [collection, index] = place_of(hardware_, motor);
+  if (sample.control_mode != mode_of(motor)) {
+    collection.switch_mode_one(index, static_cast<int>(mode_of(motor)));
+  }
+  if (sample.timeout != description::kMotorTimeout) {
+    collection.write_param_one(index, damiao_motor::kTimeoutRegister, description::kMotorTimeout);
+  }
+  if (!sample.answered) {
+    collection.refresh_one(index);
+  } else if (sample.state.error_code == kDisabled) {
+    collection.enable_one(index);
+  }
+}
+
+void BringUp::wait_for_first_states() {
+  const auto end = motion::Clock::now() + kFirstStatesPatience;
+  for (;;) {
+    feedback_.begin_round(motion::Clock::now());
     hardware_.recv_all(kQuietAfterCommandUs);
-    motors = arm.get_motors();
-    if (all_motors_reported(motors)) {
-      break;
+    bool all_ready = true;
+    const bool time_left = motion::Clock::now() < end;
+    for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
+      if (!is_ready(i)) {
+        all_ready = false;
+        if (time_left) {
+          ask_again(i);
+        }
+      }
+    }
+    if (all_ready || !time_left) {
+      return;
     }
   }
-  if (motors.size() >= 2) {
-    require_safe_start(setup_.motor_signs.to_joint(1, motors[1].position));
+}
+
+void BringUp::report_missing_motors() {
+  for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
+    const std::string defect = defect_of(i);
+    if (defect.empty()) {
+      continue;
+    }
+    const std::string line = "motor " + std::to_string(i + 1) + " " + defect;
+    if (setup_.require_all_motors) {
+      throw std::runtime_error("ArmController: " + line);
+    }
+    error_line() << "[ArmController] " << line;
   }
 }
 

@@ -63,7 +63,7 @@ void ArmController::set_end_effector_pose_raw(const std::vector<double>& target_
   JointArray q{};
   std::copy(solution->begin(), solution->end(), q.begin());
   const JointArray dq = impl().poses->stream(q);
-  set_joint_raw(*solution, {dq.begin(), dq.end()});
+  impl().publish_streamed_command(*solution, {dq.begin(), dq.end()});
 }
 
 std::array<double, 6> ArmController::get_end_effector_pose() {

@@ -37,6 +37,12 @@ CommandSnapshot CommandSlot::snapshot(const JointArray& measured, motion::TimePo
   return {command_, number_, gripper_};
 }
 
+std::uint64_t CommandSlot::override_command(const motion::JointTarget& next) {
+  const MutexLock lock(command_mutex);
+  command_ = next;
+  return ++number_;
+}
+
 void CommandSlot::complete(std::uint64_t number, const motion::JointTarget& next) {
   const MutexLock lock(command_mutex);
   if (number_ == number) {

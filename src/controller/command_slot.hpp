@@ -45,6 +45,8 @@ class CommandSlot {
   /// @param number The snapshot's number of the command that has ended.
   void complete(std::uint64_t number, const motion::JointTarget& next)
       KELVARA_EXCLUDES(command_mutex);
+  /// Replaces the command whatever it is, from the control thread; returns the new number.
+  std::uint64_t override_command(const motion::JointTarget& next) KELVARA_EXCLUDES(command_mutex);
 
  private:
   Mutex command_mutex;

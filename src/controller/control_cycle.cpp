@@ -3,41 +3,32 @@
 #include <exception>
 
 #include "controller/diagnostics.hpp"
-#include "hardware/jaw_geometry.hpp"
 
 #include "description/timing.hpp"
+#include "motion/brake.hpp"
 
 namespace kelvara::controller {
 namespace {
 
-using damiao_motor::Motor;
 using motion::TimePoint;
 
-constexpr damiao_motor::MITParam kNoEffort{0.0, 0.0, 0.0, 0.0, 0.0};
-
-/// Steps a schedule past `now`; slots that were missed are dropped.
-void advance_past(TimePoint& next, std::chrono::milliseconds period, TimePoint now) {
-  while (next <= now) {
-    next += period;
-  }
-}
-
-void send_joint(damiao_motor::DMDeviceCollection& arm, int joint,
-                const damiao_motor::MITParam& command) {
-  arm.mit_control_one(joint, command);
-}
-
-void send_joint(damiao_motor::DMDeviceCollection& arm, int joint,
-                const damiao_motor::POS_VELParam& command) {
-  arm.pos_vel_control_one(joint, command);
-}
+// Feedback older than this is no place to start a motion from.
+constexpr double kStaleS = 0.05;
+constexpr std::chrono::seconds kForeignReportPeriod{10};
 
 }  // namespace
 
+ControlCycle::ControlCycle(const Parts& parts)
+    : parts_(parts),
+      reader_(parts.hardware, parts.setup, parts.feedback, parts.state),
+      sender_(parts.hardware, parts.setup),
+      recovery_(parts.hardware, parts.setup, parts.feedback) {}
+
 void ControlCycle::begin(TimePoint start) {
-  next_feedback = start;
-  next_gripper_send = start;
+  reader_.begin(start);
+  sender_.begin(start);
   next_clip_report = start;
+  next_foreign_report_ = start;
 }
 
 void ControlCycle::run_cycle(TimePoint now) {
@@ -48,120 +39,233 @@ void ControlCycle::run_cycle(TimePoint now) {
   }
 }
 
+void ControlCycle::skip(motion::Clock::duration late) {
+  skipped_ += late;
+  error_line() << "[control_loop] late by " << std::chrono::duration<double>(late).count()
+               << " s: the schedule and the motion continue from here";
+}
+
 void ControlCycle::run_steps(TimePoint now) {
-  const JointArray measured = update_feedback(now);
+  const bool has_feedback = reader_.update(now);
   if (parts_.flags.emergency_stop_flag) {
-    stop_for_emergency();
+    stop_for_emergency(now);
     return;
   }
-  const CommandSnapshot snapshot = parts_.slot.snapshot(measured, now);
-  record_ = compute_cycle(snapshot.command, {now, measured, record_.set_point.reference},
-                          parts_.setup, parts_.kinematics);
+  if (parts_.flags.recovery == StopFlags::Recovery::kRequested) {
+    begin_recovery(now);
+  }
+  if (parts_.flags.recovery == StopFlags::Recovery::kRunning) {
+    step_recovery(has_feedback, now);
+  } else {
+    if (has_feedback) {
+      watch_faults(now);
+    }
+    if (parts_.flags.exit_flag) {
+      return;
+    }
+    command_arm(now);
+  }
+  report_clipping(now);
+  report_other_program(now);
+  publish_state(now);
+}
+
+// ---- Commands -------------------------------------------------------------
+
+void ControlCycle::command_arm(TimePoint now) {
+  const motion::Instant instant{now - skipped_, start_positions(now),
+                                record_.set_point.reference};
+  CommandSnapshot snapshot = parts_.slot.snapshot(instant.measured, instant.now);
+  if (parts_.flags.faulted && snapshot.number != hold_number_) {
+    hold_others();  // a command came at the same time as the fault
+    snapshot = parts_.slot.snapshot(instant.measured, instant.now);
+  }
+  const bool follows_reference = instant.reference.mit_ref_initialised &&
+                                 std::holds_alternative<motion::JointTarget>(snapshot.command);
+  if (snapshot.number != last_number_ && !follows_reference) {
+    report_stale_start(now);
+  }
+  last_number_ = snapshot.number;
+  gripper_ = snapshot.gripper;
+  record_ = compute_cycle(snapshot.command, instant, parts_.setup, parts_.kinematics);
   if (record_.set_point.end) {
-    parts_.slot.complete(snapshot.number, {*record_.set_point.end, {}});
+    parts_.slot.complete(snapshot.number, {.target_q = *record_.set_point.end});
   }
-  send(record_);
-  send_gripper(snapshot.gripper, now);
-  report(record_);
+  sender_.send(record_);
+  sender_.send_gripper(snapshot.gripper, now);
+  started_ = true;
+  commanded_.reset();
+  if (!record_.set_point.torque_only) {
+    commanded_ = record_.set_point.q;
+  }
 }
 
-// ---- Feedback -------------------------------------------------------------
-
-JointArray ControlCycle::update_feedback(TimePoint now) {
-  JointArray q{};
-  if (parts_.state.try_get_latest_joint_state(q) && now < next_feedback) {
-    return q;
-  }
-  advance_past(next_feedback, description::kFeedbackPeriod, now);
-  parts_.hardware.get_arm().refresh_all();
-  parts_.hardware.recv_all(description::kQuietInCycleUs);
-  return publish_feedback();
-}
-
-/// Publishes what the motors last answered; returns the joint angles.
-JointArray ControlCycle::publish_feedback() {
-  JointArray q{};
-  JointArray dq{};
-  JointArray tau{};
-  for (std::size_t i = 0; i < kJointCount; ++i) {
-    const Motor* motor = parts_.hardware.get_arm().find_motor(static_cast<int>(i));
-    if (motor != nullptr) {
-      q[i] = parts_.setup.motor_signs.to_joint(i, motor->position);
-      dq[i] = parts_.setup.motor_signs.to_joint(i, motor->velocity);
-      tau[i] = parts_.setup.motor_signs.to_joint(i, motor->torque);
+/// The measured positions; of a joint whose feedback is too old, the position last commanded.
+JointArray ControlCycle::start_positions(TimePoint now) {
+  JointArray q = reader_.measured().q;
+  stale_.reset();
+  for (std::size_t i = 0; commanded_ && i < kJointCount; ++i) {
+    if (parts_.feedback.motor(i).answered && parts_.feedback.age_s(i, now) > kStaleS) {
+      stale_.set(i);
+      q[i] = (*commanded_)[i];
     }
   }
-  parts_.state.publish_state(q, dq, read_gripper());
-  parts_.state.publish_torque(tau);
+  parts_.state.publish_start(q, stale_);
   return q;
 }
 
-std::optional<GripperState> ControlCycle::read_gripper() {
-  auto& gripper = parts_.hardware.get_gripper();
-  const Motor* motor = parts_.setup.has_gripper ? gripper.find_motor(0) : nullptr;
-  if (motor == nullptr) {
-    return std::nullopt;
+void ControlCycle::report_stale_start(TimePoint now) {
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    if (stale_[i]) {
+      error_line() << "[control_loop] joint " << i + 1 << " has not answered for "
+                   << parts_.feedback.age_s(i, now)
+                   << " s: the command starts from its last commanded position";
+    }
   }
-  return GripperState{gripper.opening_at_angle(motor->position),
-                      can::socket::jaw_distance_from_angle(motor->position)};
 }
 
-void ControlCycle::stop_for_emergency() {
+void ControlCycle::stop_for_emergency(TimePoint now) {
   error_line() << "[control_loop] emergency_stop_flag=1, calling disable_all()";
   parts_.hardware.disable_all();
   parts_.hardware.recv_all(description::kQuietAfterDisableUs);
   parts_.flags.exit_flag = true;
   error_line() << "[control_loop] disable_all done, exit_flag set, control loop exiting";
+  publish_state(now);
 }
 
-// ---- Output ---------------------------------------------------------------
+// ---- Faults ---------------------------------------------------------------
 
-void ControlCycle::send(const CycleRecord& record) {
-  auto& arm = parts_.hardware.get_arm();
-  const bool torque_only = record.set_point.torque_only;
-  if (torque_only && parts_.setup.uses_pos_vel_mode() && !pos_vel_gravity_warned) {
-    pos_vel_gravity_warned = true;
-    error_line() << "[control_loop] Gravity compensation torque feedforward is "
-                    "disabled in POS_VEL_MODE; falling back to position/velocity hold.";
-  }
-  std::visit(
-      [&arm](const auto& commands) {
-        for (std::size_t i = 0; i < kJointCount; ++i) {
-          send_joint(arm, static_cast<int>(i), commands[i]);
-        }
-      },
-      record.sent);
-  if (torque_only) {
-    relax_gripper();
-  }
-}
-
-void ControlCycle::relax_gripper() {
-  if (parts_.setup.has_gripper) {
-    parts_.hardware.get_gripper().mit_control_one(0, kNoEffort);
-  }
-}
-
-void ControlCycle::send_gripper(const GripperCommand& command, TimePoint now) {
-  if (!parts_.setup.has_gripper || !command.gripper_command_valid ||
-      !command.gripper_command_active || now < next_gripper_send) {
+void ControlCycle::watch_faults(TimePoint now) {
+  if (parts_.flags.faulted) {
     return;
   }
-  advance_past(next_gripper_send, description::kGripperPeriod, now);
-  parts_.hardware.get_gripper().set_distance(command.gripper_target_distance, command.gripper_speed,
-                                             command.gripper_force);
+  const bool gripper_commanded =
+      gripper_.gripper_command_active || record_.set_point.torque_only;
+  const std::optional<Fault> fault = watch_.step(parts_.feedback, now, gripper_commanded);
+  if (fault == fault_) {
+    return;
+  }
+  fault_ = fault;
+  if (fault_) {
+    react(now);
+  }
 }
 
-void ControlCycle::report(const CycleRecord& record) {
-  tau_clipped_count += static_cast<std::uint64_t>(record.clipped);
-  if (record.time < next_clip_report) {
+void ControlCycle::react(TimePoint now) {
+  const FaultReaction reaction = parts_.setup.on_fault;
+  {
+    auto line = error_line();
+    line << "[control_loop] ";
+    if (fault_->motor != 0) {
+      line << "motor " << fault_->motor << ": ";
+    }
+    line << to_string(fault_->reason)
+         << (reaction == FaultReaction::kReport ? ""
+             : reaction == FaultReaction::kHold ? "; the others hold"
+                                                : "; disabling all motors");
+  }
+  if (reaction == FaultReaction::kReport) {
+    return;
+  }
+  parts_.flags.faulted = true;
+  if (reaction == FaultReaction::kHold) {
+    hold_others();
+    return;
+  }
+  parts_.hardware.disable_all();
+  parts_.hardware.recv_all(description::kQuietAfterDisableUs);
+  parts_.flags.exit_flag = true;
+  publish_state(now);
+}
+
+/// Brakes every joint from where it is commanded to.
+void ControlCycle::hold_others() {
+  const JointArray q = commanded_.value_or(reader_.measured().q);
+  const JointArray dq = commanded_ ? record_.set_point.dq : JointArray{};
+  motion::JointTarget target = motion::brake(q, dq, parts_.setup.limits.acceleration);
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    target.target_q[i] = parts_.setup.limits.joints.clamp_from(i, q[i], target.target_q[i]);
+  }
+  record_.set_point.reference = {true, q, dq};
+  hold_number_ = parts_.slot.override_command(target);
+}
+
+void ControlCycle::begin_recovery(TimePoint now) {
+  recovery_.begin(now);
+  watch_.reset();
+  parts_.flags.recovery = StopFlags::Recovery::kRunning;
+}
+
+/// Holds what is enabled and lets the targets of the rest follow the arm, so that a motor that is
+/// enabled again has nowhere to go.
+void ControlCycle::step_recovery(bool has_feedback, TimePoint now) {
+  const Recovery::Progress progress =
+      has_feedback ? recovery_.step(now) : Recovery::Progress::kRunning;
+  const bool keeps_commands = commanded_ && started_;
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    hold_q_[i] = keeps_commands && recovery_.kept_enabled(i) ? (*commanded_)[i]
+                                                             : reader_.measured().q[i];
+  }
+  record_ = compute_cycle(motion::NoCommand{}, {now - skipped_, hold_q_, {}}, parts_.setup,
+                          parts_.kinematics);
+  sender_.send(record_);
+  sender_.send_gripper(gripper_, now);
+  commanded_ = hold_q_;
+  started_ = true;
+  if (progress != Recovery::Progress::kRunning) {
+    end_recovery(progress);
+  }
+}
+
+void ControlCycle::end_recovery(Recovery::Progress progress) {
+  record_.set_point.reference = {true, hold_q_, JointArray{}};
+  hold_number_ = parts_.slot.override_command({.target_q = hold_q_, .is_hold = true});
+  const bool done = progress == Recovery::Progress::kDone;
+  if (done) {
+    fault_.reset();
+    parts_.flags.faulted = false;
+  }
+  parts_.flags.recovery = done ? StopFlags::Recovery::kDone : StopFlags::Recovery::kFailed;
+}
+
+// ---- Reports --------------------------------------------------------------
+
+void ControlCycle::report_clipping(TimePoint now) {
+  tau_clipped_count += static_cast<std::uint64_t>(record_.clipped);
+  if (now < next_clip_report) {
     return;
   }
   if (tau_clipped_count != 0) {
     error_line() << "[control_loop] tau clipped count in last 1s: " << tau_clipped_count;
   }
   tau_clipped_count = 0;
-  next_clip_report = record.time + description::kClipReportPeriod;
+  next_clip_report = now + description::kClipReportPeriod;
+}
+
+void ControlCycle::report_other_program(TimePoint now) {
+  const std::uint64_t count = parts_.feedback.foreign_commands();
+  if (count == reported_foreign_commands_ || now < next_foreign_report_) {
+    return;
+  }
+  error_line() << "[control_loop] another program commands motor "
+               << parts_.feedback.foreign_motor() << " on this interface: "
+               << count - reported_foreign_commands_ << " frames";
+  reported_foreign_commands_ = count;
+  next_foreign_report_ = now + kForeignReportPeriod;
+}
+
+void ControlCycle::publish_state(TimePoint now) {
+  ArmState state;
+  state.time_s = std::chrono::duration<double>(now.time_since_epoch()).count();
+  report_motors(state, parts_.feedback, now);
+  report_motion(state, reader_.measured(), record_, gripper_);
+  const bool recovering = parts_.flags.recovery == StopFlags::Recovery::kRunning;
+  report_condition(state,
+                   {started_, recovering, parts_.flags.emergency_stop_flag,
+                    parts_.flags.overloaded_joint, fault_},
+                   record_.set_point);
+  state.counters.late_cycles = late_cycles_;
+  parts_.state.publish_arm_state(state);
 }
 
 }  // namespace kelvara::controller

@@ -1,13 +1,15 @@
 #pragma once
 
+#include <bitset>
 #include <cstdint>
+#include <optional>
 
-#include "controller/command_slot.hpp"
-#include "controller/controller_setup.hpp"
-#include "controller/cycle_step.hpp"
-#include "controller/state_buffer.hpp"
+#include "controller/command_sender.hpp"
+#include "controller/fault_watch.hpp"
+#include "controller/feedback_reader.hpp"
+#include "controller/recovery.hpp"
+#include "controller/state_report.hpp"
 #include "controller/stop_flags.hpp"
-#include "kelvara/hardware/kelvara.hpp"
 
 namespace kelvara::controller {
 
@@ -21,42 +23,65 @@ class ControlCycle {
     can::socket::Kelvara& hardware;
     const RobotKinematics& kinematics;
     const ControllerSetup& setup;
+    MotorFeedback& feedback;
     CommandSlot& slot;
     StateBuffer& state;
     StopFlags& flags;
   };
 
-  explicit ControlCycle(const Parts& parts) : parts_(parts) {}
+  explicit ControlCycle(const Parts& parts);
 
   /// Sets the schedules of feedback, gripper and reports to begin at `start`.
   void begin(motion::TimePoint start);
   /// Runs one cycle at the instant `now`. Reports a std::exception on standard error; the rest of
   /// that cycle is skipped.
   void run_cycle(motion::TimePoint now);
+  /// Stops the clock of the motions for the time that the loop stood still: they continue where
+  /// they were. Prints a line.
+  void skip(motion::Clock::duration late);
+  void count_late_cycle() { ++late_cycles_; }
 
   /// The last cycle that sent commands.
   const CycleRecord& record() const { return record_; }
   /// When feedback is requested next.
-  motion::TimePoint next_feedback_time() const { return next_feedback; }
+  motion::TimePoint next_feedback_time() const { return reader_.next_feedback_time(); }
 
  private:
   void run_steps(motion::TimePoint now);
-  JointArray update_feedback(motion::TimePoint now);
-  JointArray publish_feedback();
-  std::optional<GripperState> read_gripper();
-  void stop_for_emergency();
-  void send(const CycleRecord& record);
-  void relax_gripper();
-  void send_gripper(const GripperCommand& command, motion::TimePoint now);
-  void report(const CycleRecord& record);
+  void command_arm(motion::TimePoint now);
+  JointArray start_positions(motion::TimePoint now);
+  void report_stale_start(motion::TimePoint now);
+  void stop_for_emergency(motion::TimePoint now);
+  void watch_faults(motion::TimePoint now);
+  void react(motion::TimePoint now);
+  void hold_others();
+  void begin_recovery(motion::TimePoint now);
+  void step_recovery(bool has_feedback, motion::TimePoint now);
+  void end_recovery(Recovery::Progress progress);
+  void report_clipping(motion::TimePoint now);
+  void report_other_program(motion::TimePoint now);
+  void publish_state(motion::TimePoint now);
 
   Parts parts_;
+  FeedbackReader reader_;
+  CommandSender sender_;
+  FaultWatch watch_;
+  Recovery recovery_;
   CycleRecord record_;
-  bool pos_vel_gravity_warned = false;
+  GripperCommand gripper_;
+  motion::Clock::duration skipped_{};  // the motions' clock lags by this
+  std::uint64_t last_number_ = 0;      // of the command of the cycle before
+  std::optional<JointArray> commanded_;  // positions of the cycle before, joint side
+  std::bitset<kJointCount> stale_;       // joints whose feedback is too old to start from
+  std::optional<Fault> fault_;           // as of the last round of feedback, or latched
+  std::uint64_t hold_number_ = 0;        // of the command that a fault has set
+  bool started_ = false;
+  JointArray hold_q_{};  // while recovering
   std::uint64_t tau_clipped_count = 0;  // since the last report
-  motion::TimePoint next_feedback{};
-  motion::TimePoint next_gripper_send{};
+  std::uint64_t late_cycles_ = 0;
+  std::uint64_t reported_foreign_commands_ = 0;
   motion::TimePoint next_clip_report{};
+  motion::TimePoint next_foreign_report_{};
 };
 
 }  // namespace kelvara::controller

@@ -8,11 +8,21 @@
 namespace kelvara::controller {
 
 void ControlThread::control_loop() {
+  use_realtime(realtime_);
   const motion::TimePoint start = motion::Clock::now();
   cycle_.begin(start);
   motion::TimePoint next_cycle = start + description::kControlPeriod;
   while (!flags_.exit_flag) {
-    cycle_.run_cycle(motion::Clock::now());
+    const motion::TimePoint now = motion::Clock::now();
+    const auto late = now - (next_cycle - description::kControlPeriod);
+    if (late >= description::kControlPeriod) {
+      cycle_.count_late_cycle();
+    }
+    if (late > description::kMotorTimeoutTime) {
+      cycle_.skip(late);
+      next_cycle = now + description::kControlPeriod;
+    }
+    cycle_.run_cycle(now);
     if (flags_.exit_flag) {
       break;
     }

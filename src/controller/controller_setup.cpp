@@ -107,6 +107,14 @@ void check_payload(const RobotKinematics& kinematics, const SetupRequest& reques
   }
 }
 
+JointArray velocity_limits(double scale) {
+  JointArray limits = description::column(&description::JointFacts::velocity_limit);
+  for (double& limit : limits) {
+    limit *= scale > 0.0 ? scale : 1.0;
+  }
+  return limits;
+}
+
 description::JointLimits joint_limits(const RobotKinematics& kinematics) {
   description::JointLimits limits;
   for (std::size_t i = 0; i < kJointCount; ++i) {
@@ -138,9 +146,11 @@ ControllerSetup load_setup(const SetupRequest& request, const RobotKinematics& k
           .mit = settings.mit,
           .joint_trajectory = settings.joint_trajectory,
           .motor_signs = motor_signs,
-          .limits = {joint_limits(kinematics),
-                     description::column(&description::JointFacts::velocity_limit),
-                     settings.pos_vel.max_acc_limits}};
+          .limits = {joint_limits(kinematics), velocity_limits(request.velocity_scale),
+                     settings.pos_vel.max_acc_limits, request.velocity_scale > 0.0},
+          .started_with_options = request.started_with_options,
+          .require_all_motors = request.require_all_motors,
+          .on_fault = request.on_fault};
 }
 
 }  // namespace kelvara::controller

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kelvara/damiao_motor/motor_values.hpp"
+#include "kelvara/arm_options.hpp"
 
 #include "description/controller_settings.hpp"
 #include "description/motor_signs.hpp"
@@ -19,6 +19,10 @@ struct ControllerSetup {
   description::JointTrajectoryConfig joint_trajectory;
   description::MotorSigns motor_signs;
   motion::SetPointLimits limits;
+  // Of a start with options; without them as below:
+  bool started_with_options = false;
+  bool require_all_motors = false;
+  FaultReaction on_fault = FaultReaction::kReport;
 
   bool uses_pos_vel_mode() const { return control_mode == damiao_motor::POS_VEL_MODE; }
 };
@@ -30,6 +34,9 @@ struct SetupRequest {
   bool require_limits = false;  // refuse a joint without two limits, unless it is continuous
   bool exit_on_unreadable_file = true;  // end the process; otherwise throw
   double velocity_scale = 0.0;          // fraction of the velocity limits; 0: no ceiling
+  bool started_with_options = false;    // as are the two below
+  bool require_all_motors = false;
+  FaultReaction on_fault = FaultReaction::kReport;
 };
 
 /// Reads the settings from the model's own file, checks both, and reports on standard error gains

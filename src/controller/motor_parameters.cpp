@@ -89,13 +89,13 @@ void verify_parameter(const std::string& name, const JointArray& configured,
   if (read_back.size() != configured.size()) {
     message << name << " verification failed: expected " << configured.size() << " values, got "
             << read_back.size();
-    fail_startup(message.str());
+    throw StartupFailure(message.str());
   }
   for (std::size_t i = 0; i < configured.size(); ++i) {
     if (!(std::abs(read_back[i] - configured[i]) <= kParameterTolerance)) {
       message << name << " verification failed at joint " << i + 1 << ": expected " << configured[i]
               << ", got " << read_back[i];
-      fail_startup(message.str());
+      throw StartupFailure(message.str());
     }
   }
 }

@@ -32,6 +32,28 @@ void StateBuffer::publish_torque(const JointArray& tau) {
   latest_tau_valid = true;
 }
 
+void StateBuffer::publish_start(const JointArray& q, std::bitset<kJointCount> stale) {
+  const MutexLock lock(state_mutex);
+  start_q_ = q;
+  start_stale_ = stale;
+}
+
+std::bitset<kJointCount> StateBuffer::start_positions(JointArray& out) const {
+  const MutexLock lock(state_mutex);
+  out = start_q_;
+  return start_stale_;
+}
+
+void StateBuffer::publish_arm_state(const ArmState& state) {
+  const MutexLock lock(arm_state_mutex);
+  arm_state_ = state;
+}
+
+ArmState StateBuffer::arm_state() const {
+  const MutexLock lock(arm_state_mutex);
+  return arm_state_;
+}
+
 bool StateBuffer::try_get_latest_joint_state(JointArray& out) const {
   const MutexLock lock(state_mutex);
   return copy_if(latest_state_valid, latest_q, out);

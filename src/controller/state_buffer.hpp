@@ -1,8 +1,10 @@
 #pragma once
 
+#include <bitset>
 #include <optional>
 
 #include "controller/thread_safety.hpp"
+#include "kelvara/arm_state.hpp"
 
 #include "description/joint_array.hpp"
 
@@ -22,6 +24,16 @@ class StateBuffer {
                      const std::optional<GripperState>& gripper) KELVARA_EXCLUDES(state_mutex);
   void publish_torque(const JointArray& tau) KELVARA_EXCLUDES(torque_mutex);
 
+  /// @param q     Where a motion starts: measured, or last commanded where `stale`.
+  void publish_start(const JointArray& q, std::bitset<kJointCount> stale)
+      KELVARA_EXCLUDES(state_mutex);
+  void publish_arm_state(const ArmState& state) KELVARA_EXCLUDES(arm_state_mutex);
+
+  /// Copies where a motion starts, as published; returns the joints whose feedback is too old.
+  std::bitset<kJointCount> start_positions(JointArray& out) const KELVARA_EXCLUDES(state_mutex);
+  /// The snapshot of the last cycle.
+  ArmState arm_state() const KELVARA_EXCLUDES(arm_state_mutex);
+
   // Each copies the latest feedback; false, with `out` untouched, before there is any.
   bool try_get_latest_joint_state(JointArray& out) const KELVARA_EXCLUDES(state_mutex);
   bool try_get_latest_joint_velocity_state(JointArray& out) const KELVARA_EXCLUDES(state_mutex);
@@ -37,6 +49,12 @@ class StateBuffer {
   double latest_gripper_position KELVARA_GUARDED_BY(state_mutex) = 0.0;  // 0 closed .. 1 open
   double latest_gripper_distance KELVARA_GUARDED_BY(state_mutex) = 0.0;  // m
   bool latest_gripper_valid KELVARA_GUARDED_BY(state_mutex) = false;
+
+  JointArray start_q_ KELVARA_GUARDED_BY(state_mutex){};  // rad
+  std::bitset<kJointCount> start_stale_ KELVARA_GUARDED_BY(state_mutex);
+
+  mutable Mutex arm_state_mutex;
+  ArmState arm_state_ KELVARA_GUARDED_BY(arm_state_mutex);
 
   mutable Mutex torque_mutex;
   JointArray latest_tau KELVARA_GUARDED_BY(torque_mutex){};  // N·m

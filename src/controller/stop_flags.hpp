@@ -8,6 +8,13 @@ namespace kelvara::controller {
 struct StopFlags {
   std::atomic<bool> exit_flag{false};            // both threads end
   std::atomic<bool> emergency_stop_flag{false};  // the control thread disables the motors and ends
+  std::atomic<int> overloaded_joint{0};          // why: set before the flag, from 1
+
+  /// A fault after which commands are refused until `recover()`. Set by the control thread.
+  std::atomic<bool> faulted{false};
+
+  enum class Recovery { kNone, kRequested, kRunning, kDone, kFailed };
+  std::atomic<Recovery> recovery{Recovery::kNone};
 };
 
 }  // namespace kelvara::controller

@@ -85,9 +85,18 @@ void ArmController::Impl::publish_joint_waypoint_trajectory_command(
   if (!state.try_get_latest_joint_state(start)) {
     throw std::runtime_error("cannot plan waypoint trajectory before joint state is available");
   }
+  const std::bitset<kJointCount> stale = state.start_positions(start);
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    if (stale[i]) {
+      kelvara::controller::error_line()
+          << "[move_joint_waypoints] joint " << i + 1
+          << " does not answer: the plan starts from its last commanded position";
+    }
+  }
   motion::WaypointPlan plan = motion::plan_waypoints(start, points, config, options);
   for (const std::string& report : plan.limit_reports) {
     kelvara::controller::error_line() << report;
   }
-  slot.publish(to_command(std::move(plan.samples), control_hz));
+  motion::WaypointMove move = to_command(std::move(plan.samples), control_hz);
+  publish(std::move(move));
 }

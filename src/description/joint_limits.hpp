@@ -28,6 +28,17 @@ struct JointLimits {
     }
     return urdf_upper[joint] < q ? urdf_upper[joint] : q;
   }
+
+  /// The same, with the limits widened to contain `start`: a motion that starts outside the limits
+  /// comes back without a jump.
+  double clamp_from(std::size_t joint, double start, double q) const {
+    if (!urdf_has_limit[joint]) {
+      return q;
+    }
+    const double lower = start < urdf_lower[joint] ? start : urdf_lower[joint];
+    const double upper = start > urdf_upper[joint] ? start : urdf_upper[joint];
+    return lower > q ? lower : (upper < q ? upper : q);
+  }
 };
 
 }  // namespace kelvara::description

@@ -22,6 +22,7 @@ inline constexpr double kStopAfterS = 6.0;
 // ---- Motors ----
 // The motors disable themselves when no frame reaches them for this long, in units of 50 µs: 50 ms.
 inline constexpr unsigned kMotorTimeout = 1000;
+inline constexpr std::chrono::milliseconds kMotorTimeoutTime{50};
 inline constexpr unsigned kMotorTimeoutOff = 0;
 
 // ---- How long the bus must be quiet before replies count as complete, µs ----

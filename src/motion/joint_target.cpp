@@ -1,5 +1,7 @@
 #include "motion/joint_target.hpp"
 
+#include <cmath>
+
 #include "description/timing.hpp"
 
 namespace kelvara::motion {
@@ -10,6 +12,11 @@ using description::kControlPeriodS;
 
 // Gain from the distance to the target to the reference's velocity, 1/s.
 constexpr double kReferenceGain = 8.0;
+// After this long without a new target the velocity of a stream no longer counts.
+constexpr std::chrono::milliseconds kStreamPatience{100};
+// A joint this close to its target is not under way to it.
+constexpr double kArrivedRad = 1e-4;           // the reference, MIT mode
+constexpr double kArrivedMeasuredRad = 0.02;   // the arm, position/velocity mode
 
 /// One joint's reference after one period.
 struct Step {
@@ -31,8 +38,13 @@ Step step_reference(std::size_t joint, double target_q, double target_dq, double
   if (!short_of_target) {
     return {target_q, v, 0.0};
   }
-  return {limits.joints.clamp_to_urdf_joint_limit(joint, candidate), v,
+  return {limits.joints.clamp_from(joint, last_q, candidate), v,
           (v - last_dq) / kControlPeriodS};
+}
+
+double target_of(const JointTarget& command, std::size_t joint, const SetPointLimits& limits) {
+  const double q = command.target_q[joint];
+  return command.is_hold ? q : limits.joints.clamp_to_urdf_joint_limit(joint, q);
 }
 
 /// Moves the reference one period towards the target.
@@ -41,36 +53,51 @@ SetPoint follow_reference(const JointTarget& command, const Instant& instant,
   const MitReference& before = instant.reference;
   const JointArray& start = before.mit_ref_initialised ? before.mit_ref_q : instant.measured;
   const JointArray start_dq = before.mit_ref_initialised ? before.mit_ref_dq : JointArray{};
+  const bool stalled =
+      command.is_streamed && instant.now - command.start_time > kStreamPatience;
   SetPoint point;
   for (std::size_t i = 0; i < kJointCount; ++i) {
-    const double target = limits.joints.clamp_to_urdf_joint_limit(i, command.target_q[i]);
-    const Step step =
-        step_reference(i, target, command.target_dq[i], start[i], start_dq[i], limits);
+    const double target = target_of(command, i, limits);
+    const double target_dq = stalled ? 0.0 : command.target_dq[i];
+    const Step step = step_reference(i, target, target_dq, start[i], start_dq[i], limits);
+    point.moving = point.moving || std::abs(target - step.q) > kArrivedRad;
     point.q[i] = step.q;
     point.dq[i] = step.dq;
     point.model_ddq[i] = step.ddq;
   }
+  point.progress = point.moving ? 0.0 : 1.0;
   point.model_q = point.q;
   point.model_dq = point.dq;
   point.reference = {true, point.q, point.dq};
   return point;
 }
 
-SetPoint send_target(const JointTarget& command, const SetPointLimits& limits) {
+SetPoint send_target(const JointTarget& command, const Instant& instant,
+                     const SetPointLimits& limits) {
   SetPoint point;
   for (std::size_t i = 0; i < kJointCount; ++i) {
-    point.q[i] = limits.joints.clamp_to_urdf_joint_limit(i, command.target_q[i]);
+    point.q[i] = target_of(command, i, limits);
+    point.moving =
+        point.moving || std::abs(point.q[i] - instant.measured[i]) > kArrivedMeasuredRad;
   }
+  point.progress = point.moving ? 0.0 : 1.0;
   point.velocity_limit = limits.velocity;
   return point;
 }
 
 }  // namespace
 
+void JointTarget::begin(const JointArray& /*measured*/, TimePoint now) {
+  if (!started) {
+    started = true;
+    start_time = now;
+  }
+}
+
 SetPoint JointTarget::evaluate(const Instant& instant, const SetPointLimits& limits,
                                Approach approach) const {
   return approach == Approach::kReference ? follow_reference(*this, instant, limits)
-                                          : send_target(*this, limits);
+                                          : send_target(*this, instant, limits);
 }
 
 }  // namespace kelvara::motion

@@ -10,8 +10,15 @@ struct JointTarget {
 
   JointArray target_q{};   // rad, inside the joint limits
   JointArray target_dq{};  // rad/s, a feed-forward
+  /// A target of a stream: its velocity counts for 100 ms, since the stream may have stopped.
+  bool is_streamed = false;
+  /// The target is where the arm is: it may lie outside the joint limits.
+  bool is_hold = false;
+  // Set by the first cycle:
+  bool started = false;
+  TimePoint start_time{};
 
-  void begin(const JointArray& /*measured*/, TimePoint /*now*/) {}
+  void begin(const JointArray& measured, TimePoint now);
   SetPoint evaluate(const Instant& instant, const SetPointLimits& limits, Approach approach) const;
 };
 

@@ -29,6 +29,7 @@ struct SetPointLimits {
   description::JointLimits joints;
   JointArray velocity{};      // rad/s
   JointArray acceleration{};  // rad/s², of the reference
+  bool is_ceiling = false;    // timed moves keep `velocity`, too, and take longer
 };
 
 /// The instant at which a command is evaluated.
@@ -48,8 +49,11 @@ struct SetPoint {
   JointArray model_dq{};
   JointArray model_ddq{};
   bool torque_only = false;  // no position control: the arm floats
-  /// The reference for the next cycle. Only a joint target keeps one; after any other command the
-  /// next target's reference starts at the measured angles.
+  bool moving = false;       // under way to a target
+  double progress = 1.0;     // of the motion, 0 to 1
+  /// The reference for the next cycle. A joint target keeps one, and the end of a move hands its
+  /// end point over; after any other command the next target's reference starts at the measured
+  /// angles.
   MitReference reference;
   /// Set when the move has ended: the joint target to hold from the next cycle on, rad.
   std::optional<JointArray> end;

@@ -26,15 +26,18 @@ SetPoint WaypointMove::evaluate(const Instant& instant, const SetPointLimits& li
       clamp(std::floor(elapsed / waypoint_dt_s), 0.0, static_cast<double>(last)));
   const WaypointTrajectorySample& sample = (*waypoints)[k];
   for (std::size_t i = 0; i < kJointCount; ++i) {
-    point.q[i] = limits.joints.clamp_to_urdf_joint_limit(i, sample.q[i]);
+    point.q[i] = limits.joints.clamp_from(i, waypoints->front().q[i], sample.q[i]);
     point.velocity_limit[i] = clamp(std::abs(sample.dq[i]), 0.0, limits.velocity[i]);
   }
   point.dq = sample.dq;
   point.model_q = point.q;
   point.model_dq = point.dq;
   point.model_ddq = sample.ddq;
-  if (k == last) {
+  point.progress = last == 0 ? 1.0 : static_cast<double>(k) / static_cast<double>(last);
+  point.moving = k < last;
+  if (!point.moving) {
     point.end = target_q;
+    point.reference = {true, point.q, JointArray{}};
   }
   return point;
 }

@@ -22,16 +22,32 @@ struct ClosedLoop {
   using TimePoint = kelvara::motion::TimePoint;
   static constexpr std::chrono::microseconds kPeriod{2500};
 
-  explicit ClosedLoop(ControlMode mode, const JointArray& start = {}, bool can_fd = false)
-      : fd(can_fd), hardware(fd, {.with_gripper = true, .load_kg = 0.0, .start = start}) {
+  explicit ClosedLoop(ControlMode mode, const JointArray& start = {}, bool can_fd = false,
+                      double load_kg = 0.0)
+      : fd(can_fd), hardware(fd, {.with_gripper = true, .load_kg = load_kg, .start = start}) {
     make_controller(mode);
+  }
+  /// With a controller that is started with options on the test's interface, and holds the arm.
+  explicit ClosedLoop(kelvara::ArmOptions options, const JointArray& start = {})
+      : fd(false), hardware(fd, {.with_gripper = true, .load_kg = 0.0, .start = start}) {
+    options.interface = TestBus::kInterface;
+    options.with_gripper = true;
+    start_controller([&] { return std::make_unique<ArmController::Impl>(options); });
+    impl->publish_hold();
   }
 
   /// Brings the motors up with a controller of its own, instead of the one before.
   void make_controller(ControlMode mode) {
+    start_controller([&] {
+      return std::make_unique<ArmController::Impl>(TestBus::kInterface, fd, nullptr, true, mode);
+    });
+  }
+
+  template <typename Make>
+  void start_controller(Make make) {
     impl.reset();
     hardware.answer();
-    impl = std::make_unique<ArmController::Impl>(TestBus::kInterface, fd, nullptr, true, mode);
+    impl = make();
     hardware.halt();
     impl->cycle->begin(now);
   }

@@ -74,6 +74,7 @@ class KELVARA_EXPORT Kelvara {
   ArmComponent& get_arm() { return *arm_; }
   GripperComponent& get_gripper() { return *gripper_; }
   canbus::CANSocket& get_socket() { return *socket_; }
+  const canbus::CANSocket& get_socket() const { return *socket_; }
 
  private:
   template <typename Operation, typename... Arguments>

@@ -1,0 +1,16 @@
+#pragma once
+
+namespace kelvara::controller {
+
+/// How the control thread is scheduled.
+struct RealtimeSettings {
+  int priority = 0;          // SCHED_FIFO, 1 to 99; 0: ordinary
+  int cpu = -1;              // -1: any
+  bool lock_memory = false;  // of the whole process
+};
+
+/// Applies the settings to the calling thread. What the system refuses is reported in one line
+/// each.
+void use_realtime(const RealtimeSettings& settings);
+
+}  // namespace kelvara::controller

@@ -1,0 +1,75 @@
+#include "controller/recovery.hpp"
+
+#include "description/timing.hpp"
+
+namespace kelvara::controller {
+namespace {
+
+constexpr std::chrono::seconds kPatience{1};
+constexpr double kFreshS = 0.02;
+constexpr int kDisabled = 0;
+constexpr int kEnabled = 1;
+
+}  // namespace
+
+Place place_of(can::socket::Kelvara& hardware, std::size_t motor) {
+  if (motor == kGripperMotor) {
+    return {hardware.get_gripper(), 0};
+  }
+  return {hardware.get_arm(), static_cast<int>(motor)};
+}
+
+void enable_again(can::socket::Kelvara& hardware, const ControllerSetup& setup,
+                  std::size_t motor) {
+  const Place place = place_of(hardware, motor);
+  const int mode = motor == kGripperMotor ? damiao_motor::MIT_MODE : setup.control_mode;
+  place.collection.switch_mode_one(place.index, mode);
+  place.collection.write_param_one(place.index, damiao_motor::kTimeoutRegister,
+                                   description::kMotorTimeout);
+  place.collection.enable_one(place.index);
+}
+
+void Recovery::begin(motion::TimePoint now) {
+  deadline_ = now + kPatience;
+  lost_.reset();
+}
+
+bool Recovery::is_enabled(std::size_t motor, motion::TimePoint now) const {
+  const MotorFeedback::Sample& sample = feedback_.motor(motor);
+  if (!sample.answered && !setup_.require_all_motors) {
+    return true;  // the arm was started without it
+  }
+  return feedback_.age_s(motor, now) < kFreshS && sample.state.error_code == kEnabled;
+}
+
+void Recovery::restore(std::size_t motor) {
+  if (feedback_.motor(motor).state.error_code == kDisabled) {
+    enable_again(hardware_, setup_, motor);
+  } else {
+    const Place place = place_of(hardware_, motor);
+    place.collection.clear_error_one(place.index);
+  }
+}
+
+Recovery::Progress Recovery::step(motion::TimePoint now) {
+  bool all_enabled = true;
+  for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
+    if (is_enabled(i, now)) {
+      continue;
+    }
+    all_enabled = false;
+    if (i == kGripperMotor) {
+      hardware_.get_gripper().refresh_all();
+    }
+    if (feedback_.motor(i).state.error_code != kEnabled) {
+      lost_.set(i);
+      restore(i);
+    }
+  }
+  if (all_enabled) {
+    return Progress::kDone;
+  }
+  return now < deadline_ ? Progress::kRunning : Progress::kFailed;
+}
+
+}  // namespace kelvara::controller

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+
+#include "controller/command_slot.hpp"
+#include "controller/cycle_step.hpp"
+#include "controller/fault_watch.hpp"
+#include "controller/feedback_reader.hpp"
+#include "kelvara/arm_state.hpp"
+
+namespace kelvara::controller {
+
+/// The control thread's own knowledge of the arm's condition.
+struct ConditionFacts {
+  bool started = false;     // a cycle has sent commands
+  bool recovering = false;
+  bool stopped_by_monitor = false;
+  int overloaded_joint = 0;  // from 1
+  std::optional<Fault> fault;
+};
+
+/// Fills the snapshot of one cycle. The counters of others are left alone.
+void report_motors(ArmState& state, const MotorFeedback& feedback, motion::TimePoint now);
+void report_motion(ArmState& state, const Measurement& measured, const CycleRecord& record,
+                   const GripperCommand& gripper);
+void report_condition(ArmState& state, const ConditionFacts& facts,
+                      const motion::SetPoint& set_point);
+
+}  // namespace kelvara::controller
