@@ -1,5 +1,6 @@
 #include "controller/command_slot.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace kelvara::controller {
@@ -7,11 +8,36 @@ namespace kelvara::controller {
 using description::clamp;
 
 void CommandSlot::publish(motion::Command command) {
-  // The swap moves the old command into the argument, which is destroyed after the lock is
-  // released.
+  // Destroyed after the lock is released, as is the argument, which takes the old command.
+  Plans unused;
   const MutexLock lock(command_mutex);
   std::swap(command_, command);
   ++number_;
+  unused = take_unused();
+  retire(command);
+}
+
+/// Keeps the plan of a command that has left the slot, if a snapshot may hold it.
+void CommandSlot::retire(motion::Command& command) {
+  auto* const move = std::get_if<motion::WaypointMove>(&command);
+  if (move == nullptr || !move->waypoints_started) {
+    return;
+  }
+  const auto free = std::find(retired_.begin(), retired_.end(), nullptr);
+  if (free != retired_.end()) {
+    *free = std::move(move->waypoints);
+  }
+}
+
+/// The retired plans that no snapshot holds.
+CommandSlot::Plans CommandSlot::take_unused() {
+  Plans unused;
+  for (std::size_t i = 0; i < retired_.size(); ++i) {
+    if (retired_[i].use_count() == 1) {
+      unused[i] = std::move(retired_[i]);
+    }
+  }
+  return unused;
 }
 
 void CommandSlot::publish_gripper_distance_command(double d) {
@@ -46,6 +72,7 @@ std::uint64_t CommandSlot::override_command(const motion::JointTarget& next) {
 void CommandSlot::complete(std::uint64_t number, const motion::JointTarget& next) {
   const MutexLock lock(command_mutex);
   if (number_ == number) {
+    retire(command_);
     command_ = next;
   }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "controller/thread_safety.hpp"
@@ -27,9 +28,14 @@ struct CommandSnapshot {
 
 /// Holds the current command of the arm and that of the gripper. The application's threads
 /// write it (the last writer wins, there is no queue), the control thread copies it in every cycle.
+///
+/// A plan can be large, and freeing it takes milliseconds. So that the control thread never frees
+/// one, the slot keeps each plan that a snapshot may hold, also after its end, until a later
+/// `publish` finds it unused, or until the slot is destroyed.
 class CommandSlot {
  public:
-  /// Replaces the arm's command. What the old one holds is freed on this thread.
+  /// Replaces the arm's command. Plans that nothing uses any more are freed on this thread, after
+  /// the lock is released.
   void publish(motion::Command command) KELVARA_EXCLUDES(command_mutex);
   /// Replaces the gripper's target and keeps its speed and force.
   /// @param d Jaw distance, m, clamped to the gripper's range.
@@ -49,10 +55,18 @@ class CommandSlot {
   std::uint64_t override_command(const motion::JointTarget& next) KELVARA_EXCLUDES(command_mutex);
 
  private:
+  using Plans = std::array<motion::WaypointSamples, 4>;
+
+  void retire(motion::Command& command) KELVARA_REQUIRES(command_mutex);
+  Plans take_unused() KELVARA_REQUIRES(command_mutex);
+
   Mutex command_mutex;
   motion::Command command_ KELVARA_GUARDED_BY(command_mutex);
   /// Sequence number; lets the end of a move detect that a newer command has replaced it.
   std::uint64_t number_ KELVARA_GUARDED_BY(command_mutex) = 0;
+  /// Plans that have left the slot. Two would be enough: a publish leaves one at most, which the
+  /// cycle in progress uses, and only one plan can end before the next publish.
+  Plans retired_ KELVARA_GUARDED_BY(command_mutex);
   GripperCommand gripper_ KELVARA_GUARDED_BY(command_mutex);
 };
 

@@ -63,5 +63,41 @@ TEST_F(CommandSlotTest, ReleasesThePlanOfAReplacedCommand) {
   EXPECT_EQ(samples.use_count(), 1);
 }
 
+/// A plan that notes the thread that frees it.
+struct NotedPlan {
+  motion::WaypointMove move() {
+    using Samples = std::vector<motion::WaypointTrajectorySample>;
+    return {{},
+            motion::WaypointSamples(new Samples(1),
+                                    [this](const Samples* samples) {
+                                      freed_by = std::this_thread::get_id();
+                                      delete samples;
+                                    }),
+            0.0025};
+  }
+
+  std::thread::id freed_by{};
+};
+
+TEST_F(CommandSlotTest, NeverLeavesAPlanToBeFreedByTheControlThread) {
+  NotedPlan ended;
+  NotedPlan replaced;
+  slot.publish(ended.move());
+  std::thread([this] {
+    const auto cycle = slot.snapshot({}, TimePoint{});
+    slot.complete(cycle.number, motion::JointTarget{});
+  }).join();
+  EXPECT_EQ(ended.freed_by, std::thread::id()) << "ended, and kept";
+  slot.publish(replaced.move());
+  EXPECT_EQ(ended.freed_by, std::this_thread::get_id());
+  std::thread([this] {
+    const auto cycle = slot.snapshot({}, TimePoint{});
+    std::thread([this] { slot.publish(motion::FloatKdl{}); }).join();
+  }).join();
+  EXPECT_EQ(replaced.freed_by, std::thread::id()) << "replaced in the middle of a cycle, and kept";
+  slot.publish(motion::FloatKdl{});
+  EXPECT_EQ(replaced.freed_by, std::this_thread::get_id());
+}
+
 }  // namespace
 }  // namespace kelvara::controller
