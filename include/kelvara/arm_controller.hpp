@@ -97,7 +97,8 @@ class KELVARA_EXPORT ArmController {
   void set_joint(const std::vector<double>& q_end, double tf);
 
   /// Moves through waypoints in one smooth motion from where the arm is, then holds the last one.
-  /// Plans on the caller's thread before anything changes.
+  /// Plans on the caller's thread before anything changes. The plan's memory (144 bytes per sample)
+  /// is released by the next command after its end, or by `cleanup()`.
   /// @param waypoints     Points of six angles each, clamped to the joint limits.
   /// @param time_sec      Total duration in s; 0: as fast as the limits allow. A time too short for
   ///                      the limits is reported on standard error for each joint, and kept.
@@ -109,7 +110,8 @@ class KELVARA_EXPORT ArmController {
   ///         "time_sec must be non-negative", "speed_percent must be in (0, 1] when provided",
   ///         "each waypoint must have exactly 6 joint values", "waypoints must be finite".
   /// @throws std::runtime_error before the first feedback, and for limits that are not positive.
-  /// @throws std::length_error or std::bad_alloc for a plan that is too large.
+  /// @throws std::length_error for a plan of more than 1 GiB (some five hours at 400 samples per
+  ///         second), before memory is allocated; std::bad_alloc when there is less memory.
   void move_joint_waypoints(const std::vector<std::vector<double>>& waypoints, double time_sec,
                             double speed_percent, double control_hz);
 
@@ -168,7 +170,8 @@ class KELVARA_EXPORT ArmController {
   /// @throws std::invalid_argument "q_start/q_end length must be num_joints or 1", "tf must be
   ///         positive", "freq must be positive".
   /// @throws std::runtime_error for a `tf` outside 1e-40 to 1e40, and where 1 / freq overflows.
-  /// @throws std::length_error or std::bad_alloc when there would be too many samples.
+  /// @throws std::length_error for more than 1 GiB of samples, std::bad_alloc when there is less
+  ///         memory.
   static SeptupleTrajectory generate_septuple_trajectory(const std::vector<double>& q_start,
                                                          const std::vector<double>& q_end,
                                                          double tf, double freq);

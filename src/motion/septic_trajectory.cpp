@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
-#include <limits>
 #include <stdexcept>
 
 #include "description/joint_array.hpp"
@@ -41,12 +39,16 @@ struct Septic {
   double a4, a5, a6, a7;
 };
 
+// 1 GiB: a time, and three values for each joint.
+constexpr std::size_t kMaxSamples =
+    (std::size_t{1} << 30) / ((1 + 3 * kJointCount) * sizeof(double));
+
 std::size_t count_samples(double tf, double dt) {
   const double steps = std::ceil(tf / dt);
-  if (!(steps < std::numeric_limits<std::int32_t>::max())) {
+  if (!(steps < static_cast<double>(kMaxSamples))) {  // or NaN
     throw std::length_error("tf and freq ask for too many samples");
   }
-  return static_cast<std::size_t>(std::max(static_cast<std::int32_t>(steps) + 1, 2));
+  return std::max<std::size_t>(static_cast<std::size_t>(steps) + 1, 2);
 }
 
 void check_arguments(std::size_t starts, std::size_t ends, double tf, double freq) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <vector>
 
@@ -13,6 +14,10 @@ struct WaypointTrajectorySample {
   JointArray dq;   // rad/s
   JointArray ddq;  // rad/s²
 };
+
+/// The largest list of samples in bytes, 1 GiB: five hours at 400 samples per second.
+constexpr std::size_t kMaxPlanBytes = std::size_t{1} << 30;
+
 using WaypointSamples = std::shared_ptr<const std::vector<WaypointTrajectorySample>>;
 
 /// Plays a planned trajectory, one sample per `waypoint_dt_s`. Without samples it holds the

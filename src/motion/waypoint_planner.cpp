@@ -15,7 +15,7 @@ using description::JointTrajectoryConfig;
 constexpr double kRepeatDistance = 1e-9;  // rad; closer points are one
 constexpr int kScanIntervals = 64;
 constexpr double kReportTolerance = 1.001;
-constexpr double kMaxSteps = 1e15;  // more samples than any memory holds
+constexpr std::size_t kMaxSamples = kMaxPlanBytes / sizeof(WaypointTrajectorySample);
 
 /// A quintic in normalised time with given velocities and zero acceleration at both ends.
 struct Quintic {
@@ -125,10 +125,12 @@ double limit_duration(const Segment& segment, const JointArray& max_velocity,
   return T;
 }
 
+[[noreturn]] void refuse_size() { throw std::length_error("the waypoint plan would be too large"); }
+
 /// A number of steps as an index, at least `least`.
 std::size_t to_steps(double steps, std::size_t least) {
-  if (!(steps < kMaxSteps)) {
-    throw std::length_error("the waypoint plan would be too large");
+  if (!(steps < static_cast<double>(kMaxSamples))) {  // or NaN
+    refuse_size();
   }
   return std::max(static_cast<std::size_t>(std::max(steps, 0.0)), least);
 }
@@ -220,8 +222,13 @@ void time_segments(std::vector<Segment>& segments, const JointTrajectoryConfig& 
 /// Samples the whole motion into storage that is reserved once; returns the peak rates.
 JointRates sample_segments(const std::vector<Segment>& segments,
                            std::vector<WaypointTrajectorySample>& samples) {
-  samples.reserve(std::accumulate(segments.begin(), segments.end(), std::size_t{1},
-                                  [](std::size_t n, const Segment& g) { return n + g.steps; }));
+  const std::size_t count =
+      std::accumulate(segments.begin(), segments.end(), std::size_t{1},
+                      [](std::size_t n, const Segment& g) { return n + g.steps; });
+  if (count > kMaxSamples) {
+    refuse_size();
+  }
+  samples.reserve(count);
   JointRates peaks;
   for (std::size_t i = 0; i < segments.size(); ++i) {
     sample_segment(segments[i], i == 0, samples, peaks);

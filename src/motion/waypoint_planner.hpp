@@ -26,8 +26,8 @@ struct WaypointOptions {
 /// @param start     Where the motion begins, rad.
 /// @param waypoints Points after it, inside the joint limits; repeats are dropped.
 /// @param config    The limits.
-/// @throws std::runtime_error for a limit that is not positive, std::length_error or
-///         std::bad_alloc for a plan that is too large.
+/// @throws std::runtime_error for a limit that is not positive, std::length_error for more than
+///         `kMaxPlanBytes` of samples, before they are allocated.
 WaypointPlan plan_waypoints(const JointArray& start, const std::vector<JointArray>& waypoints,
                             const description::JointTrajectoryConfig& config,
                             const WaypointOptions& options);

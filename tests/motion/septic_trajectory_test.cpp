@@ -42,6 +42,7 @@ TEST(SepticTrajectory, RefusesBadArgumentsInOrder) {
   EXPECT_EQ(error(1, 1, 0, 0), "invalid argument: tf must be positive");
   EXPECT_EQ(error(6, 6, 1, 0), "invalid argument: freq must be positive");
   EXPECT_EQ(error(6, 6, 1e300, 1e300), "length error: tf and freq ask for too many samples");
+  EXPECT_EQ(error(1, 1, 2e4, 400), "length error: tf and freq ask for too many samples");
   EXPECT_EQ(error(6, 6, std::numeric_limits<double>::quiet_NaN(), 100),
             "length error: tf and freq ask for too many samples");
   EXPECT_EQ(error(6, 6, 1e-50, 1), "tf or freq is too extreme to compute with");

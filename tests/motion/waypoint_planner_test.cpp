@@ -120,6 +120,13 @@ TEST_F(WaypointPlanner, TakesTenThousandPointsAndRefusesWhatNoMemoryHolds) {
   EXPECT_THROW(plan_waypoints(all(0.0), {all(1.0)}, limits,
                               {.control_hz = std::numeric_limits<double>::quiet_NaN()}),
                std::length_error);
+  const double seconds = kMaxPlanBytes / (sizeof(WaypointTrajectorySample) * 400.0);
+  EXPECT_THROW(plan_waypoints(all(0.0), {all(1.0)}, limits, {.time_s = seconds}),
+               std::length_error);
+  EXPECT_THROW(
+      plan_waypoints(all(0.0), {all(1.0), all(0.0), all(1.0), all(0.0)}, limits, {.speed = 1e-4}),
+      std::length_error)
+      << "the segments together";
   limits.max_jerk_limits[4] = 0.0;
   EXPECT_THROW(plan_waypoints(all(0.0), {all(1.0)}, limits, {}), std::runtime_error);
 }
