@@ -2,15 +2,16 @@
 
 #include <array>
 #include <cstddef>
-#include <deque>
-#include <vector>
+#include <span>
 
 #include "description/joint_array.hpp"
+#include "description/timing.hpp"
 
 namespace kelvara::controller {
 
 /// Watches joint torques, pass by pass: warns about a joint whose average over the last passes
-/// stays above its threshold, and then requests a stop. It has no clock of its own.
+/// stays above its threshold, and then requests a stop. It has no clock of its own and allocates
+/// nothing.
 class TorqueMonitor {
  public:
   /// A joint that has been over its threshold long enough to warn about.
@@ -25,14 +26,22 @@ class TorqueMonitor {
   /// @param dt_s   Time since the pass before, s.
   /// @param torque Joint torques, N·m.
   /// @return the findings in joint order, valid until the next call.
-  const std::vector<Finding>& step(double dt_s, const JointArray& torque);
+  std::span<const Finding> step(double dt_s, const JointArray& torque);
 
  private:
-  double push(std::size_t joint, double torque);
+  /// The last torques of one joint, a ring.
+  struct Window {
+    std::array<double, description::kTorqueWindowSize> torques{};  // N·m
+    std::size_t count = 0;
+    std::size_t oldest = 0;
 
-  std::array<std::deque<double>, kJointCount> torque_windows;
+    void push(double torque);
+    double average() const;
+  };
+
+  std::array<Window, kJointCount> torque_windows;
   JointArray over_limit_time{};  // s
-  std::vector<Finding> findings_;
+  std::array<Finding, kJointCount> findings_{};
 };
 
 }  // namespace kelvara::controller
