@@ -12,11 +12,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
-#include <iostream>
+#include <system_error>
 
 #include "canbus/process_generation.hpp"
+
+#include "diagnostics/line.hpp"
 
 namespace kelvara::canbus {
 namespace {
@@ -50,12 +51,13 @@ bool limit_time(int socket_fd, int option, microseconds limit) {
 bool is_up(int socket_fd, const std::string& interface) {
   ifreq request = make_interface_request(interface);
   if (ioctl(socket_fd, SIOCGIFFLAGS, &request) < 0) {
-    std::perror("ioctl(SIOCGIFFLAGS)");
+    diagnostics::error_line() << "ioctl(SIOCGIFFLAGS): " << std::generic_category().message(errno);
     return false;
   }
   if ((request.ifr_flags & IFF_UP) == 0) {
-    std::cerr << "CAN interface \"" << interface << "\" is DOWN. Did you run: sudo ip link set "
-              << interface << " up type can bitrate 1000000 ?\n";
+    diagnostics::error_line() << "CAN interface \""
+                              << interface << "\" is DOWN. Did you run: sudo ip link set "
+                              << interface << " up type can bitrate 1000000 ?";
     return false;
   }
   return true;

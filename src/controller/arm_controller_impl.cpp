@@ -15,6 +15,7 @@
 #include "controller/startup_failure.hpp"
 #include "hardware/jaw_geometry.hpp"
 
+#include "diagnostics/line.hpp"
 #include "motion/septic_trajectory.hpp"
 
 using kelvara::JointArray;
@@ -157,6 +158,7 @@ kelvara::ArmState ArmController::Impl::arm_state() const {
   kelvara::ArmState snapshot = state.arm_state();
   snapshot.files = files_;
   snapshot.counters.refused_frames = hardware.get_socket().refused_frames();
+  snapshot.counters.dropped_lines = kelvara::diagnostics::dropped_lines();
   return snapshot;
 }
 

@@ -2,11 +2,9 @@
 
 #include <chrono>
 #include <cstring>
-#include <iostream>
 #include <stdexcept>
 #include <thread>
 
-#include "controller/diagnostics.hpp"
 #include "controller/motor_parameters.hpp"
 #include "controller/recovery.hpp"
 #include "controller/startup_failure.hpp"
@@ -16,6 +14,7 @@
 #include "description/classic_stream.hpp"
 #include "description/gripper_facts.hpp"
 #include "description/timing.hpp"
+#include "diagnostics/line.hpp"
 
 namespace kelvara::controller {
 namespace {
@@ -91,12 +90,12 @@ void BringUp::create_motors() {
 void BringUp::enable_motors() {
   hardware_.set_timeout_all(description::kMotorTimeout);
   require_accepted_frames();
-  std::cout << "\n=== Enabling Motors ===" << std::endl;
+  diagnostics::output_line() << "\n=== Enabling Motors ===";
   hardware_.enable_all();
   hardware_.recv_all(kQuietAfterCommandUs);
   hardware_.set_callback_mode_all(damiao_motor::CallbackMode::STATE);
   hardware_.recv_all(description::kQuietAfterEnableUs);
-  std::cout << "\n=== Enabling Motors Timeout Protection ===" << std::endl;
+  diagnostics::output_line() << "\n=== Enabling Motors Timeout Protection ===";
 }
 
 void BringUp::give_up() {
@@ -201,7 +200,7 @@ void BringUp::report_missing_motors() {
     if (setup_.require_all_motors) {
       throw std::runtime_error("ArmController: " + line);
     }
-    error_line() << "[ArmController] " << line;
+    diagnostics::error_line() << "[ArmController] " << line;
   }
 }
 

@@ -2,10 +2,10 @@
 #include <stdexcept>
 
 #include "controller/arm_controller_impl.hpp"
-#include "controller/diagnostics.hpp"
 #include "controller/pose_solvers.hpp"
 
 #include "description/finite.hpp"
+#include "diagnostics/line.hpp"
 
 using kelvara::JointArray;
 using kelvara::kJointCount;
@@ -29,7 +29,7 @@ void ArmController::set_end_effector_pose(const std::vector<double>& target_pos,
   const auto solution =
       impl().poses->solve_by_jacobian(target_pos, target_euler, joint_positions());
   if (!solution) {
-    kelvara::controller::output_line() << "雅可比逆解失败。";
+    kelvara::diagnostics::output_line() << "雅可比逆解失败。";
     return;
   }
   set_joint(*solution, tf);

@@ -1,9 +1,9 @@
 #include "controller/command_sender.hpp"
 
-#include "controller/diagnostics.hpp"
 #include "controller/feedback_reader.hpp"
 
 #include "description/timing.hpp"
+#include "diagnostics/line.hpp"
 
 namespace kelvara::controller {
 namespace {
@@ -41,7 +41,7 @@ void CommandSender::send(const CycleRecord& record) {
 void CommandSender::warn_of_floating() {
   if (!pos_vel_gravity_warned) {
     pos_vel_gravity_warned = true;
-    error_line() << "[control_loop] Gravity compensation torque feedforward is "
+    diagnostics::error_line() << "[control_loop] Gravity compensation torque feedforward is "
                     "disabled in POS_VEL_MODE; falling back to position/velocity hold.";
   }
 }

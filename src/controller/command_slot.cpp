@@ -65,6 +65,7 @@ CommandSnapshot CommandSlot::snapshot(const JointArray& measured, motion::TimePo
 
 std::uint64_t CommandSlot::override_command(const motion::JointTarget& next) {
   const MutexLock lock(command_mutex);
+  retire(command_);
   command_ = next;
   return ++number_;
 }

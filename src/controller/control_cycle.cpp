@@ -2,14 +2,14 @@
 
 #include <exception>
 
-#include "controller/diagnostics.hpp"
-
 #include "description/timing.hpp"
+#include "diagnostics/line.hpp"
 #include "motion/brake.hpp"
 
 namespace kelvara::controller {
 namespace {
 
+using diagnostics::error_line;
 using motion::TimePoint;
 
 // Feedback older than this is no place to start a motion from.

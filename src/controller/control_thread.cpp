@@ -1,13 +1,14 @@
 #include "controller/control_thread.hpp"
 
-#include "controller/diagnostics.hpp"
 #include "controller/sleep_until.hpp"
 
 #include "description/timing.hpp"
+#include "diagnostics/line.hpp"
 
 namespace kelvara::controller {
 
 void ControlThread::control_loop() {
+  diagnostics::mark_time_critical_thread();
   use_realtime(realtime_);
   const motion::TimePoint start = motion::Clock::now();
   cycle_.begin(start);
@@ -29,7 +30,7 @@ void ControlThread::control_loop() {
     sleep_until(next_cycle);
     next_cycle += description::kControlPeriod;
   }
-  error_line() << "[control_loop] loop exited. exit_flag=" << flags_.exit_flag
+  diagnostics::error_line() << "[control_loop] loop exited. exit_flag=" << flags_.exit_flag
                << " emergency_stop_flag=" << flags_.emergency_stop_flag;
 }
 

@@ -5,13 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "controller/diagnostics.hpp"
 #include "controller/startup_failure.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 
 #include "description/arm_facts.hpp"
 #include "description/classic_stream.hpp"
 #include "description/finite.hpp"
+#include "diagnostics/line.hpp"
 
 namespace kelvara::controller {
 namespace {
@@ -138,7 +138,7 @@ ControllerSetup load_setup(const SetupRequest& request, const RobotKinematics& k
   check_joints(kinematics, request, settings.reports);
   check_payload(kinematics, request, settings.reports);
   for (const std::string& report : settings.reports) {
-    error_line() << "[ArmController] " << report;
+    diagnostics::error_line() << "[ArmController] " << report;
   }
   return {.has_gripper = request.with_gripper,
           .control_mode = request.mode,

@@ -1,5 +1,6 @@
 #include "controller/arm_controller_impl.hpp"
-#include "controller/diagnostics.hpp"
+
+#include "diagnostics/line.hpp"
 
 namespace {
 
@@ -8,14 +9,14 @@ using kelvara::description::kMaxJawDistance;
 /// Whether there is a gripper; prints a line when there is none.
 bool require_gripper(const kelvara::controller::ControllerSetup& setup) {
   if (!setup.has_gripper) {
-    kelvara::controller::output_line() << "该模式未包含夹爪";
+    kelvara::diagnostics::output_line() << "该模式未包含夹爪";
   }
   return setup.has_gripper;
 }
 
 /// Prints a range warning. (The text's unit is mm, the value is in metres: fixed wording.)
 void warn_out_of_range(const char* what, double value) {
-  kelvara::controller::error_line()
+  kelvara::diagnostics::error_line()
       << "[Warning] Gripper " << what << ", but got: " << value << ". Value will be clamped.";
 }
 

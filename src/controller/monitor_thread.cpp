@@ -1,15 +1,17 @@
 #include "controller/monitor_thread.hpp"
 
-#include "controller/diagnostics.hpp"
 #include "controller/sleep_until.hpp"
 #include "controller/torque_monitor.hpp"
 
 #include "description/arm_facts.hpp"
 #include "description/timing.hpp"
+#include "diagnostics/line.hpp"
 
 namespace kelvara::controller {
 namespace {
 
+using diagnostics::error_line;
+using diagnostics::output_line;
 using motion::Clock;
 using motion::TimePoint;
 
@@ -31,6 +33,7 @@ void report_stop(const TorqueMonitor::Finding& finding) {
 }  // namespace
 
 void MonitorThread::monitor_motor_torque() {
+  diagnostics::mark_time_critical_thread();
   TorqueMonitor monitor;
   TimePoint last_pass = Clock::now();
   while (!flags_.exit_flag) {
@@ -41,8 +44,9 @@ void MonitorThread::monitor_motor_torque() {
     if (state_.try_get_latest_torque_state(torque)) {
       for (const TorqueMonitor::Finding& finding : monitor.step(dt_s, torque)) {
         if (finding.stop) {
+          flags_.overloaded_joint = static_cast<int>(finding.joint) + 1;
+          flags_.emergency_stop_flag = true;  // before the lines
           report_stop(finding);
-          flags_.emergency_stop_flag = true;
         } else {
           report_warning(finding);
         }

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "controller/diagnostics.hpp"
+#include "diagnostics/line.hpp"
 
 namespace kelvara::controller {
 namespace {
@@ -15,7 +15,7 @@ namespace {
 void report(const char* what, int error) {
   if (error != 0) {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): glibc's is safe for known errors
-    error_line() << "[control_loop] " << what << ": " << std::strerror(error);
+    diagnostics::error_line() << "[control_loop] " << what << ": " << std::strerror(error);
   }
 }
 

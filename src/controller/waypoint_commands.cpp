@@ -1,9 +1,9 @@
 #include <stdexcept>
 
 #include "controller/arm_controller_impl.hpp"
-#include "controller/diagnostics.hpp"
 
 #include "description/finite.hpp"
+#include "diagnostics/line.hpp"
 #include "motion/waypoint_planner.hpp"
 
 using kelvara::JointArray;
@@ -95,7 +95,7 @@ void ArmController::Impl::publish_joint_waypoint_trajectory_command(
   }
   motion::WaypointPlan plan = motion::plan_waypoints(start, points, config, options);
   for (const std::string& report : plan.limit_reports) {
-    kelvara::controller::error_line() << report;
+    kelvara::diagnostics::error_line() << report;
   }
   motion::WaypointMove move = to_command(std::move(plan.samples), control_hz);
   publish(std::move(move));

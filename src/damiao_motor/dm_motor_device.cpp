@@ -1,15 +1,15 @@
 #include "kelvara/damiao_motor/dm_motor_device.hpp"
 
 #include <algorithm>
-#include <iostream>
 #include <mutex>
-#include <sstream>
 #include <stdexcept>
 #include <unordered_map>
 #include <utility>
 
 #include "damiao_motor/can_frames.hpp"
 #include "damiao_motor/motor_protocol.hpp"
+
+#include "diagnostics/line.hpp"
 
 namespace kelvara::damiao_motor {
 namespace {
@@ -58,13 +58,11 @@ void maybe_report_motor_error(const Motor& motor, const StateResult& state) {
   if (!exchange_error_code(motor.master_id, state.error_code, old_code)) {
     return;
   }
-  // Printed in one piece, so that lines of several threads do not interleave.
-  std::ostringstream line;
-  line << "[DM ERR] recv_id=0x" << std::hex << motor.master_id << std::dec
-       << " feedback_id=" << state.feedback_id << std::hex << " ERR: 0x" << old_code << " -> 0x"
-       << state.error_code << std::dec << " (" << error_text(state.error_code)
-       << ") t_mos=" << state.t_mos << " t_rotor=" << state.t_rotor << '\n';
-  std::cerr << line.str();
+  diagnostics::error_line() << "[DM ERR] recv_id=0x" << std::hex << motor.master_id << std::dec
+                            << " feedback_id=" << state.feedback_id << std::hex << " ERR: 0x"
+                            << old_code << " -> 0x" << state.error_code << std::dec << " ("
+                            << error_text(state.error_code) << ") t_mos=" << state.t_mos
+                            << " t_rotor=" << state.t_rotor;
 }
 
 const Motor& require_motor(const std::shared_ptr<Motor>& motor) {
@@ -90,7 +88,7 @@ DMCANDevice::~DMCANDevice() = default;
 
 void DMCANDevice::callback(const can_frame& frame) {
   if (canfd_enabled) {
-    std::cerr << "WARNING: WRONG CALLBACK FUNCTION\n";
+    diagnostics::error_line() << "WARNING: WRONG CALLBACK FUNCTION";
     return;
   }
   const std::size_t size = std::min<std::size_t>(frame.can_dlc, CAN_MAX_DLEN);
@@ -105,11 +103,11 @@ void DMCANDevice::callback(const can_frame& frame) {
 
 void DMCANDevice::callback(const canfd_frame& frame) {
   if (!canfd_enabled) {
-    std::cerr << "WARNING: CANFD MODE NOT ENABLED\n";
+    diagnostics::error_line() << "WARNING: CANFD MODE NOT ENABLED";
     return;
   }
   if (frame.can_id != motor->master_id) {
-    std::cerr << "WARNING: CANFD FRAME ID DOES NOT MATCH MOTOR ID\n";
+    diagnostics::error_line() << "WARNING: CANFD FRAME ID DOES NOT MATCH MOTOR ID";
     return;
   }
   const std::size_t size = std::min<std::size_t>(frame.len, CANFD_MAX_DLEN);

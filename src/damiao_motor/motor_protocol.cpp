@@ -1,8 +1,9 @@
 #include "damiao_motor/motor_protocol.hpp"
 
 #include <cstring>
-#include <iostream>
 #include <limits>
+
+#include "diagnostics/line.hpp"
 
 namespace kelvara::damiao_motor {
 namespace {
@@ -75,7 +76,7 @@ Payload pos_vel_payload(const POS_VELParam& param) {
 
 StateResult decode_state(MotorType type, const std::uint8_t* data, std::size_t size) {
   if (size < kPayloadSize) {
-    std::cerr << "Warning: Skipping motor state data less than 8 bytes\n";
+    diagnostics::error_line() << "Warning: Skipping motor state data less than 8 bytes";
     return StateResult{};
   }
   const auto& [pmax, vmax, tmax] = limits_of(type);
@@ -101,7 +102,7 @@ ParamResult decode_param(const std::uint8_t* data, std::size_t size) {
   }
   const std::uint8_t command = data[2];
   if (command != kWriteCommand && command != kQueryCommand) {
-    std::cerr << "WARNING: INVALID PARAM DATA\n";
+    diagnostics::error_line() << "WARNING: INVALID PARAM DATA";
     return kInvalid;
   }
   const int rid = data[3];

@@ -1,12 +1,12 @@
 #include "kelvara/hardware/gripper_component.hpp"
 
-#include <iostream>
 #include <utility>
 
 #include "damiao_motor/motor_protocol.hpp"
 #include "hardware/jaw_geometry.hpp"
 
 #include "description/gripper_facts.hpp"
+#include "diagnostics/line.hpp"
 
 namespace kelvara::can::socket {
 namespace {
@@ -50,7 +50,8 @@ void GripperComponent::set_distance(double d, double kp, double kd) {
   if (is_jaw_distance_in_range(d)) {
     q = jaw_angle_from_distance(d);
   } else {
-    std::cerr << "Error: Distance out of range! Must be between 0 and 0.085 meters.\n";
+    diagnostics::error_line()
+        << "Error: Distance out of range! Must be between 0 and 0.085 meters.";
   }
   mit_control_one(0, {kp, kd, q, 0.0, 0.0});
 }

@@ -1,7 +1,8 @@
 #include "hardware/jaw_geometry.hpp"
 
 #include <cmath>
-#include <iostream>
+
+#include "diagnostics/line.hpp"
 
 namespace kelvara::can::socket {
 
@@ -37,8 +38,8 @@ double jaw_distance_from_angle(double motor_angle) {
   const double d = std::sin(crank_angle) * kJawLinkage.crank_length - kJawLinkage.axis_offset;
   const double root_argument = kJawLinkage.rod_length_sq - d * d;
   if (root_argument < 0.0) {
-    std::cerr << "Error: Kinematics singularity, sqrt arg=" << root_argument
-              << " at angle=" << crank_angle << '\n';
+    diagnostics::error_line() << "Error: Kinematics singularity, sqrt arg=" << root_argument
+                              << " at angle=" << crank_angle;
     return -1.0;
   }
   return 2.0 * (std::sqrt(root_argument) - std::cos(crank_angle) * kJawLinkage.crank_length -

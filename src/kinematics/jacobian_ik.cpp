@@ -1,14 +1,13 @@
 #include "kinematics/jacobian_ik.hpp"
 
 #include <algorithm>
-#include <iostream>
 #include <vector>
 
 #include <Eigen/Cholesky>
 
 #include "kinematics/rotations.hpp"
 
-#include "description/classic_stream.hpp"
+#include "diagnostics/line.hpp"
 
 namespace kelvara::kinematics {
 namespace {
@@ -113,14 +112,13 @@ class DampedLeastSquares {
 
 void report_failure(const JacobianTarget& target) {
   const auto& [position, euler, threshold_pos, threshold_rot, max_iterations, damping] = target;
-  description::ClassicStream line;
-  line << "inverse_kinematics_jacobian failed: reason=failed to converge within "
-          "iteration/threshold limits, max_iterations="
-       << max_iterations << ", threshold_pos=" << threshold_pos
-       << ", threshold_rot=" << threshold_rot << ", damping=" << damping << ", target_pos=["
-       << position[0] << ", " << position[1] << ", " << position[2] << "], target_euler=["
-       << euler[0] << ", " << euler[1] << ", " << euler[2] << "]\n";
-  std::cerr << line.str() << std::flush;
+  diagnostics::error_line()
+      << "inverse_kinematics_jacobian failed: reason=failed to converge within "
+         "iteration/threshold limits, max_iterations="
+      << max_iterations << ", threshold_pos=" << threshold_pos
+      << ", threshold_rot=" << threshold_rot << ", damping=" << damping << ", target_pos=["
+      << position[0] << ", " << position[1] << ", " << position[2] << "], target_euler=["
+      << euler[0] << ", " << euler[1] << ", " << euler[2] << "]";
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
-#include <iostream>
 #include <stdexcept>
 #include <string>
 
@@ -15,6 +14,7 @@
 #include "kinematics/kdl_chain.hpp"
 
 #include "description/classic_stream.hpp"
+#include "diagnostics/line.hpp"
 
 namespace kelvara::kinematics {
 namespace {
@@ -85,11 +85,9 @@ double position_error(const std::vector<double>& pose, const std::vector<double>
 /// Writes the line of a target that the solver could not reach.
 void report_failure(int ret, const char* reason, const std::vector<double>& target_pos,
                     const std::vector<double>& target_euler) {
-  description::ClassicStream line;
-  line << "solve_ik_kdl failed: ret=" << ret << ", reason=" << reason
-       << ", target_pos=" << format_triple(target_pos)
-       << ", target_euler=" << format_triple(target_euler) << '\n';
-  std::cerr << line.str();
+  diagnostics::error_line() << "solve_ik_kdl failed: ret=" << ret << ", reason=" << reason
+                            << ", target_pos=" << format_triple(target_pos)
+                            << ", target_euler=" << format_triple(target_euler);
 }
 
 }  // namespace
@@ -165,16 +163,17 @@ void KdlSolvers::report_solution(const std::vector<double>& target_pos,
   if (clipped_joints == "[]" && !(clipped_error > kReportedPositionError)) {
     return;
   }
-  description::ClassicStream line;
-  line << "solve_ik_kdl diagnostics: target_pos=" << format_double_vector(target_pos)
-       << ", target_euler=" << format_double_vector(target_euler)
-       << ", seed=" << format_double_vector(seed) << ", q_raw=" << format_double_vector(q_wrapped)
-       << ", q_clipped=" << format_double_vector(q_clipped) << ", clipped_joints=" << clipped_joints
-       << ", raw_fk_pos=" << format_triple(raw_pose)
-       << ", clipped_fk_pos=" << format_triple(clipped_pose)
-       << ", raw_pos_err_m=" << position_error(raw_pose, target_pos)
-       << ", clipped_pos_err_m=" << clipped_error << '\n';
-  std::cerr << line.str();
+  diagnostics::error_line() << "solve_ik_kdl diagnostics: target_pos="
+                            << format_double_vector(target_pos)
+                            << ", target_euler=" << format_double_vector(target_euler)
+                            << ", seed=" << format_double_vector(seed)
+                            << ", q_raw=" << format_double_vector(q_wrapped)
+                            << ", q_clipped=" << format_double_vector(q_clipped)
+                            << ", clipped_joints=" << clipped_joints
+                            << ", raw_fk_pos=" << format_triple(raw_pose)
+                            << ", clipped_fk_pos=" << format_triple(clipped_pose)
+                            << ", raw_pos_err_m=" << position_error(raw_pose, target_pos)
+                            << ", clipped_pos_err_m=" << clipped_error;
 }
 
 std::vector<double> KdlSolvers::forwardKinematics_kdl(const std::vector<double>& q) {

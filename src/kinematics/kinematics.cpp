@@ -1,9 +1,7 @@
 #include "kelvara/kinematics/kinematics.hpp"
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <iostream>
 #include <utility>
 
 #include "kinematics/jacobian_ik.hpp"
@@ -14,6 +12,7 @@
 #include "description/file_search.hpp"
 #include "description/kinematics_settings.hpp"
 #include "description/urdf.hpp"
+#include "diagnostics/line.hpp"
 
 namespace description = kelvara::description;
 namespace kinematics = kelvara::kinematics;
@@ -31,7 +30,7 @@ std::vector<kinematics::ChainJoint> joints_of(const description::UrdfDescription
 void print_reports(const description::UrdfDescription& urdf) {
   for (const description::UrdfJoint& joint : urdf.joints) {
     for (const std::string& report : joint.reports) {
-      std::cerr << report + "\n";
+      kelvara::diagnostics::error_line() << report;
     }
   }
 }
@@ -74,7 +73,7 @@ RobotKinematics::RobotKinematics(const std::string& urdf_path, const std::string
   const description::UrdfDescription urdf = description::load_urdf(files.urdf_path);
   print_reports(urdf);
   model_ = std::make_unique<Model>(std::move(files), urdf, config);
-  std::printf("urdf num_joints_: %d\n", num_joints());
+  kelvara::diagnostics::output_line() << "urdf num_joints_: " << num_joints();
 }
 
 RobotKinematics::~RobotKinematics() = default;

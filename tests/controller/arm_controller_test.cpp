@@ -2,6 +2,7 @@
 
 #include "kelvara/arm_controller.hpp"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cmath>
@@ -13,6 +14,7 @@
 
 #include "support/captured_output.hpp"
 #include "support/outcomes.hpp"
+#include "support/replaced_stream.hpp"
 #include "support/simulated_hardware.hpp"
 #include "support/waiting.hpp"
 
@@ -79,6 +81,30 @@ TEST(OverTorque, WarnsThenStopsTheArmAndLeavesTheProcessAlive) {
   for (std::size_t i = 0; i < 6; ++i) {
     EXPECT_FALSE(hardware.arm().motor(i).is_enabled()) << i;
   }
+}
+
+TEST(OverTorque, StopsTheArmWhileNobodyReadsItsLines) {
+  bool stopped = false;
+  SimulatedHardware hardware(false, {.with_gripper = false, .load_kg = 0.0, .start = {}});
+  hardware.arm().set_tool_force({0.0, 30.0, 0.0});
+  hardware.live();
+  {
+    const ReplacedStream out(STDOUT_FILENO);
+    const ReplacedStream err(STDERR_FILENO);
+    out.fill();
+    err.fill();
+    BusPeer witness;
+    ArmController arm(false, TestBus::kInterface, false, MIT_MODE);
+    stopped = eventually([&] {
+      const auto frames = witness.receive(std::chrono::milliseconds(0));
+      return std::find(frames.begin(), frames.end(), parse_frame("001#FFFFFFFFFFFFFFFD")) !=
+             frames.end();
+    });
+    arm.cleanup();
+  }
+  hardware.halt();
+  EXPECT_TRUE(stopped);
+  EXPECT_FALSE(hardware.arm().motor(4).is_enabled());
 }
 
 struct RunningController : ::testing::Test {

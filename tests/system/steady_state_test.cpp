@@ -10,10 +10,14 @@
 
 #include "controller/arm_controller_impl.hpp"
 #include "controller/control_cycle.hpp"
+#include "controller/torque_monitor.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 #include "support/captured_output.hpp"
 #include "support/edited_description.hpp"
+#include "support/replaced_stream.hpp"
 #include "support/simulated_hardware.hpp"
+
+#include "diagnostics/line.hpp"
 
 namespace {
 
@@ -92,6 +96,21 @@ TEST_P(SteadyState, CyclesAllocateNothing) {
   free(malloc(1));
   counting = false;
   EXPECT_EQ(allocations, 1) << "the counter counts";
+}
+
+TEST(MonitorPass, AllocatesNothing) {
+  const ReplacedStream unread(STDERR_FILENO);
+  kelvara::controller::TorqueMonitor monitor;
+  std::size_t findings = 0;
+  allocations = 0;
+  counting = true;
+  for (int pass = 0; pass < 400; ++pass) {
+    findings += monitor.step(0.02, {25, 25, 25, 25, 25, 25}).size();
+    kelvara::diagnostics::error_line() << "pass " << pass << ": " << 0.1 * pass << " N·m";
+  }
+  counting = false;
+  EXPECT_EQ(allocations, 0);
+  EXPECT_GT(findings, 1000U);
 }
 
 TEST(OutOfMemory, InAPlanKeepsTheCurrentCommand) {
