@@ -85,7 +85,11 @@ ControlMessage Received::control() const {
 
 Arrival receive_message(int fd, Received& message) {
   Packet packet(message.bytes.data(), message.bytes.size());
-  const ssize_t size = libc::recvmsg(fd, &packet.header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+  ssize_t size = 0;
+  do {
+    // A peer that closed with unread packets gives ECONNRESET once; what it sent comes after that.
+    size = libc::recvmsg(fd, &packet.header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+  } while (size < 0 && errno == ECONNRESET);
   if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
     return Arrival::kNothing;
   }

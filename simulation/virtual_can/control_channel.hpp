@@ -31,7 +31,8 @@ struct Received {
 
 enum class Arrival { kMessage, kNothing, kEnd };
 
-/// Receives one message without blocking; kEnd when the socket has closed.
+/// Receives one message without blocking; kEnd when the socket has closed and all that it sent has
+/// been received.
 Arrival receive_message(int fd, Received& message);
 /// Confirms that the hub has acted on a control message.
 void acknowledge(const Received& message);

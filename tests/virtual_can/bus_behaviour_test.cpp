@@ -164,6 +164,27 @@ TEST_F(BusBehaviour, RefusesBadSocketsAndAddresses) {
   EXPECT_EQ(send_error(address()), 0);
 }
 
+TEST_F(BusBehaviour, DeliversWhatASenderSentBeforeItClosedWithFramesUnread) {
+  constexpr std::size_t kRounds = 20;
+  constexpr std::size_t kFrames = 14;
+  BusPeer reader;
+  BusPeer other;
+  std::size_t received = 0;
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    {
+      const BusPeer closing;
+      other.send(parse_frame("200#00"));
+      ASSERT_EQ(poll_events(closing, 5000), POLLIN);
+      for (std::size_t i = 0; i < kFrames; ++i) {
+        closing.send(parse_frame("123#0102030405060708"));
+      }
+    }
+    received += reader.receive(std::chrono::milliseconds(5)).size();
+  }
+  received += reader.receive().size();
+  EXPECT_EQ(received, kRounds * (kFrames + 1));
+}
+
 TEST_F(BusBehaviour, DropsFramesOnlyForTheReaderThatFallsBehind) {
   BusPeer sender;
   BusPeer sleeper;
