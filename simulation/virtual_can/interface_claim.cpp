@@ -2,30 +2,37 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <stdexcept>
+#include <utility>
+
+#include "simulation/virtual_can/runtime_directory.hpp"
 
 namespace kelvara::simulation {
 namespace {
 
 constexpr int kFirstIndex = 3;
 
-/// Creates the runtime directory and locks it, so that one hub at a time chooses its index.
-Descriptor lock_directory(const std::string& directory) {
-  if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) {
-    throw_errno("cannot create " + directory);
-  }
+/// Locks the runtime directory, so that one hub at a time sets up its interface.
+Descriptor lock_directory() {
+  const std::string directory = prepare_runtime_directory();
   Descriptor lock = checked(open((directory + "/lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600),
                             "cannot use " + directory);
   if (flock(lock.get(), LOCK_EX) != 0) {
     throw_errno("cannot lock " + directory);
   }
   return lock;
+}
+
+/// The name of the state file until the interface is published. Under the final name a process that
+/// looks for live hubs would find the file before it is locked, and its own lock would refuse ours.
+std::string pending_path(const InterfaceName& interface) {
+  return interface.state_path() + ".pending";
 }
 
 /// The lowest index that no interface has.
@@ -62,12 +69,23 @@ void check_interface_name(const std::string& name) {
 }
 
 InterfaceClaim claim_interface(const std::string& name) {
-  const Descriptor guard = lock_directory(runtime_directory());
-  const InterfaceName interface { choose_index(name), name };
+  Descriptor guard = lock_directory();
+  InterfaceName interface { choose_index(name), name };
   // A hub that died has left its files.
-  unlink(interface.state_path().c_str());
-  unlink(interface.socket_path().c_str());
-  return {interface, create_state_file(interface.state_path())};
+  for (const std::string& path :
+       {interface.state_path(), interface.socket_path(), pending_path(interface)}) {
+    unlink(path.c_str());
+  }
+  Descriptor state_file = create_state_file(pending_path(interface));
+  return {std::move(interface), std::move(state_file), std::move(guard)};
+}
+
+void publish(InterfaceClaim& claim) {
+  const std::string path = claim.interface.state_path();
+  if (std::rename(pending_path(claim.interface).c_str(), path.c_str()) != 0) {
+    throw_errno("cannot create " + path);
+  }
+  claim.guard.reset();
 }
 
 }  // namespace kelvara::simulation

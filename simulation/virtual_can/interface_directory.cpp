@@ -9,12 +9,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
 
+#include "simulation/virtual_can/descriptor.hpp"
 #include "simulation/virtual_can/libc_calls.hpp"
+#include "simulation/virtual_can/runtime_directory.hpp"
 
 namespace kelvara::simulation {
 namespace {
@@ -52,17 +53,6 @@ std::optional<InterfaceName> find_if(Predicate predicate) {
 
 }  // namespace
 
-std::string runtime_directory() {
-  // NOLINTBEGIN(concurrency-mt-unsafe): the environment is read, never changed, here
-  if (const char* chosen = std::getenv("KELVARA_VIRTUAL_CAN_DIR")) {
-    return chosen;
-  }
-  const char* base = std::getenv("XDG_RUNTIME_DIR");
-  // NOLINTEND(concurrency-mt-unsafe)
-  return std::string(base != nullptr ? base : "/tmp") + "/kelvara-virtual-can-" +
-         std::to_string(getuid());
-}
-
 std::string InterfaceName::state_path() const {
   return runtime_directory() + "/" + std::to_string(index) + "-" + name + kStateSuffix;
 }
@@ -73,9 +63,13 @@ std::string InterfaceName::socket_path() const {
 
 std::vector<InterfaceName> list_interfaces() {
   std::vector<InterfaceName> interfaces;
+  const std::string directory = runtime_directory();
+  if (!is_private_directory(directory)) {
+    return interfaces;
+  }
   std::error_code error;
-  for (std::filesystem::directory_iterator entry(runtime_directory(), error), end;
-       !error && entry != end; entry.increment(error)) {
+  for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
+       entry.increment(error)) {
     const auto interface = parse_state_file(entry->path());
     if (interface && is_alive(entry->path().string())) {
       interfaces.push_back(*interface);
@@ -94,18 +88,19 @@ std::optional<InterfaceName> find_interface(int index) {
   return find_if([&](const InterfaceName& interface) { return interface.index == index; });
 }
 
-std::shared_ptr<InterfaceState> map_state(const InterfaceName& interface) {
-  const int fd = open(interface.state_path().c_str(), O_RDWR | O_CLOEXEC);
-  if (fd < 0) {
-    return nullptr;
-  }
-  void* page = mmap(nullptr, sizeof(InterfaceState), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  libc::close(fd);
+std::shared_ptr<InterfaceState> map_state(int state_file) {
+  void* page =
+      mmap(nullptr, sizeof(InterfaceState), PROT_READ | PROT_WRITE, MAP_SHARED, state_file, 0);
   if (page == MAP_FAILED) {
     return nullptr;
   }
   return {static_cast<InterfaceState*>(page),
           [](InterfaceState* state) { munmap(state, sizeof(InterfaceState)); }};
+}
+
+std::shared_ptr<InterfaceState> map_state(const InterfaceName& interface) {
+  const Descriptor state_file(open(interface.state_path().c_str(), O_RDWR | O_CLOEXEC));
+  return state_file.get() < 0 ? nullptr : map_state(state_file.get());
 }
 
 sockaddr_un hub_address(const InterfaceName& interface) {

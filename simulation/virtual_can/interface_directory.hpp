@@ -13,9 +13,6 @@
 /// listening socket, both named "INDEX-NAME".
 namespace kelvara::simulation {
 
-/// KELVARA_VIRTUAL_CAN_DIR, or a directory for each user under XDG_RUNTIME_DIR or /tmp.
-std::string runtime_directory();
-
 struct InterfaceName {
   int index = 0;
   std::string name;
@@ -24,13 +21,14 @@ struct InterfaceName {
   std::string socket_path() const;
 };
 
-/// The interfaces that have a live hub, in order of index.
+/// The interfaces that have a live hub, in order of index; none in a directory that is not private.
 std::vector<InterfaceName> list_interfaces();
 std::optional<InterfaceName> find_interface(const std::string& name);
 std::optional<InterfaceName> find_interface(int index);
 
 /// Maps the shared page of an interface, null on failure. The last owner unmaps it.
 std::shared_ptr<InterfaceState> map_state(const InterfaceName& interface);
+std::shared_ptr<InterfaceState> map_state(int state_file);
 
 /// The address of an interface's hub.
 /// @throws std::length_error when the runtime directory's path is too long for a Unix socket.

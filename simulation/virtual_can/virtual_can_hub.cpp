@@ -42,9 +42,9 @@ std::uint64_t realtime_ns() {
 class VirtualCanHub::Loop {
  public:
   Loop(const std::string& name, int mtu)
-      : claim_(claim_interface(name)), state_(map_state(claim_.interface)) {
+      : claim_(claim_interface(name)), state_(map_state(claim_.state_file.get())) {
     if (!state_) {
-      throw std::runtime_error("cannot map " + claim_.interface.state_path());
+      throw std::runtime_error("cannot map the state of " + name);
     }
     new (state_.get()) InterfaceState;
     state_->mtu = static_cast<std::uint32_t>(mtu);
@@ -53,6 +53,7 @@ class VirtualCanHub::Loop {
     stop_ = checked(eventfd(0, EFD_CLOEXEC), "eventfd");
     watch(listener_.get());
     watch(stop_.get());
+    publish(claim_);
     thread_ = std::thread(&Loop::run, this);
   }
 

@@ -16,6 +16,7 @@
 
 #include "simulation/virtual_can/control_channel.hpp"
 #include "simulation/virtual_can/interface_directory.hpp"
+#include "simulation/virtual_can/runtime_directory.hpp"
 #include "simulation/virtual_can/virtual_can_hub.hpp"
 
 namespace {
@@ -83,6 +84,7 @@ void run(const std::string& name, int mtu, bool until_eof) {
 }
 
 void list() {
+  simulation::prepare_runtime_directory();  // reports a directory that is not private
   for (const InterfaceName& interface : simulation::list_interfaces()) {
     const auto state = simulation::map_state(interface);
     if (state) {
