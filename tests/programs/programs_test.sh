@@ -51,6 +51,29 @@ expect 2 "unknown preset" scripts/test --preset fast
 expect 2 "unknown argument" scripts/test-kernel --fast
 expect 2 "usage: with-virtual-can" scripts/with-virtual-can
 
+# Commands that start at once share one interface, which ends with the last of them.
+use_one_bus() {
+  local process processes=()
+  for _ in 1 2 3 4; do
+    on_bus can1 cansend can1 123#00 &
+    processes+=($!)
+  done
+  for process in "${processes[@]}"; do wait "$process"; done
+}
+for _ in 1 2 3 4 5; do
+  use_one_bus 2>"$work/error" && [[ ! -s $work/error ]] || failed "starts at once" "$work/error"
+done
+
+# LD_PRELOAD separates its entries with spaces and colons.
+ln -s "$build" "$work/a b:c"
+KELVARA_BUILD_DIR="$work/a b:c" on_bus can0 cansend can0 123#00 2>"$work/error" ||
+  failed "a path with a space and a colon" "$work/error"
+mkdir -m 0777 "$work/open"
+expect 1 "other users may write to it" env KELVARA_VIRTUAL_CAN_DIR="$work/open" \
+  scripts/with-virtual-can true
+
+until [[ -z $("$bin/kelvara-virtual-can" list) ]]; do sleep 0.01; done
+
 # A busy interface, one that is down, and a second arm.
 "$bin/kelvara-virtual-can" run can0 >"$work/ready" &
 wait_for ready "$work/ready"
