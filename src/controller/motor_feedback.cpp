@@ -51,10 +51,22 @@ double MotorFeedback::age_s(std::size_t index, motion::TimePoint now) const {
 
 void MotorFeedback::on_frame(std::uint32_t can_id, const std::uint8_t* data, std::size_t size) {
   for (std::size_t i = 0; i < motor_count_; ++i) {
-    MotorTrack& track = motors_[i];
-    if (can_id == track.master_id) {
-      take_answer(track, data, size);
-    } else if (commands(track, can_id, data, size)) {
+    if (can_id == motors_[i].master_id) {
+      take_answer(motors_[i], data, size);
+    }
+  }
+  count_command(can_id, data, size);
+}
+
+void MotorFeedback::on_dropped_frame(std::uint32_t can_id, const std::uint8_t* data,
+                                     std::size_t size) {
+  count_command(can_id, data, size);
+}
+
+void MotorFeedback::count_command(std::uint32_t can_id, const std::uint8_t* data,
+                                  std::size_t size) {
+  for (std::size_t i = 0; i < motor_count_; ++i) {
+    if (commands(motors_[i], can_id, data, size)) {
       ++foreign_commands_;
       foreign_motor_ = static_cast<int>(i) + 1;
     }

@@ -37,6 +37,7 @@ class MotorFeedback final : public can::socket::FrameObserver {
   /// Sets the time of the frames that are read from now on.
   void begin_round(motion::TimePoint now) { now_ = now; }
   void on_frame(std::uint32_t can_id, const std::uint8_t* data, std::size_t size) override;
+  void on_dropped_frame(std::uint32_t can_id, const std::uint8_t* data, std::size_t size) override;
 
   const Sample& motor(std::size_t index) const { return motors_[index].last; }
   /// Time since the motor's last sample, s; infinity before the first.
@@ -59,6 +60,7 @@ class MotorFeedback final : public can::socket::FrameObserver {
     Sample last;
   };
   static MotorTrack make_track(std::size_t index);
+  void count_command(std::uint32_t can_id, const std::uint8_t* data, std::size_t size);
   void take_answer(MotorTrack& track, const std::uint8_t* data, std::size_t size);
   bool commands(const MotorTrack& track, std::uint32_t can_id, const std::uint8_t* data,
                 std::size_t size) const;

@@ -69,6 +69,9 @@ bool Kelvara::receive_one() {
     can_frame classic{};
     std::memcpy(&classic, &frame, sizeof(classic));
     dispatch(classic, classic.can_dlc);
+  } else if (size == CAN_MTU && frame_observer_ != nullptr) {
+    frame_observer_->on_dropped_frame(frame.can_id, frame.data,
+                                      std::min<std::size_t>(frame.len, CAN_MAX_DLEN));
   }
   return size == CANFD_MTU || size == CAN_MTU;
 }

@@ -43,6 +43,11 @@ struct Witness final : FrameObserver {
   void on_frame(std::uint32_t can_id, const std::uint8_t* data, std::size_t size) override {
     frames.emplace_back(can_id, std::vector<std::uint8_t>(data, data + size));
   }
+  void on_dropped_frame(std::uint32_t can_id, const std::uint8_t* /*data*/,
+                        std::size_t /*size*/) override {
+    dropped.push_back(can_id);
+  }
+  std::vector<std::uint32_t> dropped;
   std::vector<std::pair<std::uint32_t, std::vector<std::uint8_t>>> frames;
 };
 
@@ -59,6 +64,7 @@ TEST(Kelvara, ReadsOnPastClassicFramesOnCanFdAndShowsAnObserverItsOwnKind) {
   peer.send(parse_frame("2C1#11FFFF8008001F1D", true));
   hardware.recv_all(200'000);
   EXPECT_EQ(hardware.get_arm().get_motors()[0].position, 12.5);
+  EXPECT_EQ(witness.dropped, std::vector<std::uint32_t>{0x2C1});
   ASSERT_EQ(witness.frames.size(), 2U);
   EXPECT_EQ(witness.frames[0], (std::pair{0x3FFU, std::vector<std::uint8_t>{1, 2}}));
   EXPECT_EQ(witness.frames[1].second[0], 0x11);

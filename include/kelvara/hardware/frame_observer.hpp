@@ -14,6 +14,9 @@ class FrameObserver {
   /// @param data   Valid during the call.
   /// @param size   Number of data bytes: at most 8, on CAN-FD at most 64.
   virtual void on_frame(std::uint32_t can_id, const std::uint8_t* data, std::size_t size) = 0;
+  /// The same for a classic frame on CAN-FD, which no device handles.
+  virtual void on_dropped_frame(std::uint32_t can_id, const std::uint8_t* data,
+                                std::size_t size) = 0;
 
  protected:
   ~FrameObserver() = default;
