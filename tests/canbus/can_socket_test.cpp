@@ -63,7 +63,7 @@ class HighDescriptors {
  public:
   HighDescriptors() {
     getrlimit(RLIMIT_NOFILE, &before_);
-    const rlimit more{2 * FD_SETSIZE, before_.rlim_max};
+    const rlimit more{rlim_t{2} * FD_SETSIZE, before_.rlim_max};
     setrlimit(RLIMIT_NOFILE, &more);
     do {
       used_.push_back(dup(STDIN_FILENO));
