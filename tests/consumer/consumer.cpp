@@ -16,6 +16,7 @@
 #include <kelvara/dynamics/standard_parameters.hpp>
 #include <kelvara/dynamics/standard_regressor_qor0815.hpp>
 #include <kelvara/hardware/arm_component.hpp>
+#include <kelvara/hardware/frame_observer.hpp>
 #include <kelvara/hardware/gripper_component.hpp>
 #include <kelvara/hardware/kelvara.hpp>
 #include <kelvara/kinematics/kinematics.hpp>
