@@ -42,6 +42,12 @@ bool SimulatedArm::floats() const {
                      [](const SimulatedMotor& motor) { return motor.floats(); });
 }
 
+std::size_t SimulatedArm::enabled_motor_count() const {
+  return static_cast<std::size_t>(
+      std::count_if(motors_.begin(), motors_.end(),
+                    [](const SimulatedMotor& motor) { return motor.is_enabled(); }));
+}
+
 void SimulatedArm::advance(std::chrono::nanoseconds time) {
   constexpr std::chrono::milliseconds kStep{1};
   for (pending_ += time; pending_ >= kStep; pending_ -= kStep) {

@@ -52,6 +52,7 @@ class SimulatedArm {
   double gripper_angle() const { return gripper_angle_; }  // rad, motor side
 
   std::size_t motor_count() const { return motors_.size(); }
+  std::size_t enabled_motor_count() const;
   /// Joint motors by index 0 to 5, `kGripper` the gripper's.
   SimulatedMotor& motor(std::size_t index) { return motors_.at(index); }
   const SimulatedMotor& motor(std::size_t index) const { return motors_.at(index); }

@@ -55,6 +55,7 @@ std::optional<std::uint32_t> ticket_of(const canfd_frame& frame) {
 SimulatedArmBus::SimulatedArmBus(SimulatedArm& arm, const std::string& interface, bool fd)
     : arm_(arm), fd_frames_(fd) {
   replies_.reserve(16);
+  commands_.reserve(16);
   try {
     open_socket(interface);
     refuse_second_arm(interface);
@@ -133,11 +134,21 @@ void SimulatedArmBus::send(const canfd_frame& frame) {
   static_cast<void>(sent);  // a frame that finds the queue full is lost, as on a wire
 }
 
+void SimulatedArmBus::receive(const canfd_frame& frame) {
+  commands_.assign(1, frame);
+  if (change_commands_) {
+    change_commands_(commands_);
+  }
+  for (const canfd_frame& command : commands_) {
+    answer(command);
+  }
+}
+
 void SimulatedArmBus::answer(const canfd_frame& frame) {
   replies_.clear();
   arm_.receive(frame, replies_);
-  if (change_) {
-    change_(replies_);
+  if (change_replies_) {
+    change_replies_(replies_);
   }
   for (const canfd_frame& reply : replies_) {
     send(reply);
@@ -152,7 +163,7 @@ int SimulatedArmBus::handle_frames(std::chrono::nanoseconds timeout) {
   canfd_frame frame{};
   // Bounded, so that a flood of frames does not stop the physics.
   while (handled < kMaxFramesAtOnce && recv(socket_, &frame, sizeof(frame), MSG_DONTWAIT) > 0) {
-    answer(frame);
+    receive(frame);
     frame = {};
     ++handled;
   }

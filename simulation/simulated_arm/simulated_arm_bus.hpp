@@ -28,14 +28,19 @@ class SimulatedArmBus {
   /// @throws std::runtime_error when the interface has gone.
   int handle_frames(std::chrono::nanoseconds timeout);
 
-  /// For tests: `change` may alter, drop, add or delay the replies to each frame.
-  using ReplyChange = std::function<void(std::vector<canfd_frame>&)>;
-  void change_replies(ReplyChange change) { change_ = std::move(change); }
+  /// For tests: may alter, drop, add or delay frames. Do not set while another thread handles
+  /// frames.
+  using FrameChange = std::function<void(std::vector<canfd_frame>&)>;
+  /// `change` is applied to each frame that arrives, before the motors receive it.
+  void change_commands(FrameChange change) { change_commands_ = std::move(change); }
+  /// `change` is applied to the replies to each frame.
+  void change_replies(FrameChange change) { change_replies_ = std::move(change); }
 
  private:
   void open_socket(const std::string& interface);
   void refuse_second_arm(const std::string& interface);
   bool wait_readable(std::chrono::nanoseconds timeout) const;
+  void receive(const canfd_frame& frame);
   void answer(const canfd_frame& frame);
   void send(const canfd_frame& frame);
 
@@ -43,7 +48,9 @@ class SimulatedArmBus {
   bool fd_frames_;
   int socket_ = -1;
   std::vector<canfd_frame> replies_;
-  ReplyChange change_;
+  std::vector<canfd_frame> commands_;
+  FrameChange change_replies_;
+  FrameChange change_commands_;
 };
 
 }  // namespace kelvara::simulation

@@ -15,9 +15,14 @@ class SimulatedHardware {
  public:
   using SimulatedArm = kelvara::simulation::SimulatedArm;
 
-  explicit SimulatedHardware(bool fd, const SimulatedArm::Options& options = {})
+  using RealtimeArm = kelvara::simulation::RealtimeArm;
+  using SimulatedArmBus = kelvara::simulation::SimulatedArmBus;
+
+  /// @param silence With `live`: whether the arm's time passes while no frame arrives.
+  explicit SimulatedHardware(bool fd, const SimulatedArm::Options& options = {},
+                             RealtimeArm::Silence silence = RealtimeArm::Silence::kTimeStops)
       : realtime_(kelvara::simulation::load_robot_description(),
-                  {TestBus::kInterface, fd, RealtimeArm::Silence::kTimeStops, options}) {}
+                  {TestBus::kInterface, fd, silence, options}) {}
   ~SimulatedHardware() { halt(); }
   SimulatedHardware(const SimulatedHardware&) = delete;
   SimulatedHardware& operator=(const SimulatedHardware&) = delete;
@@ -25,9 +30,15 @@ class SimulatedHardware {
   TestBus& bus() { return bus_; }
   SimulatedArm& arm() { return realtime_.arm(); }
 
+  /// The hooks that change frames; not while `answer` or `live` runs.
+  SimulatedArmBus& arm_bus() { return realtime_.bus(); }
   /// `change` may alter the replies to each frame.
-  void change_replies(kelvara::simulation::SimulatedArmBus::ReplyChange change) {
-    realtime_.bus().change_replies(std::move(change));
+  void change_replies(SimulatedArmBus::FrameChange change) {
+    arm_bus().change_replies(std::move(change));
+  }
+  /// `change` may alter each frame before the motors receive it.
+  void change_commands(SimulatedArmBus::FrameChange change) {
+    arm_bus().change_commands(std::move(change));
   }
 
   /// Replies to frames on a thread, each time after `delay`, without letting the arm's time pass.
@@ -41,7 +52,8 @@ class SimulatedHardware {
   }
 
   /// Runs in real time on a thread as long as commands arrive; without them the arm's time stops,
-  /// so that a controller that got no processor time does not lose its motors.
+  /// unless the constructor was given kTimePasses, so that a controller that got no processor time
+  /// does not lose its motors.
   void live() { realtime_.start(); }
 
   /// Ends `answer` and `live`; the test may use the arm again.
@@ -68,8 +80,6 @@ class SimulatedHardware {
   }
 
  private:
-  using RealtimeArm = kelvara::simulation::RealtimeArm;
-
   TestBus bus_;
   RealtimeArm realtime_;
   std::thread thread_;
