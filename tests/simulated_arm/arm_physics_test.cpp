@@ -49,6 +49,25 @@ TEST_F(ArmPhysicsTest, AgreesWithTheLibrarysInverseDynamicsAndKinematics) {
   }
 }
 
+TEST_F(ArmPhysicsTest, CarriesTheWeightOfItsLoadAtTheTool) {
+  constexpr double kLoad = 1.5;
+  constexpr double kStep = 1e-6;
+  ArmPhysics loaded(description, kLoad);
+  const Joints q = draw(0.6);
+  const Joints torque = loaded.inverse_dynamics(q, {}, {});
+  const Joints unloaded = physics.inverse_dynamics(q, {}, {});
+  for (std::size_t i = 0; i < 6; ++i) {
+    Joints moved = q;
+    const auto height_at = [&](double angle) {
+      moved[i] = angle;
+      loaded.set_positions(moved);
+      return loaded.tool_position()[2];
+    };
+    const double slope = (height_at(q[i] + kStep) - height_at(q[i] - kStep)) / (2.0 * kStep);
+    EXPECT_NEAR(torque[i] - unloaded[i], kLoad * 9.81 * slope, 1e-6) << "joint " << i + 1;
+  }
+}
+
 TEST_F(ArmPhysicsTest, FallsWithoutTorqueAndRestsAtItsStops) {
   for (int step = 0; step < 5000; ++step) {
     physics.step({});

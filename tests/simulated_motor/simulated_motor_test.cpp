@@ -52,6 +52,7 @@ TEST_F(SimulatedMotorTest, EnablesDisablesAndExecutesOnlyCommandsOfItsMode) {
   EXPECT_EQ(ask("104#0000803F00002041"), "") << "a position/velocity command in MIT mode";
   EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFE").substr(2, 4), "8000") << "here is zero now";
   EXPECT_EQ(ask("004#FFFFFFFFFFFFFFFD").substr(0, 2), "04");
+  EXPECT_EQ(ask("004#7FFF7FF000000FFF").substr(0, 2), "04") << "a command to a disabled motor";
   EXPECT_EQ(motor.advance(0.001, 1.0, 0.0), 0.0);
 }
 

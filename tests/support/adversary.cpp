@@ -1,6 +1,6 @@
 #include "support/adversary.hpp"
 
-#include <array>
+#include <algorithm>
 #include <mutex>
 #include <random>
 #include <utility>
@@ -129,7 +129,9 @@ class Stream {
 
 struct Adversary::State {
   explicit State(const Options& options)
-      : to_motors(Direction::kToMotors, options), to_host(Direction::kToHost, options) {}
+      : observe_command(options.observe_command),
+        to_motors(Direction::kToMotors, options),
+        to_host(Direction::kToHost, options) {}
 
   void change(Stream& stream, Frames& frames) {
     const std::lock_guard<std::mutex> lock(mutex);
@@ -138,6 +140,13 @@ struct Adversary::State {
     }
   }
 
+  void observe(const Frames& frames) const {
+    if (observe_command) {
+      std::for_each(frames.begin(), frames.end(), observe_command);
+    }
+  }
+
+  const std::function<void(const canfd_frame&)> observe_command;
   std::mutex mutex;
   bool active = true;
   Stream to_motors;
@@ -148,8 +157,10 @@ struct Adversary::State {
 Adversary::Adversary(const Options& options) : state_(std::make_shared<State>(options)) {}
 
 void Adversary::attach(kelvara::simulation::SimulatedArmBus& bus) {
-  bus.change_commands(
-      [state = state_](Frames& frames) { state->change(state->to_motors, frames); });
+  bus.change_commands([state = state_](Frames& frames) {
+    state->observe(frames);
+    state->change(state->to_motors, frames);
+  });
   bus.change_replies([state = state_](Frames& frames) { state->change(state->to_host, frames); });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "simulation/simulated_arm/simulated_arm_bus.hpp"
@@ -23,6 +24,9 @@ class Adversary {
     Rates to_motors;  // the motors execute forged commands
     Rates to_host;
     unsigned longest_delay = 40;  // frames; in MIT mode about 10 ms of the frames to the motors
+    /// Receives each frame on its way to the motors before the faults, forged ones excluded: what a
+    /// witness on the bus cannot separate. Called by the thread that handles the bus's frames.
+    std::function<void(const canfd_frame&)> observe_command = {};
   };
   /// The number of faults so far, both directions.
   struct Counts {

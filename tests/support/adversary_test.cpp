@@ -34,7 +34,12 @@ TEST(AdversaryTest, InjectsTheSameFaultsAtTheGivenRatesForTheSameSeed) {
                                first.forged_registers, first.forged_commands}) {
     EXPECT_NEAR(count, 100.0, 40.0) << "5 % of a thousand frames in each direction";
   }
-  EXPECT_EQ(answers_under({7, {.lose = 1.0}, {}}, &first).size(), 0U) << "on the way to the motors";
+  int observed = 0;
+  const auto observe = [&](const canfd_frame&) { ++observed; };
+  EXPECT_EQ(answers_under({7, {.lose = 1.0, .forge_register = 1.0}, {}, 1, observe}, &first).size(),
+            1000U)
+      << "to the forged queries alone";
+  EXPECT_EQ(observed, 1000);
   EXPECT_EQ(answers_under({7, {}, {.repeat = 1.0}}, &first).size(), 2000U);
   EXPECT_EQ(answers_under({7, {}, {.delay = 1.0}, 1}, &first).size(), 999U) << "by one frame";
 }
