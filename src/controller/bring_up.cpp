@@ -169,25 +169,33 @@ void BringUp::ask_again(std::size_t motor) {
   }
 }
 
-void BringUp::wait_for_first_states() {
-  const auto end = motion::Clock::now() + kFirstStatesPatience;
-  for (;;) {
-    feedback_.begin_round(motion::Clock::now());
-    hardware_.recv_all(kQuietAfterCommandUs);
-    bool all_ready = true;
-    const bool time_left = motion::Clock::now() < end;
-    for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
-      if (!is_ready(i)) {
-        all_ready = false;
-        if (time_left) {
-          ask_again(i);
-        }
-      }
-    }
-    if (all_ready || !time_left) {
-      return;
+/// @return whether every motor is ready.
+bool BringUp::drain() {
+  feedback_.begin_round(motion::Clock::now());
+  hardware_.recv_all(kQuietAfterCommandUs);
+  for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
+    if (!is_ready(i)) {
+      return false;
     }
   }
+  return true;
+}
+
+void BringUp::wait_for_first_states() {
+  const auto end = motion::Clock::now() + kFirstStatesPatience;
+  if (drain()) {
+    return;
+  }
+  // The devices would take the echoes of register writes for feedback.
+  hardware_.set_callback_mode_all(damiao_motor::CallbackMode::IGNORE);
+  do {
+    for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
+      if (!is_ready(i)) {
+        ask_again(i);
+      }
+    }
+  } while (!drain() && motion::Clock::now() < end);
+  hardware_.set_callback_mode_all(damiao_motor::CallbackMode::STATE);
 }
 
 void BringUp::report_missing_motors() {

@@ -35,12 +35,13 @@ void StateBuffer::publish_torque(const JointArray& tau) {
 void StateBuffer::publish_start(const JointArray& q, std::bitset<kJointCount> stale) {
   const MutexLock lock(state_mutex);
   start_q_ = q;
+  start_valid_ = true;
   start_stale_ = stale;
 }
 
 std::bitset<kJointCount> StateBuffer::start_positions(JointArray& out) const {
   const MutexLock lock(state_mutex);
-  out = start_q_;
+  copy_if(start_valid_, start_q_, out);
   return start_stale_;
 }
 

@@ -29,7 +29,7 @@ class StateBuffer {
       KELVARA_EXCLUDES(state_mutex);
   void publish_arm_state(const ArmState& state) KELVARA_EXCLUDES(arm_state_mutex);
 
-  /// Copies where a motion starts, as published; returns the joints whose feedback is too old.
+  /// Copies where a motion starts, once it has been published; returns the joints whose feedback is too old.
   std::bitset<kJointCount> start_positions(JointArray& out) const KELVARA_EXCLUDES(state_mutex);
   /// The snapshot of the last cycle.
   ArmState arm_state() const KELVARA_EXCLUDES(arm_state_mutex);
@@ -51,6 +51,7 @@ class StateBuffer {
   bool latest_gripper_valid KELVARA_GUARDED_BY(state_mutex) = false;
 
   JointArray start_q_ KELVARA_GUARDED_BY(state_mutex){};  // rad
+  bool start_valid_ KELVARA_GUARDED_BY(state_mutex) = false;
   std::bitset<kJointCount> start_stale_ KELVARA_GUARDED_BY(state_mutex);
 
   mutable Mutex arm_state_mutex;

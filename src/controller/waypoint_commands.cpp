@@ -88,7 +88,7 @@ void ArmController::Impl::publish_joint_waypoint_trajectory_command(
   const std::bitset<kJointCount> stale = state.start_positions(start);
   for (std::size_t i = 0; i < kJointCount; ++i) {
     if (stale[i]) {
-      kelvara::controller::error_line()
+      kelvara::diagnostics::error_line()
           << "[move_joint_waypoints] joint " << i + 1
           << " does not answer: the plan starts from its last commanded position";
     }

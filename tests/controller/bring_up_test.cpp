@@ -115,7 +115,7 @@ TEST(LateStart, WaitsForTheArmsOwnPositions) {
   CapturedOutput output;
   ArmController::Impl impl(TestBus::kInterface, false, nullptr, false, POS_VEL_MODE);
   for (std::size_t i = 0; i < 6; ++i) {
-    const double motor_angle = impl.hardware.get_arm().find_motor(static_cast<int>(i))->position;
+    const double motor_angle = impl.feedback.motor(i).state.position;
     EXPECT_NEAR(impl.setup.motor_signs.to_joint(i, motor_angle), start[i], 0.001)
         << "joint " << i + 1;
   }
