@@ -76,6 +76,14 @@ TEST(OverTorque, WarnsThenStopsTheArmAndLeavesTheProcessAlive) {
   EXPECT_LT(seconds_at(lines.rfind("⚠️ 警告：电机5", stop)), 6.0);
   EXPECT_NO_THROW(arm.set_joint(std::vector<double>(6, 0.0), 1.0));
   EXPECT_TRUE(arm.get_joint().allFinite());
+  EXPECT_EQ(arm.state().condition, kelvara::ArmCondition::kStoppedByMonitor);
+  EXPECT_EQ(arm.state().reason_motor, 5);
+  // The arm has fallen as far as it can.
+  ASSERT_TRUE(arm.recover());
+  EXPECT_TRUE(eventually([&] {
+    return arm.state().condition == kelvara::ArmCondition::kHolding &&
+           arm.state().motors[4].error_code == 1;
+  }));
   arm.cleanup();
   hardware.halt();
   for (std::size_t i = 0; i < 6; ++i) {
@@ -105,6 +113,40 @@ TEST(OverTorque, StopsTheArmWhileNobodyReadsItsLines) {
   hardware.halt();
   EXPECT_TRUE(stopped);
   EXPECT_FALSE(hardware.arm().motor(4).is_enabled());
+}
+
+TEST(ArmControllerWithOptions, HoldsReportsItsStateAndIsClosedAfterCleanup) {
+  CapturedOutput output;
+  SimulatedHardware hardware(
+      false, {.with_gripper = true, .load_kg = 0.0, .start = {0.3, 0.4, -0.3, 0.2, 0.4, 0.6}});
+  hardware.live();
+  kelvara::ArmOptions options;
+  options.interface = TestBus::kInterface;
+  options.with_gripper = true;
+  ArmController arm(options);
+  const auto reaches = [&](kelvara::ArmCondition condition) {
+    return eventually([&] { return arm.state().condition == condition; });
+  };
+  ASSERT_TRUE(reaches(kelvara::ArmCondition::kHolding));
+  kelvara::ArmState state = arm.state();
+  EXPECT_NEAR(state.q[5], 0.6, 0.01);
+  EXPECT_NEAR(state.q_command[5], 0.6, 0.01) << "it has not gone home";
+  EXPECT_TRUE(state.gripper.valid);
+  for (const kelvara::MotorState& motor : state.motors) {
+    EXPECT_STREQ(motor.error_name, "Enabled");
+    EXPECT_LT(motor.feedback_age_s, 0.1);
+    EXPECT_GT(motor.mos_temperature, 0);
+  }
+  EXPECT_EQ(state.files->settings_path, arm.description_files().settings_path);
+  arm.set_joint(std::vector<double>(6, 0.2), 0.5);
+  EXPECT_TRUE(reaches(kelvara::ArmCondition::kMoving));
+  EXPECT_TRUE(reaches(kelvara::ArmCondition::kHolding));
+  EXPECT_TRUE(arm.recover()) << "nothing to recover from";
+  arm.identify_gravity_compensation();
+  EXPECT_TRUE(reaches(kelvara::ArmCondition::kFloating));
+  arm.cleanup();
+  EXPECT_EQ(arm.state().condition, kelvara::ArmCondition::kClosed);
+  EXPECT_NEAR(arm.state().q[5], 0.2, 0.02);
 }
 
 struct RunningController : ::testing::Test {
