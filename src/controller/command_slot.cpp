@@ -7,6 +7,16 @@ namespace kelvara::controller {
 
 using description::clamp;
 
+namespace {
+
+/// Whether a snapshot may hold what the command holds: the first one begins it.
+bool has_begun(const motion::Command& command) {
+  const auto* const move = std::get_if<motion::WaypointMove>(&command);
+  return move != nullptr && move->waypoints_started;
+}
+
+}  // namespace
+
 void CommandSlot::publish(motion::Command command) {
   // Destroyed after the lock is released, as is the argument, which takes the old command.
   Plans unused;
@@ -14,17 +24,16 @@ void CommandSlot::publish(motion::Command command) {
   std::swap(command_, command);
   ++number_;
   unused = take_unused();
-  retire(command);
+  if (has_begun(command)) {
+    retire(command);
+  }
 }
 
-/// Keeps the plan of a command that has left the slot, if a snapshot may hold it.
+/// Keeps the plan of a command that leaves the slot.
 void CommandSlot::retire(motion::Command& command) {
   auto* const move = std::get_if<motion::WaypointMove>(&command);
-  if (move == nullptr || !move->waypoints_started) {
-    return;
-  }
   const auto free = std::find(retired_.begin(), retired_.end(), nullptr);
-  if (free != retired_.end()) {
+  if (move != nullptr && free != retired_.end()) {
     *free = std::move(move->waypoints);
   }
 }

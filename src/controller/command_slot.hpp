@@ -30,8 +30,8 @@ struct CommandSnapshot {
 /// write it (the last writer wins, there is no queue), the control thread copies it in every cycle.
 ///
 /// A plan can be large, and freeing it takes milliseconds. So that the control thread never frees
-/// one, the slot keeps each plan that a snapshot may hold, also after its end, until a later
-/// `publish` finds it unused, or until the slot is destroyed.
+/// one, the slot keeps each plan that a snapshot may hold or that the control thread replaces,
+/// until a later `publish` finds it unused, or until the slot is destroyed.
 class CommandSlot {
  public:
   /// Replaces the arm's command. Plans that nothing uses any more are freed on this thread, after
@@ -65,7 +65,7 @@ class CommandSlot {
   /// Sequence number; lets the end of a move detect that a newer command has replaced it.
   std::uint64_t number_ KELVARA_GUARDED_BY(command_mutex) = 0;
   /// Plans that have left the slot. Two would be enough: a publish leaves one at most, which the
-  /// cycle in progress uses, and only one plan can end before the next publish.
+  /// cycle in progress uses, and only one plan can end or be overridden before the next publish.
   Plans retired_ KELVARA_GUARDED_BY(command_mutex);
   GripperCommand gripper_ KELVARA_GUARDED_BY(command_mutex);
 };

@@ -95,8 +95,14 @@ TEST_F(CommandSlotTest, NeverLeavesAPlanToBeFreedByTheControlThread) {
     std::thread([this] { slot.publish(motion::FloatKdl{}); }).join();
   }).join();
   EXPECT_EQ(replaced.freed_by, std::thread::id()) << "replaced in the middle of a cycle, and kept";
-  slot.publish(motion::FloatKdl{});
+  NotedPlan overridden;
+  slot.publish(overridden.move());
   EXPECT_EQ(replaced.freed_by, std::this_thread::get_id());
+  std::thread([this] { slot.override_command(motion::JointTarget{}); }).join();
+  EXPECT_EQ(overridden.freed_by, std::thread::id())
+      << "overridden before its first cycle, and kept";
+  slot.publish(motion::FloatKdl{});
+  EXPECT_EQ(overridden.freed_by, std::this_thread::get_id());
 }
 
 }  // namespace
