@@ -69,10 +69,10 @@ class KELVARA_EXPORT ArmController {
   /// One coherent snapshot of the last control cycle: motion, motors, condition and counters. Does
   /// not allocate and never waits for the bus. After `cleanup()` it is the last one, closed.
   kelvara::ArmState state() const;
-  /// After a stop of the torque monitor, a motor's error or a silent bus: clears the errors, enables
-  /// the motors and holds the arm where it is. Blocks until every motor answers as an enabled one,
-  /// a second at most. Does nothing when there is nothing to recover from. From one thread at a
-  /// time.
+  /// After a stop of the torque monitor, a motor's error or a silent bus: clears the errors,
+  /// enables the motors and holds the arm where it is. Blocks until every motor answers as an
+  /// enabled one, a second at most. Does nothing when there is nothing to recover from. From one
+  /// thread at a time.
   /// @return true when the arm holds; false when a motor still reports an error or does not
   ///         answer: see `state()`.
   bool recover();

@@ -10,7 +10,8 @@ namespace kelvara {
 enum class FaultReaction {
   kReport,   // prints a line; the other motors continue with the current command
   kHold,     // brakes the other motors to a hold; refuses commands until `recover()`
-  kDisable,  // disables every motor (an arm without brakes sinks); refuses commands until `recover()`
+  kDisable,  // disables every motor (an arm without brakes sinks); refuses commands until
+             // `recover()`
 };
 
 /// How an `ArmController` is started. Every field has a safe default.

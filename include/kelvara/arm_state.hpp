@@ -43,20 +43,20 @@ KELVARA_EXPORT const char* motor_error_name(int error_code);
 struct MotorState {
   bool answered = false;  // since the controller was constructed
   double feedback_age_s = std::numeric_limits<double>::infinity();
-  int error_code = 0;                     // 0 disabled, 1 enabled, 8 and above an error
+  int error_code = 0;                    // 0 disabled, 1 enabled, 8 and above an error
   const char* error_name = "No answer";  // `motor_error_name(error_code)` once it has answered
-  int mos_temperature = 0;                // of the driver, degrees Celsius
-  int rotor_temperature = 0;              // degrees Celsius
+  int mos_temperature = 0;               // of the driver, degrees Celsius
+  int rotor_temperature = 0;             // degrees Celsius
 };
 
 /// The gripper; all zero without one.
 struct GripperReading {
   bool fitted = false;
-  bool valid = false;         // the motor has answered
-  double position = 0.0;      // 0 closed to 1 open
-  double distance_m = 0.0;    // jaw distance
-  double command_m = 0.0;     // commanded jaw distance
-  bool has_command = false;   // a command is being sent
+  bool valid = false;        // the motor has answered
+  double position = 0.0;     // 0 closed to 1 open
+  double distance_m = 0.0;   // jaw distance
+  double command_m = 0.0;    // commanded jaw distance
+  bool has_command = false;  // a command is being sent
 };
 
 /// Events since the controller was constructed.
@@ -71,19 +71,19 @@ struct ArmCounters {
 /// One coherent snapshot of the arm, made by the control thread at the end of a cycle. Joint values
 /// are on the joint side, joint 1 first.
 struct ArmState {
-  double time_s = 0.0;                    // of the snapshot, on std::chrono::steady_clock
-  std::array<double, 6> q{};              // measured angles, rad
-  std::array<double, 6> dq{};             // measured velocities, rad/s
-  std::array<double, 6> tau{};            // measured torques, N·m
-  std::array<double, 6> q_command{};      // commanded angles, rad; while floating the measured ones
-  std::array<double, 6> dq_command{};     // commanded velocities, rad/s
-  std::array<double, 6> tau_command{};    // feed-forward torques, N·m; 0 in position/velocity mode
+  double time_s = 0.0;                  // of the snapshot, on std::chrono::steady_clock
+  std::array<double, 6> q{};            // measured angles, rad
+  std::array<double, 6> dq{};           // measured velocities, rad/s
+  std::array<double, 6> tau{};          // measured torques, N·m
+  std::array<double, 6> q_command{};    // commanded angles, rad; while floating the measured ones
+  std::array<double, 6> dq_command{};   // commanded velocities, rad/s
+  std::array<double, 6> tau_command{};  // feed-forward torques, N·m; 0 in position/velocity mode
   GripperReading gripper;
-  std::array<MotorState, 7> motors;       // joints 1 to 6, gripper
+  std::array<MotorState, 7> motors;  // joints 1 to 6, gripper
   ArmCondition condition = ArmCondition::kStarting;
   StopReason reason = StopReason::kNone;
-  int reason_motor = 0;                   // 1 to 7; 0: none in particular
-  double progress = 1.0;                  // of the current motion, 0 to 1
+  int reason_motor = 0;   // 1 to 7; 0: none in particular
+  double progress = 1.0;  // of the current motion, 0 to 1
   ArmCounters counters;
   /// The two files in use; null before the controller is constructed.
   std::shared_ptr<const DescriptionFiles> files;

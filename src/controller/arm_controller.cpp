@@ -78,7 +78,9 @@ void ArmController::cleanup() {
   impl_.reset();
 }
 
-kelvara::ArmState ArmController::state() const { return impl_ ? impl().arm_state() : closed_state_; }
+kelvara::ArmState ArmController::state() const {
+  return impl_ ? impl().arm_state() : closed_state_;
+}
 
 bool ArmController::recover() { return impl().recover(); }
 

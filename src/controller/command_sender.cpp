@@ -41,8 +41,9 @@ void CommandSender::send(const CycleRecord& record) {
 void CommandSender::warn_of_floating() {
   if (!pos_vel_gravity_warned) {
     pos_vel_gravity_warned = true;
-    diagnostics::error_line() << "[control_loop] Gravity compensation torque feedforward is "
-                    "disabled in POS_VEL_MODE; falling back to position/velocity hold.";
+    diagnostics::error_line()
+        << "[control_loop] Gravity compensation torque feedforward is "
+           "disabled in POS_VEL_MODE; falling back to position/velocity hold.";
   }
 }
 

@@ -27,6 +27,7 @@ ControlCycle::ControlCycle(const Parts& parts)
 void ControlCycle::begin(TimePoint start) {
   reader_.begin(start);
   sender_.begin(start);
+  watch_.begin(start);
   next_clip_report = start;
   next_foreign_report_ = start;
 }
@@ -39,8 +40,9 @@ void ControlCycle::run_cycle(TimePoint now) {
   }
 }
 
-void ControlCycle::skip(motion::Clock::duration late) {
+void ControlCycle::skip(motion::Clock::duration late, TimePoint now) {
   skipped_ += late;
+  watch_.begin(now);  // nobody has asked the motors meanwhile
   error_line() << "[control_loop] late by " << std::chrono::duration<double>(late).count()
                << " s: the schedule and the motion continue from here";
 }
@@ -73,8 +75,7 @@ void ControlCycle::run_steps(TimePoint now) {
 // ---- Commands -------------------------------------------------------------
 
 void ControlCycle::command_arm(TimePoint now) {
-  const motion::Instant instant{now - skipped_, start_positions(now),
-                                record_.set_point.reference};
+  const motion::Instant instant{now - skipped_, start_positions(now), record_.set_point.reference};
   CommandSnapshot snapshot = parts_.slot.snapshot(instant.measured, instant.now);
   if (parts_.flags.faulted && snapshot.number != hold_number_) {
     hold_others();  // a command came at the same time as the fault
@@ -139,8 +140,7 @@ void ControlCycle::watch_faults(TimePoint now) {
   if (parts_.flags.faulted) {
     return;
   }
-  const bool gripper_commanded =
-      gripper_.gripper_command_active || record_.set_point.torque_only;
+  const bool gripper_commanded = gripper_.gripper_command_active || record_.set_point.torque_only;
   const std::optional<Fault> fault = watch_.step(parts_.feedback, now, gripper_commanded);
   if (fault == fault_) {
     return;
@@ -192,7 +192,7 @@ void ControlCycle::hold_others() {
 
 void ControlCycle::begin_recovery(TimePoint now) {
   recovery_.begin(now);
-  watch_.reset();
+  watch_.begin(now);
   parts_.flags.recovery = StopFlags::Recovery::kRunning;
 }
 
@@ -203,8 +203,8 @@ void ControlCycle::step_recovery(bool has_feedback, TimePoint now) {
       has_feedback ? recovery_.step(now) : Recovery::Progress::kRunning;
   const bool keeps_commands = commanded_ && started_;
   for (std::size_t i = 0; i < kJointCount; ++i) {
-    hold_q_[i] = keeps_commands && recovery_.kept_enabled(i) ? (*commanded_)[i]
-                                                             : reader_.measured().q[i];
+    hold_q_[i] =
+        keeps_commands && recovery_.kept_enabled(i) ? (*commanded_)[i] : reader_.measured().q[i];
   }
   record_ = compute_cycle(motion::NoCommand{}, {now - skipped_, hold_q_, {}}, parts_.setup,
                           parts_.kinematics);
@@ -248,8 +248,8 @@ void ControlCycle::report_other_program(TimePoint now) {
     return;
   }
   error_line() << "[control_loop] another program commands motor "
-               << parts_.feedback.foreign_motor() << " on this interface: "
-               << count - reported_foreign_commands_ << " frames";
+               << parts_.feedback.foreign_motor()
+               << " on this interface: " << count - reported_foreign_commands_ << " frames";
   reported_foreign_commands_ = count;
   next_foreign_report_ = now + kForeignReportPeriod;
 }

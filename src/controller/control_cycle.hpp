@@ -38,7 +38,7 @@ class ControlCycle {
   void run_cycle(motion::TimePoint now);
   /// Stops the clock of the motions for the time that the loop stood still: they continue where
   /// they were. Prints a line.
-  void skip(motion::Clock::duration late);
+  void skip(motion::Clock::duration late, motion::TimePoint now);
   void count_late_cycle() { ++late_cycles_; }
 
   /// The last cycle that sent commands.
@@ -69,14 +69,14 @@ class ControlCycle {
   Recovery recovery_;
   CycleRecord record_;
   GripperCommand gripper_;
-  motion::Clock::duration skipped_{};  // the motions' clock lags by this
-  std::uint64_t last_number_ = 0;      // of the command of the cycle before
+  motion::Clock::duration skipped_{};    // the motions' clock lags by this
+  std::uint64_t last_number_ = 0;        // of the command of the cycle before
   std::optional<JointArray> commanded_;  // positions of the cycle before, joint side
   std::bitset<kJointCount> stale_;       // joints whose feedback is too old to start from
   std::optional<Fault> fault_;           // as of the last round of feedback, or latched
   std::uint64_t hold_number_ = 0;        // of the command that a fault has set
   bool started_ = false;
-  JointArray hold_q_{};  // while recovering
+  JointArray hold_q_{};                 // while recovering
   std::uint64_t tau_clipped_count = 0;  // since the last report
   std::uint64_t late_cycles_ = 0;
   std::uint64_t reported_foreign_commands_ = 0;

@@ -20,7 +20,7 @@ void ControlThread::control_loop() {
       cycle_.count_late_cycle();
     }
     if (late > description::kMotorTimeoutTime) {
-      cycle_.skip(late);
+      cycle_.skip(late, now);
       next_cycle = now + description::kControlPeriod;
     }
     cycle_.run_cycle(now);
@@ -31,7 +31,7 @@ void ControlThread::control_loop() {
     next_cycle += description::kControlPeriod;
   }
   diagnostics::error_line() << "[control_loop] loop exited. exit_flag=" << flags_.exit_flag
-               << " emergency_stop_flag=" << flags_.emergency_stop_flag;
+                            << " emergency_stop_flag=" << flags_.emergency_stop_flag;
 }
 
 void ControlThread::join() {

@@ -1,5 +1,7 @@
 #include "controller/fault_watch.hpp"
 
+#include <algorithm>
+
 namespace kelvara::controller {
 namespace {
 
@@ -18,7 +20,8 @@ std::optional<StopReason> FaultWatch::examine(std::size_t motor, const MotorFeed
   if (!sample.answered) {
     return std::nullopt;
   }
-  if (feedback.age_s(motor, now) > kSilenceS) {
+  const double watched_s = std::chrono::duration<double>(now - begin_).count();
+  if (std::min(feedback.age_s(motor, now), watched_s) > kSilenceS) {
     return StopReason::kMotorSilent;
   }
   const bool news = sample.time != last_answer_[motor];

@@ -27,13 +27,17 @@ class FaultWatch {
   /// @param gripper_commanded Whether the gripper is being commanded: only then it answers.
   std::optional<Fault> step(const MotorFeedback& feedback, motion::TimePoint now,
                             bool gripper_commanded);
-  /// Forgets the rounds before.
-  void reset() { *this = FaultWatch(); }
+  /// Forgets the rounds before; silence counts from `now`.
+  void begin(motion::TimePoint now) {
+    *this = FaultWatch();
+    begin_ = now;
+  }
 
  private:
   std::optional<StopReason> examine(std::size_t motor, const MotorFeedback& feedback,
                                     motion::TimePoint now);
 
+  motion::TimePoint begin_{};
   int gripper_rounds_ = 0;  // rounds since the gripper has been commanded
   /// Rounds in which the motor answered that it is not enabled.
   std::array<int, kMotorCount> bad_rounds_{};

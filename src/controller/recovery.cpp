@@ -19,8 +19,7 @@ Place place_of(can::socket::Kelvara& hardware, std::size_t motor) {
   return {hardware.get_arm(), static_cast<int>(motor)};
 }
 
-void enable_again(can::socket::Kelvara& hardware, const ControllerSetup& setup,
-                  std::size_t motor) {
+void enable_again(can::socket::Kelvara& hardware, const ControllerSetup& setup, std::size_t motor) {
   const Place place = place_of(hardware, motor);
   const int mode = motor == kGripperMotor ? damiao_motor::MIT_MODE : setup.control_mode;
   place.collection.switch_mode_one(place.index, mode);

@@ -16,8 +16,7 @@ constexpr int kConfirmations = 2;
 }  // namespace
 
 bool SampleFilter::reaches(const Point& from, double position, motion::TimePoint time) const {
-  const double elapsed_s =
-      std::max(0.0, std::chrono::duration<double>(time - from.time).count());
+  const double elapsed_s = std::max(0.0, std::chrono::duration<double>(time - from.time).count());
   return std::abs(position - from.position) <=
          kPositionMargin + kSpeedMargin * max_speed_ * elapsed_s;
 }

@@ -2,7 +2,7 @@
 
 #include "kelvara/damiao_motor/motor_values.hpp"
 
-#include "motion/setpoint.hpp"
+#include "motion/clock.hpp"
 
 namespace kelvara::controller {
 

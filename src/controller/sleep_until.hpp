@@ -1,6 +1,6 @@
 #pragma once
 
-#include "motion/setpoint.hpp"
+#include "motion/clock.hpp"
 
 namespace kelvara::controller {
 

@@ -29,7 +29,8 @@ class StateBuffer {
       KELVARA_EXCLUDES(state_mutex);
   void publish_arm_state(const ArmState& state) KELVARA_EXCLUDES(arm_state_mutex);
 
-  /// Copies where a motion starts, once it has been published; returns the joints whose feedback is too old.
+  /// Copies where a motion starts, once it has been published; returns the joints whose feedback is
+  /// too old.
   std::bitset<kJointCount> start_positions(JointArray& out) const KELVARA_EXCLUDES(state_mutex);
   /// The snapshot of the last cycle.
   ArmState arm_state() const KELVARA_EXCLUDES(arm_state_mutex);

@@ -12,7 +12,7 @@ namespace kelvara::controller {
 
 /// The control thread's own knowledge of the arm's condition.
 struct ConditionFacts {
-  bool started = false;     // a cycle has sent commands
+  bool started = false;  // a cycle has sent commands
   bool recovering = false;
   bool stopped_by_monitor = false;
   int overloaded_joint = 0;  // from 1

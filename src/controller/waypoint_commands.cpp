@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cmath>
 #include <stdexcept>
 
 #include "controller/arm_controller_impl.hpp"
@@ -52,6 +54,23 @@ motion::WaypointOptions choose_options(double time_sec, double speed_percent, do
   return options;
 }
 
+/// Makes a plan that exceeds a ceiling of the velocities slower; returns the factor.
+double stretch(std::vector<motion::WaypointTrajectorySample>& samples, const JointArray& ceiling) {
+  double factor = 1.0;
+  for (const motion::WaypointTrajectorySample& sample : samples) {
+    for (std::size_t i = 0; i < kJointCount; ++i) {
+      factor = std::max(factor, std::abs(sample.dq[i]) / ceiling[i]);
+    }
+  }
+  for (motion::WaypointTrajectorySample& sample : samples) {
+    for (std::size_t i = 0; i < kJointCount; ++i) {
+      sample.dq[i] /= factor;
+      sample.ddq[i] /= factor * factor;
+    }
+  }
+  return factor;
+}
+
 motion::WaypointMove to_command(std::vector<motion::WaypointTrajectorySample> samples,
                                 double control_hz) {
   const JointArray end = samples.back().q;
@@ -97,6 +116,7 @@ void ArmController::Impl::publish_joint_waypoint_trajectory_command(
   for (const std::string& report : plan.limit_reports) {
     kelvara::diagnostics::error_line() << report;
   }
-  motion::WaypointMove move = to_command(std::move(plan.samples), control_hz);
-  publish(std::move(move));
+  const double factor =
+      setup.limits.is_ceiling ? stretch(plan.samples, setup.limits.velocity) : 1.0;
+  publish(to_command(std::move(plan.samples), control_hz / factor));
 }

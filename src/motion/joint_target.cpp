@@ -15,8 +15,8 @@ constexpr double kReferenceGain = 8.0;
 // After this long without a new target the velocity of a stream no longer counts.
 constexpr std::chrono::milliseconds kStreamPatience{100};
 // A joint this close to its target is not under way to it.
-constexpr double kArrivedRad = 1e-4;           // the reference, MIT mode
-constexpr double kArrivedMeasuredRad = 0.02;   // the arm, position/velocity mode
+constexpr double kArrivedRad = 1e-4;          // the reference, MIT mode
+constexpr double kArrivedMeasuredRad = 0.02;  // the arm, position/velocity mode
 
 /// One joint's reference after one period.
 struct Step {
@@ -38,8 +38,7 @@ Step step_reference(std::size_t joint, double target_q, double target_dq, double
   if (!short_of_target) {
     return {target_q, v, 0.0};
   }
-  return {limits.joints.clamp_from(joint, last_q, candidate), v,
-          (v - last_dq) / kControlPeriodS};
+  return {limits.joints.clamp_from(joint, last_q, candidate), v, (v - last_dq) / kControlPeriodS};
 }
 
 double target_of(const JointTarget& command, std::size_t joint, const SetPointLimits& limits) {
@@ -53,8 +52,7 @@ SetPoint follow_reference(const JointTarget& command, const Instant& instant,
   const MitReference& before = instant.reference;
   const JointArray& start = before.mit_ref_initialised ? before.mit_ref_q : instant.measured;
   const JointArray start_dq = before.mit_ref_initialised ? before.mit_ref_dq : JointArray{};
-  const bool stalled =
-      command.is_streamed && instant.now - command.start_time > kStreamPatience;
+  const bool stalled = command.is_streamed && instant.now - command.start_time > kStreamPatience;
   SetPoint point;
   for (std::size_t i = 0; i < kJointCount; ++i) {
     const double target = target_of(command, i, limits);
@@ -77,8 +75,7 @@ SetPoint send_target(const JointTarget& command, const Instant& instant,
   SetPoint point;
   for (std::size_t i = 0; i < kJointCount; ++i) {
     point.q[i] = target_of(command, i, limits);
-    point.moving =
-        point.moving || std::abs(point.q[i] - instant.measured[i]) > kArrivedMeasuredRad;
+    point.moving = point.moving || std::abs(point.q[i] - instant.measured[i]) > kArrivedMeasuredRad;
   }
   point.progress = point.moving ? 0.0 : 1.0;
   point.velocity_limit = limits.velocity;

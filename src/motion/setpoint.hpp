@@ -1,15 +1,12 @@
 #pragma once
 
-#include <chrono>
 #include <optional>
 
 #include "description/joint_limits.hpp"
+#include "motion/clock.hpp"
 
 /// Motion as pure functions of time and state: no lock, no bus, no clock of its own.
 namespace kelvara::motion {
-
-using Clock = std::chrono::steady_clock;
-using TimePoint = Clock::time_point;
 
 /// How a joint target is approached.
 enum class Approach {

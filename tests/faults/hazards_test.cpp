@@ -15,12 +15,12 @@
 
 namespace {
 
-using ::testing::HasSubstr;
 using kelvara::ArmCondition;
 using kelvara::FaultReaction;
 using kelvara::JointArray;
 using kelvara::StopReason;
 using kelvara::damiao_motor::MIT_MODE;
+using ::testing::HasSubstr;
 using Recovery = kelvara::controller::StopFlags::Recovery;
 using Replies = std::vector<canfd_frame>;
 
@@ -83,8 +83,9 @@ TEST(RegisterReplies, OfAnotherProgramsQueriesAreNoAngles) {
     if (k % 10 == 5) {
       move(loop, kTarget, 1.0);  // starts where the arm is measured
     }
-    other.send(parse_frame("7FF#030033090000"
-                           "0000"));
+    other.send(
+        parse_frame("7FF#030033090000"
+                    "0000"));
     loop.cycle(1);
     watch.look();
   }
@@ -175,7 +176,7 @@ TEST(LateLoop, ContinuesTheMoveWhereItWas) {
   move(loop, kTarget, 1.0);
   run(loop, 100, watch);
   loop.now += std::chrono::seconds(10);
-  loop.impl->cycle->skip(std::chrono::seconds(10));
+  loop.impl->cycle->skip(std::chrono::seconds(10), loop.now);
   run(loop, 100, watch);
   EXPECT_NEAR(loop.impl->arm_state().progress, 0.5, 0.01);
   run(loop, 300, watch);

@@ -49,8 +49,9 @@ class KELVARA_EXPORT Kelvara {
   /// microseconds. On a bus that never falls silent it returns once at least 64 frames have been
   /// read and ten time-outs (at least 1 ms) have elapsed. On CAN-FD it drops classic frames.
   void recv_all(int timeout_us);
-  /// Passes every whole frame that a drain reads to `observer`, before its device handles it. Null removes the observer; it must outlive its registration. Call it while
-  /// no other thread drains the bus.
+  /// Passes every whole frame that a drain reads to `observer`, before its device handles it. Null
+  /// removes the observer; it must outlive its registration. Call it while no other thread drains
+  /// the bus.
   void set_frame_observer(FrameObserver* observer) { frame_observer_ = observer; }
 
   // Group commands: the same operation on every registered collection, in order of registration.

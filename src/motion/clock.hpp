@@ -1,0 +1,10 @@
+#pragma once
+
+#include <chrono>
+
+namespace kelvara::motion {
+
+using Clock = std::chrono::steady_clock;
+using TimePoint = Clock::time_point;
+
+}  // namespace kelvara::motion
