@@ -62,7 +62,7 @@ std::string runtime_directory() {
 bool is_private_directory(const std::string& path) { return find_exposure(path).empty(); }
 
 std::string prepare_runtime_directory() {
-  const std::string path = runtime_directory();
+  std::string path = runtime_directory();
   prepare(path);
   return path;
 }
@@ -74,7 +74,7 @@ std::string preload_path(const std::string& library) {
   std::string directory = std::filesystem::absolute(runtime_directory()).string();
   directory = has_separator(directory) ? directory_in("/tmp") : directory;
   prepare(directory);
-  const std::string link =
+  std::string link =
       directory + "/preload-" + std::to_string(std::hash<std::string>()(library)) + ".so";
   const std::string temporary = link + "." + std::to_string(getpid());
   // Renamed, so that a program that starts at the same time never finds the link missing.
