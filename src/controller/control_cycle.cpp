@@ -59,10 +59,7 @@ void ControlCycle::run_steps(TimePoint now) {
   if (parts_.flags.recovery == StopFlags::Recovery::kRunning) {
     step_recovery(has_feedback, now);
   } else {
-    if (has_feedback) {
-      watch_faults(now);
-    }
-    if (parts_.flags.exit_flag) {
+    if (has_feedback && !watch_faults(now)) {
       return;
     }
     command_arm(now);
@@ -136,22 +133,21 @@ void ControlCycle::stop_for_emergency(TimePoint now) {
 
 // ---- Faults ---------------------------------------------------------------
 
-void ControlCycle::watch_faults(TimePoint now) {
+/// @return false after a fault that has disabled the motors.
+bool ControlCycle::watch_faults(TimePoint now) {
   if (parts_.flags.faulted) {
-    return;
+    return true;
   }
   const bool gripper_commanded = gripper_.gripper_command_active || record_.set_point.torque_only;
   const std::optional<Fault> fault = watch_.step(parts_.feedback, now, gripper_commanded);
   if (fault == fault_) {
-    return;
+    return true;
   }
   fault_ = fault;
-  if (fault_) {
-    react(now);
-  }
+  return !fault_ || react(now);
 }
 
-void ControlCycle::react(TimePoint now) {
+bool ControlCycle::react(TimePoint now) {
   const FaultReaction reaction = parts_.setup.on_fault;
   {
     auto line = error_line();
@@ -165,17 +161,18 @@ void ControlCycle::react(TimePoint now) {
                                                 : "; disabling all motors");
   }
   if (reaction == FaultReaction::kReport) {
-    return;
+    return true;
   }
   parts_.flags.faulted = true;
   if (reaction == FaultReaction::kHold) {
     hold_others();
-    return;
+    return true;
   }
   parts_.hardware.disable_all();
   parts_.hardware.recv_all(description::kQuietAfterDisableUs);
   parts_.flags.exit_flag = true;
   publish_state(now);
+  return false;
 }
 
 /// Brakes every joint from where it is commanded to.

@@ -52,8 +52,8 @@ class ControlCycle {
   JointArray start_positions(motion::TimePoint now);
   void report_stale_start(motion::TimePoint now);
   void stop_for_emergency(motion::TimePoint now);
-  void watch_faults(motion::TimePoint now);
-  void react(motion::TimePoint now);
+  bool watch_faults(motion::TimePoint now);
+  bool react(motion::TimePoint now);
   void hold_others();
   void begin_recovery(motion::TimePoint now);
   void step_recovery(bool has_feedback, motion::TimePoint now);
