@@ -71,10 +71,7 @@ void ArmController::cleanup() {
   } catch (...) {  // NOLINT(bugprone-empty-catch)
     // A bus that fails now must not keep the rest from being released.
   }
-  closed_state_ = impl_->arm_state();
-  closed_state_.condition = kelvara::ArmCondition::kClosed;
-  closed_state_.reason = kelvara::StopReason::kClosed;
-  closed_state_.reason_motor = 0;
+  closed_state_ = impl_->closed_state();
   impl_.reset();
 }
 

@@ -13,6 +13,7 @@
 #include "controller/pose_solvers.hpp"
 #include "controller/realtime.hpp"
 #include "controller/startup_failure.hpp"
+#include "controller/state_report.hpp"
 #include "hardware/jaw_geometry.hpp"
 
 #include "diagnostics/line.hpp"
@@ -154,6 +155,15 @@ bool ArmController::Impl::recover() {
   return result == StopFlags::Recovery::kDone;
 }
 
+kelvara::ArmState ArmController::Impl::closed_state() const {
+  kelvara::ArmState snapshot = arm_state();
+  controller::report_motors(snapshot, feedback, kelvara::motion::Clock::now());
+  snapshot.condition = ArmCondition::kClosed;
+  snapshot.reason = kelvara::StopReason::kClosed;
+  snapshot.reason_motor = 0;
+  return snapshot;
+}
+
 kelvara::ArmState ArmController::Impl::arm_state() const {
   kelvara::ArmState snapshot = state.arm_state();
   snapshot.files = files_;
@@ -179,7 +189,8 @@ JointArray ArmController::Impl::clamp_to_limits(const std::vector<double>& q) co
 void ArmController::Impl::publish(kelvara::motion::Command command) {
   if (setup.started_with_options && (flags.faulted || flags.emergency_stop_flag)) {
     const kelvara::ArmState snapshot = state.arm_state();
-    throw std::runtime_error(std::string("ArmController: ") + to_string(snapshot.reason) +
+    throw std::runtime_error(std::string("ArmController: ") +
+                             controller::FaultText(snapshot.reason, snapshot.reason_motor).c_str() +
                              "; call recover() before the next command");
   }
   slot.publish(std::move(command));

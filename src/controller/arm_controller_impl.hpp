@@ -47,6 +47,9 @@ class KELVARA_HIDDEN ArmController::Impl {
   bool recover();
   /// See `ArmController::state`.
   kelvara::ArmState arm_state() const;
+  /// The snapshot after `cleanup()`, with what the motors last answered. Once the threads have
+  /// ended.
+  kelvara::ArmState closed_state() const;
 
   // ---- Commands, from any thread; they expect checked arguments ----
   // After a fault that stopped the arm, one that was started with options refuses them with

@@ -16,6 +16,17 @@ using motion::TimePoint;
 constexpr double kStaleS = 0.05;
 constexpr std::chrono::seconds kForeignReportPeriod{10};
 
+const char* consequence_of(FaultReaction reaction) {
+  switch (reaction) {
+    case FaultReaction::kHold:
+      return "; the others hold";
+    case FaultReaction::kDisable:
+      return "; disabling every motor";
+    default:
+      return "";
+  }
+}
+
 }  // namespace
 
 ControlCycle::ControlCycle(const Parts& parts)
@@ -149,30 +160,18 @@ bool ControlCycle::watch_faults(TimePoint now) {
 
 bool ControlCycle::react(TimePoint now) {
   const FaultReaction reaction = parts_.setup.on_fault;
-  {
-    auto line = error_line();
-    line << "[control_loop] ";
-    if (fault_->motor != 0) {
-      line << "motor " << fault_->motor << ": ";
-    }
-    line << to_string(fault_->reason)
-         << (reaction == FaultReaction::kReport ? ""
-             : reaction == FaultReaction::kHold ? "; the others hold"
-                                                : "; disabling all motors");
-  }
-  if (reaction == FaultReaction::kReport) {
-    return true;
-  }
-  parts_.flags.faulted = true;
+  parts_.flags.faulted = reaction != FaultReaction::kReport;
   if (reaction == FaultReaction::kHold) {
     hold_others();
-    return true;
+  } else if (reaction == FaultReaction::kDisable) {
+    parts_.hardware.disable_all();
+    parts_.hardware.recv_all(description::kQuietAfterDisableUs);
+    parts_.flags.exit_flag = true;
+    publish_state(now);
   }
-  parts_.hardware.disable_all();
-  parts_.hardware.recv_all(description::kQuietAfterDisableUs);
-  parts_.flags.exit_flag = true;
-  publish_state(now);
-  return false;
+  error_line() << "[control_loop] " << FaultText(fault_->reason, fault_->motor).c_str()
+               << consequence_of(reaction);
+  return reaction != FaultReaction::kDisable;
 }
 
 /// Brakes every joint from where it is commanded to.

@@ -1,5 +1,7 @@
 #include "controller/state_report.hpp"
 
+#include <cstdio>
+
 namespace kelvara::controller {
 namespace {
 
@@ -16,6 +18,26 @@ ArmCondition condition_of(const motion::SetPoint& set_point) {
 }
 
 }  // namespace
+
+FaultText::FaultText(StopReason reason, int motor) {
+  const char* subject = motor == 0 ? "" : "joint";
+  const char* predicate = to_string(reason);
+  if (reason == StopReason::kMotorError) {
+    subject = "motor";
+    predicate = "reports an error";
+  } else if (reason == StopReason::kMotorDisabled) {
+    subject = "motor";
+    predicate = "is disabled";
+  } else if (reason == StopReason::kMotorSilent) {
+    subject = "motor";
+    predicate = "does not answer";
+  }
+  if (motor == 0) {
+    std::snprintf(text_.data(), text_.size(), "%s", predicate);
+  } else {
+    std::snprintf(text_.data(), text_.size(), "%s %d %s", subject, motor, predicate);
+  }
+}
 
 void report_motors(ArmState& state, const MotorFeedback& feedback, motion::TimePoint now) {
   for (std::size_t i = 0; i < feedback.motor_count(); ++i) {

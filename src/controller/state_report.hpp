@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <optional>
 
 #include "controller/command_slot.hpp"
@@ -17,6 +18,17 @@ struct ConditionFacts {
   bool stopped_by_monitor = false;
   int overloaded_joint = 0;  // from 1
   std::optional<Fault> fault;
+};
+
+/// A fault in words, without an allocation: "motor 3 is disabled", "joint 2 torque too high for too
+/// long", "no motor answers".
+class FaultText {
+ public:
+  FaultText(StopReason reason, int motor);
+  const char* c_str() const { return text_.data(); }
+
+ private:
+  std::array<char, 64> text_{};
 };
 
 /// Fills the snapshot of one cycle. The counters of others are left alone.

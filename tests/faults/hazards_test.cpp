@@ -242,7 +242,8 @@ TEST_P(FaultReactions, StopTheArmAsAskedAndRecoverWhereItIs) {
     EXPECT_NEAR(loop.true_positions()[0], kTarget[0], 0.02) << "the others continue";
     return;
   }
-  EXPECT_THAT(error_of([&] { move(loop, kTarget, 1.0); }), HasSubstr("recover()"));
+  EXPECT_EQ(error_of([&] { move(loop, kTarget, 1.0); }),
+            "ArmController: motor 3 reports an error; call recover() before the next command");
   if (GetParam() == FaultReaction::kDisable) {
     EXPECT_TRUE(loop.impl->flags.exit_flag);
     EXPECT_FALSE(loop.hardware.arm().motor(0).is_enabled());
