@@ -71,8 +71,8 @@ class KELVARA_EXPORT ArmController {
   kelvara::ArmState state() const;
   /// After a stop of the torque monitor, a motor's error or a silent bus: clears the errors,
   /// enables the motors and holds the arm where it is. Blocks until every motor answers as an
-  /// enabled one, a second at most. Does nothing when there is nothing to recover from. From one
-  /// thread at a time.
+  /// enabled one, a second at most. Does nothing when there is nothing to recover from. Any
+  /// thread.
   /// @return true when the arm holds; false when a motor still reports an error or does not
   ///         answer: see `state()`.
   bool recover();

@@ -43,7 +43,7 @@ class KELVARA_HIDDEN ArmController::Impl {
   /// Signals both threads to end and waits for them. May be called again.
   void request_stop_and_join();
 
-  /// See `ArmController::recover`. From one thread at a time.
+  /// See `ArmController::recover`.
   bool recover();
   /// See `ArmController::state`.
   kelvara::ArmState arm_state() const;

@@ -72,7 +72,7 @@ CommandSnapshot CommandSlot::snapshot(const JointArray& measured, motion::TimePo
   return {command_, number_, gripper_};
 }
 
-std::uint64_t CommandSlot::override_command(const motion::JointTarget& next) {
+std::uint64_t CommandSlot::override_command(const motion::Command& next) {
   const MutexLock lock(command_mutex);
   retire(command_);
   command_ = next;

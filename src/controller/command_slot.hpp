@@ -52,7 +52,7 @@ class CommandSlot {
   void complete(std::uint64_t number, const motion::JointTarget& next)
       KELVARA_EXCLUDES(command_mutex);
   /// Replaces the command whatever it is, from the control thread; returns the new number.
-  std::uint64_t override_command(const motion::JointTarget& next) KELVARA_EXCLUDES(command_mutex);
+  std::uint64_t override_command(const motion::Command& next) KELVARA_EXCLUDES(command_mutex);
 
  private:
   using Plans = std::array<motion::WaypointSamples, 4>;

@@ -174,8 +174,15 @@ bool ControlCycle::react(TimePoint now) {
   return reaction != FaultReaction::kDisable;
 }
 
-/// Brakes every joint from where it is commanded to.
+/// Brakes every joint from where it is commanded to. A floating arm that no longer reports where it
+/// is keeps floating: a hold would pull it back to where it was.
 void ControlCycle::hold_others() {
+  const bool silent = fault_->reason == StopReason::kBusSilent ||
+                      fault_->reason == StopReason::kMotorSilent;
+  if (record_.set_point.torque_only && silent) {
+    hold_number_ = parts_.slot.override_command(motion::FloatKdl{});
+    return;
+  }
   const JointArray q = commanded_.value_or(reader_.measured().q);
   const JointArray dq = commanded_ ? record_.set_point.dq : JointArray{};
   motion::JointTarget target = motion::brake(q, dq, parts_.setup.limits.acceleration);
@@ -215,11 +222,16 @@ void ControlCycle::step_recovery(bool has_feedback, TimePoint now) {
 
 void ControlCycle::end_recovery(Recovery::Progress progress) {
   record_.set_point.reference = {true, hold_q_, JointArray{}};
-  hold_number_ = parts_.slot.override_command({.target_q = hold_q_, .is_hold = true});
+  hold_number_ = parts_.slot.override_command(
+      motion::JointTarget{.target_q = hold_q_, .is_hold = true});
   const bool done = progress == Recovery::Progress::kDone;
   if (done) {
     fault_.reset();
     parts_.flags.faulted = false;
+    error_line() << "[control_loop] recovered: the arm holds where it is";
+  } else {
+    error_line() << "[control_loop] not recovered: motor " << recovery_.missing_motor()
+                 << " does not answer as an enabled one";
   }
   parts_.flags.recovery = done ? StopFlags::Recovery::kDone : StopFlags::Recovery::kFailed;
 }

@@ -51,12 +51,12 @@ void Recovery::restore(std::size_t motor) {
 }
 
 Recovery::Progress Recovery::step(motion::TimePoint now) {
-  bool all_enabled = true;
+  missing_motor_ = 0;
   for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
     if (is_enabled(i, now)) {
       continue;
     }
-    all_enabled = false;
+    missing_motor_ = static_cast<int>(i) + 1;
     if (i == kGripperMotor) {
       hardware_.get_gripper().refresh_all();
     }
@@ -65,7 +65,7 @@ Recovery::Progress Recovery::step(motion::TimePoint now) {
       restore(i);
     }
   }
-  if (all_enabled) {
+  if (missing_motor_ == 0) {
     return Progress::kDone;
   }
   return now < deadline_ ? Progress::kRunning : Progress::kFailed;

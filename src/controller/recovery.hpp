@@ -25,6 +25,8 @@ class Recovery {
   Progress step(motion::TimePoint now);
   /// Whether the motor has been enabled all the time, so that it held its position.
   bool kept_enabled(std::size_t motor) const { return !lost_[motor]; }
+  /// The last motor, from 1, that was not enabled in the last step; 0 for none.
+  int missing_motor() const { return missing_motor_; }
 
  private:
   bool is_enabled(std::size_t motor, motion::TimePoint now) const;
@@ -35,6 +37,7 @@ class Recovery {
   const MotorFeedback& feedback_;
   motion::TimePoint deadline_{};
   std::bitset<kMotorCount> lost_;
+  int missing_motor_ = 0;
 };
 
 /// The collection that holds a motor, and its index there.

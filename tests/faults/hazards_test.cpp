@@ -263,6 +263,17 @@ TEST_P(FaultReactions, StopTheArmAsAskedAndRecoverWhereItIs) {
   }
 }
 
+TEST(FloatingArm, ThatNoLongerReportsWhereItIsKeepsFloating) {
+  ClosedLoop loop(kelvara::ArmOptions{}, kTarget);
+  run(loop, 10);
+  loop.impl->publish_kdl_gravity_comp_command();
+  run(loop, 10);
+  loop.hardware.change_replies([](Replies& replies) { replies.clear(); });
+  run(loop, 100);
+  EXPECT_EQ(loop.impl->arm_state().condition, ArmCondition::kBusSilent);
+  EXPECT_TRUE(loop.hardware.arm().floats());
+}
+
 INSTANTIATE_TEST_SUITE_P(Each, FaultReactions,
                          ::testing::Values(FaultReaction::kReport, FaultReaction::kHold,
                                            FaultReaction::kDisable));
