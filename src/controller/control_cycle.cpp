@@ -14,7 +14,6 @@ using motion::TimePoint;
 
 // Feedback older than this is no place to start a motion from.
 constexpr double kStaleS = 0.05;
-constexpr std::chrono::seconds kForeignReportPeriod{10};
 
 const char* consequence_of(FaultReaction reaction) {
   switch (reaction) {
@@ -40,7 +39,6 @@ void ControlCycle::begin(TimePoint start) {
   sender_.begin(start);
   watch_.begin(start);
   next_clip_report = start;
-  next_foreign_report_ = start;
 }
 
 void ControlCycle::run_cycle(TimePoint now) {
@@ -76,7 +74,7 @@ void ControlCycle::run_steps(TimePoint now) {
     command_arm(now);
   }
   report_clipping(now);
-  report_other_program(now);
+  report_bus(now);
   publish_state(now);
 }
 
@@ -250,16 +248,17 @@ void ControlCycle::report_clipping(TimePoint now) {
   next_clip_report = now + description::kClipReportPeriod;
 }
 
-void ControlCycle::report_other_program(TimePoint now) {
-  const std::uint64_t count = parts_.feedback.foreign_commands();
-  if (count == reported_foreign_commands_ || now < next_foreign_report_) {
-    return;
+void ControlCycle::report_bus(TimePoint now) {
+  if (const auto frames = foreign_report_.due(parts_.feedback.foreign_commands(), now)) {
+    error_line() << "[control_loop] another program commands motor "
+                 << parts_.feedback.foreign_motor() << " on this interface: " << frames
+                 << " frames";
   }
-  error_line() << "[control_loop] another program commands motor "
-               << parts_.feedback.foreign_motor()
-               << " on this interface: " << count - reported_foreign_commands_ << " frames";
-  reported_foreign_commands_ = count;
-  next_foreign_report_ = now + kForeignReportPeriod;
+  if (const auto frames =
+          refused_report_.due(parts_.hardware.get_socket().refused_frames(), now)) {
+    error_line() << "[control_loop] the interface has refused " << frames
+                 << " frames: its transmit queue is full, or it is down";
+  }
 }
 
 void ControlCycle::publish_state(TimePoint now) {

@@ -7,6 +7,7 @@
 #include "controller/command_sender.hpp"
 #include "controller/fault_watch.hpp"
 #include "controller/feedback_reader.hpp"
+#include "controller/occasional_report.hpp"
 #include "controller/recovery.hpp"
 #include "controller/state_report.hpp"
 #include "controller/stop_flags.hpp"
@@ -59,7 +60,7 @@ class ControlCycle {
   void step_recovery(bool has_feedback, motion::TimePoint now);
   void end_recovery(Recovery::Progress progress);
   void report_clipping(motion::TimePoint now);
-  void report_other_program(motion::TimePoint now);
+  void report_bus(motion::TimePoint now);
   void publish_state(motion::TimePoint now);
 
   Parts parts_;
@@ -79,9 +80,9 @@ class ControlCycle {
   JointArray hold_q_{};                 // while recovering
   std::uint64_t tau_clipped_count = 0;  // since the last report
   std::uint64_t late_cycles_ = 0;
-  std::uint64_t reported_foreign_commands_ = 0;
+  OccasionalReport foreign_report_;
+  OccasionalReport refused_report_;
   motion::TimePoint next_clip_report{};
-  motion::TimePoint next_foreign_report_{};
 };
 
 }  // namespace kelvara::controller
