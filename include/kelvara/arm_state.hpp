@@ -36,15 +36,13 @@ enum class StopReason {
 /// The names in plain words, for example "stopped by the torque monitor"; never null.
 KELVARA_EXPORT const char* to_string(ArmCondition condition);
 KELVARA_EXPORT const char* to_string(StopReason reason);
-/// The name of a motor's state code, for example "Enabled" or "Over-voltage"; never null.
-KELVARA_EXPORT const char* motor_error_name(int error_code);
 
 /// What one motor last reported.
 struct MotorState {
   bool answered = false;  // since the controller was constructed
   double feedback_age_s = std::numeric_limits<double>::infinity();
   int error_code = 0;                    // 0 disabled, 1 enabled, 8 and above an error
-  const char* error_name = "No answer";  // `motor_error_name(error_code)` once it has answered
+  const char* error_name = "No answer";  // of the code, once it has answered
   int mos_temperature = 0;               // of the driver, degrees Celsius
   int rotor_temperature = 0;             // degrees Celsius
 };

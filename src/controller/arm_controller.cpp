@@ -18,37 +18,44 @@ void keep_for_ever(std::unique_ptr<ArmController::Impl> impl) {
   kept.push_back(std::move(impl));
 }
 
+void go_home(ArmController::Impl& impl) {
+  const kelvara::JointArray& home = kelvara::description::kHomePose;
+  impl.publish_joint_trajectory_command({home.begin(), home.end()},
+                                        kelvara::description::kHomingTimeS);
+}
+
+/// The end of a constructor: when it fails, the motors are switched off.
+template <typename Start>
+void or_clean_up(ArmController& arm, Start start) {
+  try {
+    start();
+  } catch (...) {
+    arm.cleanup();
+    throw;
+  }
+}
+
 }  // namespace
 
 ArmController::ArmController(bool with_gripper, const std::string& can_interface, bool bus_flag,
                              kelvara::damiao_motor::ControlMode mode)
     : impl_(std::make_unique<Impl>(can_interface, bus_flag, this, with_gripper, mode)) {
-  try {
+  or_clean_up(*this, [this] {
     impl_->publish_gripper_distance_command(0.0);
     impl_->start_two_thread();
-    const kelvara::JointArray& home = kelvara::description::kHomePose;
-    impl_->publish_joint_trajectory_command({home.begin(), home.end()},
-                                            kelvara::description::kHomingTimeS);
-  } catch (...) {
-    cleanup();
-    throw;
-  }
+    go_home(*impl_);
+  });
 }
 
 ArmController::ArmController(const kelvara::ArmOptions& options)
     : impl_(std::make_unique<Impl>(options)) {
-  try {
+  or_clean_up(*this, [this, &options] {
     impl_->publish_hold();
     impl_->start_two_thread();
     if (options.go_home) {
-      const kelvara::JointArray& home = kelvara::description::kHomePose;
-      impl_->publish_joint_trajectory_command({home.begin(), home.end()},
-                                              kelvara::description::kHomingTimeS);
+      go_home(*impl_);
     }
-  } catch (...) {
-    cleanup();
-    throw;
-  }
+  });
 }
 
 ArmController::~ArmController() {

@@ -44,29 +44,4 @@ const char* to_string(StopReason reason) {
   return "unknown";
 }
 
-const char* motor_error_name(int error_code) {
-  switch (error_code) {
-    case 0x0:
-      return "Disabled";
-    case 0x1:
-      return "Enabled";
-    case 0x8:
-      return "Over-voltage";
-    case 0x9:
-      return "Under-voltage";
-    case 0xA:
-      return "Over-current";
-    case 0xB:
-      return "MOS over-temperature";
-    case 0xC:
-      return "Coil over-temperature";
-    case 0xD:
-      return "Communication lost";
-    case 0xE:
-      return "Overload";
-    default:
-      return "Unknown/Reserved";
-  }
-}
-
 }  // namespace kelvara

@@ -8,7 +8,6 @@
 #include "controller/motor_parameters.hpp"
 #include "controller/recovery.hpp"
 #include "controller/startup_failure.hpp"
-#include "kelvara/arm_state.hpp"
 
 #include "description/arm_facts.hpp"
 #include "description/classic_stream.hpp"
@@ -138,7 +137,8 @@ std::string BringUp::defect_of(std::size_t motor) const {
     return "does not answer; its angle reads as zero";
   }
   if (sample.state.error_code != kEnabled) {
-    return std::string("is not enabled: ") + motor_error_name(sample.state.error_code);
+    return std::string("is not enabled: ") +
+           damiao_motor::motor_error_name(sample.state.error_code);
   }
   if (sample.timeout != description::kMotorTimeout) {
     return "has not confirmed its time-out";

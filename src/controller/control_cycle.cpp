@@ -175,8 +175,8 @@ bool ControlCycle::react(TimePoint now) {
 /// Brakes every joint from where it is commanded to. A floating arm that no longer reports where it
 /// is keeps floating: a hold would pull it back to where it was.
 void ControlCycle::hold_others() {
-  const bool silent = fault_->reason == StopReason::kBusSilent ||
-                      fault_->reason == StopReason::kMotorSilent;
+  const bool silent =
+      fault_->reason == StopReason::kBusSilent || fault_->reason == StopReason::kMotorSilent;
   if (record_.set_point.torque_only && silent) {
     hold_number_ = parts_.slot.override_command(motion::FloatKdl{});
     return;
@@ -220,8 +220,8 @@ void ControlCycle::step_recovery(bool has_feedback, TimePoint now) {
 
 void ControlCycle::end_recovery(Recovery::Progress progress) {
   record_.set_point.reference = {true, hold_q_, JointArray{}};
-  hold_number_ = parts_.slot.override_command(
-      motion::JointTarget{.target_q = hold_q_, .is_hold = true});
+  hold_number_ =
+      parts_.slot.override_command(motion::JointTarget{.target_q = hold_q_, .is_hold = true});
   const bool done = progress == Recovery::Progress::kDone;
   if (done) {
     fault_.reset();
@@ -254,8 +254,7 @@ void ControlCycle::report_bus(TimePoint now) {
                  << parts_.feedback.foreign_motor() << " on this interface: " << frames
                  << " frames";
   }
-  if (const auto frames =
-          refused_report_.due(parts_.hardware.get_socket().refused_frames(), now)) {
+  if (const auto frames = refused_report_.due(parts_.hardware.get_socket().refused_frames(), now)) {
     error_line() << "[control_loop] the interface has refused " << frames
                  << " frames: its transmit queue is full, or it is down";
   }

@@ -46,7 +46,7 @@ void report_motors(ArmState& state, const MotorFeedback& feedback, motion::TimeP
       state.motors[i] = {true,
                          feedback.age_s(i, now),
                          sample.state.error_code,
-                         motor_error_name(sample.state.error_code),
+                         damiao_motor::motor_error_name(sample.state.error_code),
                          sample.state.t_mos,
                          sample.state.t_rotor};
     }

@@ -14,31 +14,6 @@
 namespace kelvara::damiao_motor {
 namespace {
 
-const char* error_text(int code) {
-  switch (code) {
-    case 0x0:
-      return "Disabled";
-    case 0x1:
-      return "Enabled";
-    case 0x8:
-      return "Over-voltage";
-    case 0x9:
-      return "Under-voltage";
-    case 0xA:
-      return "Over-current";
-    case 0xB:
-      return "MOS over-temperature";
-    case 0xC:
-      return "Coil over-temperature";
-    case 0xD:
-      return "Communication lost";
-    case 0xE:
-      return "Overload";
-    default:
-      return "Unknown/Reserved";
-  }
-}
-
 /// Stores the code as the motor's last one; true when it differs from the one before (`old_code`).
 bool exchange_error_code(unsigned master_id, int new_code, int& old_code) {
   // The key is the identifier alone: controllers on different buses share entries, and their
@@ -61,7 +36,7 @@ void maybe_report_motor_error(const Motor& motor, const StateResult& state) {
   diagnostics::error_line() << "[DM ERR] recv_id=0x" << std::hex << motor.master_id << std::dec
                             << " feedback_id=" << state.feedback_id << std::hex << " ERR: 0x"
                             << old_code << " -> 0x" << state.error_code << std::dec << " ("
-                            << error_text(state.error_code) << ") t_mos=" << state.t_mos
+                            << motor_error_name(state.error_code) << ") t_mos=" << state.t_mos
                             << " t_rotor=" << state.t_rotor;
 }
 

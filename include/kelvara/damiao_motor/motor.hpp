@@ -48,4 +48,7 @@ class KELVARA_EXPORT Motor {
   std::map<int, double> temp_params;  // register -> last value read back
 };
 
+/// The name of a motor's state code, for example "Enabled" or "Over-voltage"; never null.
+KELVARA_EXPORT const char* motor_error_name(int error_code);
+
 }  // namespace kelvara::damiao_motor
