@@ -4,24 +4,28 @@
 // kinematics.payload.mass in robot_kinematics.yaml to the mass that is mounted, 0 for none, or else
 // the floating arm rises or sinks. A line at start reports a payload without a gripper.
 // Usage: gravity_compensation INTERFACE
-#include <chrono>
 #include <exception>
 #include <iostream>
-#include <thread>
 
 #include <kelvara/arm_controller.hpp>
+
+#include "interrupt.hpp"
 
 int main(int argc, char** argv) {
   if (argc != 2) {
     std::cerr << "usage: gravity_compensation INTERFACE\n";
     return 2;
   }
+  kelvara::ArmOptions options;
+  options.interface = argv[1];
+  options.go_home = true;  // in 2 s
   try {
-    ArmController arm(false, argv[1], false, kelvara::damiao_motor::MIT_MODE);
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // the arm goes home
+    interrupt::catch_signals();
+    ArmController arm(options);
+    interrupt::wait(arm, 2.5);
     arm.identify_gravity_compensation();
     for (int second = 1; second <= 10; ++second) {
-      std::this_thread::sleep_for(std::chrono::seconds(1));
+      interrupt::wait(arm, 1.0);
       std::cout << second << " s: " << arm.get_joint().transpose() << " rad" << std::endl;
     }
   } catch (const std::exception& error) {

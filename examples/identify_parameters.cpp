@@ -13,7 +13,6 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <Eigen/Core>
@@ -22,11 +21,11 @@
 
 #include "identification/least_squares.hpp"
 #include "identification/motion.hpp"
+#include "interrupt.hpp"
 
 namespace {
 
 using namespace identification;
-using Clock = std::chrono::steady_clock;
 constexpr double kWaypointS = 1.2;      // from one waypoint to the next, on average
 constexpr double kArrivedWithin = 0.1;  // rad
 
@@ -53,27 +52,25 @@ bool same_feedback(const Sample& a, const Sample& b) {
   return a.q == b.q && a.dq == b.dq && a.torque == b.torque;
 }
 
-/// Moves through random waypoints and records each new feedback. The three queries of one sample
-/// are separate, so a sample counts only once it was read twice: its parts belong to one feedback
-/// then.
+Sample sample_of(const kelvara::ArmState& state) {
+  return {state.time_s, Joints(state.q.data()), Joints(state.dq.data()), Joints(state.tau.data())};
+}
+
+/// Moves through random waypoints and records each new feedback.
 std::vector<Sample> record_motion(ArmController& arm, const std::string& name, unsigned seed,
                                   int duration_s) {
   const auto waypoints = draw_waypoints(seed, static_cast<int>(duration_s / kWaypointS));
   arm.move_joint_waypoints(waypoints, duration_s, 0.0, 400.0);
   std::vector<Sample> samples;
-  Sample seen{};
-  const auto start = Clock::now();
+  const auto start = interrupt::Clock::now();
   for (int tick = 0; tick < 1000 * duration_s; ++tick) {
     if (tick % 2000 == 0) {
       std::cout << name << ": " << tick / 1000 << " of " << duration_s << " s" << std::endl;
     }
-    std::this_thread::sleep_until(start + std::chrono::milliseconds(tick));
-    const double t = std::chrono::duration<double>(Clock::now() - start).count();
-    const Sample now{t, arm.get_joint(), arm.get_joint_velocities(), arm.get_joint_torques()};
-    if (!same_feedback(now, seen)) {
-      seen = now;
-    } else if (samples.empty() || !same_feedback(seen, samples.back())) {
-      samples.push_back(seen);
+    interrupt::wait_until(arm, start + std::chrono::milliseconds(tick));
+    const Sample sample = sample_of(arm.state());
+    if (samples.empty() || !same_feedback(sample, samples.back())) {
+      samples.push_back(sample);
     }
   }
   const Joints goal = Eigen::Map<const Joints>(waypoints.back().data());
@@ -123,14 +120,18 @@ void write_csv(std::ostream& file, const Motion& motion, const Rows& predicted) 
 }
 
 void identify(const std::string& interface, const std::string& csv) {
+  kelvara::ArmOptions options;
+  options.interface = interface;
+  options.go_home = true;  // in 2 s
   std::ofstream file(csv);
   if (!file) {
     throw std::runtime_error("cannot write " + csv);
   }
   std::vector<Sample> first, second;
   {
-    ArmController arm(false, interface, false, kelvara::damiao_motor::MIT_MODE);
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // the arm goes home
+    interrupt::catch_signals();
+    ArmController arm(options);
+    interrupt::wait(arm, 2.5);
     first = record_motion(arm, "identification", 1, 24);
     second = record_motion(arm, "validation", 2, 16);
   }

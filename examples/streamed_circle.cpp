@@ -6,31 +6,36 @@
 #include <cmath>
 #include <exception>
 #include <iostream>
-#include <thread>
 #include <vector>
 
 #include <kelvara/arm_controller.hpp>
+
+#include "interrupt.hpp"
 
 int main(int argc, char** argv) {
   if (argc != 2) {
     std::cerr << "usage: streamed_circle INTERFACE\n";
     return 2;
   }
+  kelvara::ArmOptions options;
+  options.interface = argv[1];
+  options.go_home = true;  // in 2 s
   try {
     using Clock = std::chrono::steady_clock;
     constexpr double kRadius = 0.05;    // m
     constexpr double kFrequency = 0.5;  // turns a second
     const std::vector<double> level{0.0, 0.0, 0.0};
-    ArmController arm(false, argv[1], false, kelvara::damiao_motor::MIT_MODE);
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // the arm goes home
+    interrupt::catch_signals();
+    ArmController arm(options);
+    interrupt::wait(arm, 2.5);
     arm.set_end_effector_pose({0.50 + kRadius, 0.0, 0.30}, level, 2.0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    interrupt::wait(arm, 2.5);
 
     const auto start = Clock::now();
     double worst = 0.0;  // distance from the circle after the first half turn
     for (auto next = start; next < start + std::chrono::seconds(4);
          next += std::chrono::milliseconds(5)) {
-      std::this_thread::sleep_until(next);
+      interrupt::wait_until(arm, next);
       const double t = std::chrono::duration<double>(next - start).count();
       const double angle = 2.0 * M_PI * kFrequency * t;
       arm.set_end_effector_pose_raw(

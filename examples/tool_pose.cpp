@@ -1,29 +1,30 @@
 // Shows poses of the tool: a timed move to one, then inverse kinematics for three more and one
 // smooth move through their joint angles.
 // Usage: tool_pose INTERFACE
-#include <chrono>
 #include <exception>
 #include <iomanip>
 #include <iostream>
-#include <thread>
 #include <vector>
 
 #include <kelvara/arm_controller.hpp>
+
+#include "interrupt.hpp"
 
 int main(int argc, char** argv) {
   if (argc != 2) {
     std::cerr << "usage: tool_pose INTERFACE\n";
     return 2;
   }
+  kelvara::ArmOptions options;
+  options.interface = argv[1];
+  options.go_home = true;  // in 2 s
   try {
-    const auto wait = [](double seconds) {
-      std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-    };
     const std::vector<double> level{0.0, 0.0, 0.0};  // roll, pitch, yaw in rad
-    ArmController arm(false, argv[1], false, kelvara::damiao_motor::MIT_MODE);
-    wait(2.5);                                                         // the arm goes home
+    interrupt::catch_signals();
+    ArmController arm(options);
+    interrupt::wait(arm, 2.5);
     arm.set_end_effector_pose({0.50, 0.15, 0.30}, level, /*tf=*/2.0);  // m; s
-    wait(2.5);
+    interrupt::wait(arm, 2.5);
 
     // Each pose is solved from the one before, so that the joints stay on one branch.
     std::vector<std::vector<double>> joints;
@@ -37,7 +38,7 @@ int main(int argc, char** argv) {
       joints.push_back(*solution);
     }
     arm.move_joint_waypoints(joints, /*time_sec=*/2.0, /*speed_percent=*/0.0, /*control_hz=*/400.0);
-    wait(2.5);
+    interrupt::wait(arm, 2.5);
     const auto pose = arm.get_end_effector_pose();
     std::cout << std::fixed << std::setprecision(3) << "tool at " << pose[0] << ", " << pose[1]
               << ", " << pose[2] << " m\n";

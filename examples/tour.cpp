@@ -11,10 +11,11 @@
 #include <iostream>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <kelvara/arm_controller.hpp>
+
+#include "interrupt.hpp"
 
 namespace {
 
@@ -34,10 +35,6 @@ const std::vector<Joints> kWaypoints{{0.4, 0.2, -0.2, 0.3, 0.0, 0.0},
                                      {0.6, 0.4, 0.1, 0.0, 0.3, 0.5},
                                      {0.0, 0.6, -0.6, 0.3, 0.0, 0.0}};
 
-void sleep_s(double seconds) {
-  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-}
-
 double largest_difference(const Eigen::VectorXd& a, const Eigen::VectorXd& b) {
   return (a - b).cwiseAbs().maxCoeff();
 }
@@ -53,10 +50,10 @@ struct Row {
 
 class Tour {
  public:
-  Tour(const std::string& interface, bool can_fd, kelvara::damiao_motor::ControlMode mode)
-      : floats_(mode == kelvara::damiao_motor::MIT_MODE) {
+  explicit Tour(const kelvara::ArmOptions& options)
+      : floats_(options.mode == kelvara::damiao_motor::MIT_MODE) {
     announce("home, in 2 s");
-    arm_ = std::make_unique<ArmController>(/*with_gripper=*/true, interface, can_fd, mode);
+    arm_ = std::make_unique<ArmController>(options);
     sleep_s(2.5);
     note_joints("home", kHome);
   }
@@ -75,6 +72,8 @@ class Tour {
   }
 
  private:
+  void sleep_s(double seconds) { interrupt::wait(*arm_, seconds); }
+
   void announce(const std::string& what) {
     const double now = std::chrono::duration<double>(Clock::now() - start_).count();
     std::printf("[tour %6.2f s] %d of %d: %s\n", now, ++step_, floats_ ? 9 : 8, what.c_str());
@@ -147,7 +146,7 @@ class Tour {
     double from_plane = 0.0;
     for (auto next = begin; next < begin + std::chrono::seconds(6);
          next += std::chrono::milliseconds(5)) {
-      std::this_thread::sleep_until(next);
+      interrupt::wait_until(*arm_, next);
       const double turns = kTurnsPerSecond * std::chrono::duration<double>(next - begin).count();
       const double angle = 2.0 * M_PI * turns;
       arm_->set_end_effector_pose_raw(
@@ -232,20 +231,23 @@ class Tour {
 }  // namespace
 
 int main(int argc, char** argv) {
-  bool can_fd = false;
-  auto mode = kelvara::damiao_motor::MIT_MODE;
+  kelvara::ArmOptions options;
+  options.with_gripper = true;
+  options.go_home = true;
   bool usable = argc > 1 && argv[1][0] != '-';
-  for (const std::string& option : std::vector<std::string>(argv + (usable ? 2 : 1), argv + argc)) {
-    can_fd = can_fd || option == "--fd";
-    mode = option == "--pos-vel" ? kelvara::damiao_motor::POS_VEL_MODE : mode;
-    usable = usable && (option == "--fd" || option == "--pos-vel");
+  for (const std::string& word : std::vector<std::string>(argv + (usable ? 2 : 1), argv + argc)) {
+    options.can_fd = options.can_fd || word == "--fd";
+    options.mode = word == "--pos-vel" ? kelvara::damiao_motor::POS_VEL_MODE : options.mode;
+    usable = usable && (word == "--fd" || word == "--pos-vel");
   }
   if (!usable) {
     std::cerr << "usage: tour INTERFACE [--fd] [--pos-vel]\n";
     return 2;
   }
+  options.interface = argv[1];
   try {
-    Tour(argv[1], can_fd, mode).run();
+    interrupt::catch_signals();
+    Tour(options).run();
   } catch (const std::exception& error) {
     std::cerr << "tour: " << error.what() << '\n';
     return 1;

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <thread>
+#include <vector>
+
+#include <kelvara/arm_controller.hpp>
+
+/// Ctrl-C (SIGINT) and SIGTERM in the examples: the arm comes to rest before its motors are
+/// disabled. Call `catch_signals` first, and wait with the functions below.
+namespace interrupt {
+
+using Clock = std::chrono::steady_clock;
+
+inline std::atomic<int> received_signal{0};
+
+/// From now on a signal only sets a flag, which the waits check.
+inline void catch_signals() {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    std::signal(signal, [](int number) { received_signal = number; });
+  }
+}
+
+/// Brings the arm to rest where it is, disables the motors and ends the program with status
+/// 128 + signal: 130 after Ctrl-C.
+[[noreturn]] inline void stop(ArmController& arm) {
+  std::cerr << "interrupted: the arm stops, then it sinks\n";
+  kelvara::ArmState state = arm.state();
+  if (state.reason == kelvara::StopReason::kNone) {  // otherwise it has stopped already
+    arm.set_joint({state.q.begin(), state.q.end()}, 0.5);
+    const auto moves = [&state] {
+      bool any = state.condition != kelvara::ArmCondition::kHolding;
+      for (const double dq : state.dq) {
+        any = any || std::abs(dq) > 0.05;  // rad/s
+      }
+      return any;
+    };
+    const auto end = Clock::now() + std::chrono::seconds(2);
+    do {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      state = arm.state();
+    } while (moves() && Clock::now() < end);
+  }
+  arm.cleanup();
+  std::exit(128 + received_signal);  // NOLINT(concurrency-mt-unsafe): no other thread is left
+}
+
+/// Waits until `time`, or stops the arm and ends the program at a signal.
+inline void wait_until(ArmController& arm, Clock::time_point time) {
+  while (received_signal == 0 && Clock::now() < time) {
+    std::this_thread::sleep_until(std::min(time, Clock::now() + std::chrono::milliseconds(10)));
+  }
+  if (received_signal != 0) {
+    stop(arm);
+  }
+}
+
+inline void wait(ArmController& arm, double seconds) {
+  wait_until(arm, Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                     std::chrono::duration<double>(seconds)));
+}
+
+}  // namespace interrupt
