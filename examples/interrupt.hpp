@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <thread>
-#include <vector>
 
 #include <kelvara/arm_controller.hpp>
 
@@ -32,20 +31,17 @@ inline void catch_signals() {
 [[noreturn]] inline void stop(ArmController& arm) {
   std::cerr << "interrupted: the arm stops, then it sinks\n";
   kelvara::ArmState state = arm.state();
-  if (state.reason == kelvara::StopReason::kNone) {  // otherwise it has stopped already
+  if (state.reason == kelvara::StopReason::kNone) {  // after a fault, it takes no commands
     arm.set_joint({state.q.begin(), state.q.end()}, 0.5);
-    const auto moves = [&state] {
-      bool any = state.condition != kelvara::ArmCondition::kHolding;
-      for (const double dq : state.dq) {
-        any = any || std::abs(dq) > 0.05;  // rad/s
-      }
-      return any;
-    };
-    const auto end = Clock::now() + std::chrono::seconds(2);
-    do {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-      state = arm.state();
-    } while (moves() && Clock::now() < end);
+  }
+  const auto end = Clock::now() + std::chrono::seconds(2);
+  bool moves = true;
+  while (moves && Clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    state = arm.state();
+    moves = state.condition == kelvara::ArmCondition::kMoving ||
+            std::any_of(state.dq.begin(), state.dq.end(),
+                        [](double dq) { return std::abs(dq) > 0.05; });  // rad/s
   }
   arm.cleanup();
   std::exit(128 + received_signal);  // NOLINT(concurrency-mt-unsafe): no other thread is left
