@@ -123,6 +123,8 @@ TEST(ArmControllerWithOptions, HoldsReportsItsStateAndIsClosedAfterCleanup) {
   kelvara::ArmOptions options;
   options.interface = TestBus::kInterface;
   options.with_gripper = true;
+  // A machine that stands still for 0.1 s makes the motors silent.
+  options.on_fault = kelvara::FaultReaction::kReport;
   ArmController arm(options);
   const auto reaches = [&](kelvara::ArmCondition condition) {
     return eventually([&] { return arm.state().condition == condition; });
