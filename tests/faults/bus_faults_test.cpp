@@ -165,12 +165,27 @@ void move_through(ClosedLoop& loop, const Fault& fault, CommandWatch& watch) {
   }
 }
 
-// MIT mode on classic CAN, position/velocity mode on CAN-FD.
-struct BusFaults : ::testing::TestWithParam<std::tuple<Fault, ControlMode>> {};
+/// The motors' torque lifts an unknown load slowly.
+void settle(ClosedLoop& loop) {
+  for (int k = 0; k < 400; ++k) {
+    loop.cycle();
+  }
+}
+
+/// MIT mode on classic CAN, with and without a load that the model does not know; position/velocity
+/// mode on CAN-FD.
+struct Drive {
+  const char* name;
+  ControlMode mode;
+  double load_kg;
+  double sag;  // rad, that the load bends the joints by
+};
+
+struct BusFaults : ::testing::TestWithParam<std::tuple<Fault, Drive>> {};
 
 TEST_P(BusFaults, TheArmCarriesOnWithoutAJumpOrIsBroughtBack) {
-  const auto& [fault, mode] = GetParam();
-  ClosedLoop loop(mode, {}, mode == POS_VEL_MODE);
+  const auto& [fault, drive] = GetParam();
+  ClosedLoop loop(drive.mode, {}, drive.mode == POS_VEL_MODE, drive.load_kg);
   CommandWatch watch(JointArray{});
   move_through(loop, fault, watch);
   EXPECT_FALSE(loop.impl->flags.exit_flag);
@@ -184,24 +199,28 @@ TEST_P(BusFaults, TheArmCarriesOnWithoutAJumpOrIsBroughtBack) {
   } else {
     EXPECT_FALSE(loop.hardware.arm().motor(kFaultyMotor).is_enabled())
         << "nothing enables it again";
-    loop.make_controller(mode);
+    loop.make_controller(drive.mode);
     const Fault none{"", [](ClosedLoop&) {}, [](ClosedLoop&) {}};
     CommandWatch second_watch;
     move_through(loop, none, second_watch);
     EXPECT_LT(second_watch.largest_step(), 1.1 * kPeakRate * 3.0 * cycle_s) << "from where it sank";
+    settle(loop);
   }
-  EXPECT_LT(distance_from_target(loop), 0.02);
+  EXPECT_LT(distance_from_target(loop), 0.02 + drive.sag);
 }
 
 std::string case_name(const ::testing::TestParamInfo<BusFaults::ParamType>& chosen) {
-  const auto& [fault, mode] = chosen.param;
-  return std::string(fault.name) + (mode == MIT_MODE ? "_mit" : "_pos_vel");
+  const auto& [fault, drive] = chosen.param;
+  return std::string(fault.name) + drive.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(InMotion, BusFaults,
-                         ::testing::Combine(::testing::ValuesIn(faults()),
-                                            ::testing::Values(MIT_MODE, POS_VEL_MODE)),
-                         case_name);
+INSTANTIATE_TEST_SUITE_P(
+    InMotion, BusFaults,
+    ::testing::Combine(::testing::ValuesIn(faults()),
+                       ::testing::Values(Drive{"_mit", MIT_MODE, 0.0, 0.0},
+                                         Drive{"_mit_loaded", MIT_MODE, 1.5, 0.15},
+                                         Drive{"_pos_vel", POS_VEL_MODE, 0.0, 0.0})),
+    case_name);
 
 struct MotorErrors : ::testing::TestWithParam<std::pair<unsigned, std::string>> {};
 
