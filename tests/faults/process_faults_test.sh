@@ -22,16 +22,17 @@ rough_session() {
   sleep 0.3
   cp "$work/arm" "$work/arm_then"
   "$program" "$interface" home >"$work/again" 2>&1
-  kill "$arm"
+  kill $(jobs -p) 2>/dev/null
 }
 nothing() { :; }
 kill_it() { kill -KILL "$1"; }
-stop_it_for_a_second() {
+stop_it_for_ten_seconds() {
+  candump -L -r 16777216 "$interface" >"$work/log" &
   kill -STOP "$1"
-  sleep 1
+  sleep 10
   kill -CONT "$1"
 }
-export -f rough_session nothing kill_it stop_it_for_a_second
+export -f rough_session nothing kill_it stop_it_for_ten_seconds
 
 # check_case NAME MODE ACTION STATUS PATTERN...: checks the application's status and the patterns in the
 # output of the arm and the application (a pattern that begins with ! must not match).
@@ -53,10 +54,24 @@ check_case() {
   echo "$name: checked"
 }
 
+# check_backlog: 240 commands are due in the first 100 ms after the stop; those of the ten seconds before it
+# must not be sent.
+check_backlog() {
+  local count
+  count=$(awk -F '[() #]+' '$4 ~ /^00[1-6]$/ {
+      if ($2 - last > 5) start = $2
+      if (start && $2 < start + 0.1) count++
+      last = $2
+    } END { print count + 0 }' "$work/log")
+  [[ $count -gt 0 && $count -le 300 ]] || failed "stopped: $count commands in the first 100 ms" "$work/log"
+  echo "stopped: $count commands in the first 100 ms"
+}
+
 watch_pauses
 disabled="motors 1-6 error 0xD"
 check_case killed wait kill_it 137 "$disabled"
-check_case stopped wait stop_it_for_a_second 0 "$disabled" "joint 6 at"
+check_case stopped wait stop_it_for_ten_seconds 0 "$disabled" "joint 6 at"
+check_backlog
 check_case threw throw nothing 134 "$disabled"
 check_case exited exit nothing 3 "$disabled"
 check_case thread-ended end nothing 0 "!$disabled" "joint 6 at 0.\(79\|80\)"

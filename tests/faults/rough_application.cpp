@@ -37,7 +37,9 @@ int main(int argc, char** argv) {
       std::exit(3);
     }
   }).join();
-  wait(3000);
+  for (int k = 0; k < 30; ++k) {  // short waits: they go on after the process was stopped
+    wait(100);
+  }
   std::cout << "joint 6 at " << arm->get_joint()[5] << std::endl;
   delete arm;
 }
