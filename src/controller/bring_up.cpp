@@ -25,6 +25,7 @@ using description::kQuietAfterCommandUs;
 constexpr std::chrono::milliseconds kFirstStatesPatience{20};
 constexpr std::chrono::milliseconds kListenTime{50};
 constexpr int kListenQuietUs = 1000;
+constexpr int kQuietAfterAskingUs = 1000;
 constexpr std::chrono::milliseconds kQueuePause{20};
 constexpr int kDisabled = 0;
 constexpr int kEnabled = 1;
@@ -170,9 +171,9 @@ void BringUp::ask_again(std::size_t motor) {
 }
 
 /// @return whether every motor is ready.
-bool BringUp::drain() {
+bool BringUp::drain(int quiet_us) {
   feedback_.begin_round(motion::Clock::now());
-  hardware_.recv_all(kQuietAfterCommandUs);
+  hardware_.recv_all(quiet_us);
   for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
     if (!is_ready(i)) {
       return false;
@@ -183,7 +184,7 @@ bool BringUp::drain() {
 
 void BringUp::wait_for_first_states() {
   const auto end = motion::Clock::now() + kFirstStatesPatience;
-  if (drain()) {
+  if (drain(kQuietAfterCommandUs)) {
     return;
   }
   // The devices would take the echoes of register writes for feedback.
@@ -194,7 +195,7 @@ void BringUp::wait_for_first_states() {
         ask_again(i);
       }
     }
-  } while (!drain() && motion::Clock::now() < end);
+  } while (!drain(kQuietAfterAskingUs) && motion::Clock::now() < end);
   hardware_.set_callback_mode_all(damiao_motor::CallbackMode::STATE);
 }
 

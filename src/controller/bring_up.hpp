@@ -39,7 +39,7 @@ class BringUp {
   bool is_ready(std::size_t motor) const;
   std::uint32_t mode_of(std::size_t motor) const;
   void ask_again(std::size_t motor);
-  bool drain();
+  bool drain(int quiet_us);
   void wait_for_first_states();
   void report_missing_motors();
   std::string defect_of(std::size_t motor) const;

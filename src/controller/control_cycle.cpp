@@ -1,5 +1,6 @@
 #include "controller/control_cycle.hpp"
 
+#include <algorithm>
 #include <exception>
 
 #include "description/timing.hpp"
@@ -38,6 +39,7 @@ void ControlCycle::begin(TimePoint start) {
   reader_.begin(start);
   sender_.begin(start);
   watch_.begin(start);
+  last_cycle_ = start;
   next_clip_report = start;
 }
 
@@ -95,16 +97,27 @@ void ControlCycle::command_arm(TimePoint now) {
   last_number_ = snapshot.number;
   gripper_ = snapshot.gripper;
   record_ = compute_cycle(snapshot.command, instant, parts_.setup, parts_.kinematics);
-  if (record_.set_point.end) {
+  const std::uint64_t refused = parts_.hardware.get_socket().refused_frames();
+  sender_.send(record_);
+  if (parts_.hardware.get_socket().refused_frames() != refused) {
+    stand_still(instant, now);
+  } else if (record_.set_point.end) {
     parts_.slot.complete(snapshot.number, {.target_q = *record_.set_point.end});
   }
-  sender_.send(record_);
+  last_cycle_ = now;
   sender_.send_gripper(snapshot.gripper, now);
   started_ = true;
   commanded_.reset();
   if (!record_.set_point.torque_only) {
     commanded_ = record_.set_point.q;
   }
+}
+
+/// Stops the clock of the motions for a cycle whose frames the interface has refused: the next
+/// command that the motors get follows the last one that they got.
+void ControlCycle::stand_still(const motion::Instant& instant, TimePoint now) {
+  skipped_ += std::max(motion::Clock::duration::zero(), now - last_cycle_);
+  record_.set_point.reference = instant.reference;
 }
 
 /// The measured positions; of a joint whose feedback is too old, the position last commanded.

@@ -50,6 +50,7 @@ class ControlCycle {
  private:
   void run_steps(motion::TimePoint now);
   void command_arm(motion::TimePoint now);
+  void stand_still(const motion::Instant& instant, motion::TimePoint now);
   JointArray start_positions(motion::TimePoint now);
   void report_stale_start(motion::TimePoint now);
   void stop_for_emergency(motion::TimePoint now);
@@ -71,6 +72,7 @@ class ControlCycle {
   CycleRecord record_;
   GripperCommand gripper_;
   motion::Clock::duration skipped_{};    // the motions' clock lags by this
+  motion::TimePoint last_cycle_{};       // when the last commands were sent
   std::uint64_t last_number_ = 0;        // of the command of the cycle before
   std::optional<JointArray> commanded_;  // positions of the cycle before, joint side
   std::bitset<kJointCount> stale_;       // joints whose feedback is too old to start from

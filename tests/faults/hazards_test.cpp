@@ -122,12 +122,13 @@ TEST(LossyStart, KnowsWhereTheArmIsAndEnablesEveryMotor) {
                                    [&](const canfd_frame&) { return lost(random); }),
                     replies.end());
     });
-    hardware.answer();
     CapturedOutput output;
-    const ArmController::Impl impl(TestBus::kInterface, false, nullptr, true, MIT_MODE);
-    hardware.halt();
+    const auto impl = hardware.start([] {
+      return std::make_unique<ArmController::Impl>(TestBus::kInterface, false, nullptr, true,
+                                                   MIT_MODE);
+    });
     for (std::size_t i = 0; i < 6; ++i) {
-      EXPECT_NEAR(impl.setup.motor_signs.to_joint(i, impl.feedback.motor(i).state.position),
+      EXPECT_NEAR(impl->setup.motor_signs.to_joint(i, impl->feedback.motor(i).state.position),
                   kTarget[i], 0.01)
           << "start " << start << ", joint " << i + 1 << output.err();
       EXPECT_TRUE(hardware.arm().motor(i).is_enabled());

@@ -46,9 +46,7 @@ struct ClosedLoop {
   template <typename Make>
   void start_controller(Make make) {
     impl.reset();
-    hardware.answer();
-    impl = make();
-    hardware.halt();
+    impl = hardware.start(make);
     impl->cycle->begin(now);
   }
 

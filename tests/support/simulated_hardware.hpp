@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <stdexcept>
@@ -43,12 +44,35 @@ class SimulatedHardware {
 
   /// Replies to frames on a thread, each time after `delay`, without letting the arm's time pass.
   void answer(std::chrono::milliseconds delay = std::chrono::milliseconds(0)) {
+    longest_pause_ = std::chrono::nanoseconds(0);
     thread_ = std::thread([this, delay] {
+      auto last = std::chrono::steady_clock::now();
       while (!stop_) {
         std::this_thread::sleep_for(delay);
         realtime_.bus().handle_frames(std::chrono::milliseconds(1));
+        const auto now = std::chrono::steady_clock::now();
+        longest_pause_ = std::max<std::chrono::nanoseconds>(longest_pause_, now - last - delay);
+        last = now;
       }
     });
+  }
+
+  /// Whether the thread of the last `answer` got no processor for so long that a controller, which
+  /// waits 20 ms for answers, may have missed them. Call it after `halt`.
+  bool stood_still() const { return longest_pause_ > std::chrono::milliseconds(6); }
+
+  /// Answers while `make` starts a controller, and returns that. What was started while the machine
+  /// stood still is dropped and started again.
+  template <typename Make>
+  auto start(Make make) {
+    for (;;) {
+      answer();
+      auto made = make();
+      halt();
+      if (!stood_still()) {
+        return made;
+      }
+    }
   }
 
   /// Runs in real time on a thread as long as commands arrive; without them the arm's time stops,
@@ -84,4 +108,5 @@ class SimulatedHardware {
   RealtimeArm realtime_;
   std::thread thread_;
   std::atomic<bool> stop_{false};
+  std::chrono::nanoseconds longest_pause_{0};
 };
