@@ -52,8 +52,8 @@ double seconds_now() { return Seconds(Clock::now().time_since_epoch()).count(); 
 /// others query it and call it with invalid arguments.
 class Callers {
  public:
-  Callers(ArmController& arm, unsigned seed, Watchdog& watchdog)
-      : arm_(arm), seed_(seed), watchdog_(watchdog) {}
+  Callers(ArmController& arm, unsigned seed, Watchdog& watchdog, StepWatch& watch)
+      : arm_(arm), seed_(seed), watchdog_(watchdog), watch_(watch) {}
 
   void run(Clock::time_point end) {
     std::vector<std::thread> threads;
@@ -121,7 +121,7 @@ class Callers {
   }
 
   void command_alone(RandomCalls& calls) {
-    SoleCommander commander(arm_, calls);
+    SoleCommander commander(arm_, calls, watch_);
     const Clock::time_point end =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(kPhase);
     while (Clock::now() < end) {
@@ -135,6 +135,7 @@ class Callers {
   ArmController& arm_;
   const unsigned seed_;
   Watchdog& watchdog_;
+  StepWatch& watch_;
   std::mutex serialised_;
   std::shared_mutex commanding_;  // held alone by a thread whose steps are bounded
   kelvara::StopReason last_reason_ = kelvara::StopReason::kNone;
@@ -196,7 +197,7 @@ int run(double seconds, unsigned seed, bool with_options) {
   hardware.live();
   const std::unique_ptr<ArmController> arm = make_controller(with_options);
   adversary.set_active(true);
-  Callers callers(*arm, seed, watchdog);
+  Callers callers(*arm, seed, watchdog, watch);
   callers.run(Clock::now() + std::chrono::duration_cast<Clock::duration>(Seconds(seconds)));
   {
     const Watchdog::Guard guard(watchdog, kThreads);

@@ -1,8 +1,5 @@
 #include "faults/sole_commander.hpp"
 
-#include <linux/can/raw.h>
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -10,6 +7,7 @@
 #include <vector>
 
 #include "description/arm_facts.hpp"
+#include "description/gripper_facts.hpp"
 #include "description/timing.hpp"
 
 namespace {
@@ -22,6 +20,7 @@ constexpr double kWaypointVelocity = 4.0;  // rad/s, the fastest joint's in the 
 // A move follows the clock, and a late loop catches up with 50 ms.
 constexpr Seconds kLongestCycle =
     kelvara::description::kMotorTimeoutTime + kelvara::description::kControlPeriod;
+constexpr double kMarkerStep = 0.5;  // N·m/rad
 constexpr double kFrameRad = 0.001;  // two steps of a frame's position, and rounding
 
 double seconds_now() {
@@ -36,12 +35,8 @@ double reference_step() {
 
 }  // namespace
 
-SoleCommander::SoleCommander(ArmController& arm, RandomCalls& calls) : arm_(arm), calls_(calls) {
-  setsockopt(peer_.socket(), SOL_CAN_RAW, CAN_RAW_FILTER, nullptr, 0);
-}
-
 void SoleCommander::command() {
-  StepWatch::mark_unobserved(peer_);
+  watch_.pause();
   if (arm_.state().reason != kelvara::StopReason::kNone) {
     arm_.recover();
     return;
@@ -93,7 +88,7 @@ void SoleCommander::pose_stream() {
     arm_.set_end_effector_pose_raw({0.35 + 0.0005 * k, 0.001 * k, 0.3}, {0, 0, 0});
     if (k == 0 && await_command()) {
       // Without a solution the command before continues.
-      StepWatch::mark_bound(peer_, std::max(reference_step(), last_bound_) + kFrameRad);
+      count_steps(std::max(reference_step(), last_bound_));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
@@ -113,6 +108,13 @@ std::optional<ArmState> SoleCommander::await_command() {
 
 void SoleCommander::observe(double bound) {
   last_bound_ = bound;
-  StepWatch::mark_bound(peer_, bound + kFrameRad);
+  count_steps(bound);
   std::this_thread::sleep_for(Seconds(calls_.between(0.2, 1.5)));
+}
+
+/// The controller sends the marker after the current command's first positions.
+void SoleCommander::count_steps(double bound) {
+  marker_ = marker_ < kelvara::description::kMaxGripperSpeed ? marker_ + kMarkerStep : kMarkerStep;
+  watch_.resume_after(marker_, bound + kFrameRad);
+  arm_.setGripperDistance(0.04, marker_, 0.5);
 }

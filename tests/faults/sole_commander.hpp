@@ -10,8 +10,9 @@
 /// their own speed.
 class SoleCommander {
  public:
-  SoleCommander(ArmController& arm, RandomCalls& calls);
-  ~SoleCommander() { StepWatch::mark_unobserved(peer_); }
+  SoleCommander(ArmController& arm, RandomCalls& calls, StepWatch& watch)
+      : arm_(arm), calls_(calls), watch_(watch) {}
+  ~SoleCommander() { watch_.pause(); }
   SoleCommander(const SoleCommander&) = delete;
   SoleCommander& operator=(const SoleCommander&) = delete;
 
@@ -27,9 +28,11 @@ class SoleCommander {
   void pose_stream();
   std::optional<kelvara::ArmState> await_command();
   void observe(double bound);
+  void count_steps(double bound);
 
   ArmController& arm_;
   RandomCalls& calls_;
-  BusPeer peer_;
+  StepWatch& watch_;
+  double marker_ = 0.0;      // N·m/rad
   double last_bound_ = 0.0;  // rad
 };

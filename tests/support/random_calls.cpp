@@ -74,16 +74,7 @@ void RandomCalls::call(ArmController& arm) {
 }
 
 void RandomCalls::call_without_moving(ArmController& arm) {
-  attempt([&] {
-    switch (below(3)) {
-      case 0:
-        return move_gripper(arm);
-      case 1:
-        return call_invalid(arm);
-      default:
-        return query(arm);
-    }
-  });
+  attempt([&] { below(2) == 0 ? call_invalid(arm) : query(arm); });
 }
 
 void RandomCalls::move(ArmController& arm) {

@@ -17,8 +17,7 @@ class RandomCalls {
   /// Makes one call of any kind.
   /// @throws std::logic_error when a query returns NaN or an invalid argument is accepted.
   void call(ArmController& arm);
-  /// The same without what commands the joints: queries, gripper, joint commands with invalid
-  /// arguments.
+  /// Makes a query, or a command with invalid arguments.
   void call_without_moving(ArmController& arm);
 
   double between(double low, double high) {

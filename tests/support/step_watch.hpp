@@ -4,19 +4,18 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
-#include <limits>
+#include <cstdlib>
 #include <mutex>
 #include <optional>
 
 #include "kelvara/damiao_motor/dm_motor_control.hpp"
-#include "support/test_bus.hpp"
 
-/// Observes the position commands of MIT frames on the bus. A marker frame, sent on the bus as
-/// well, separates those before it from those after it: it sets the bound of the steps from one
-/// frame to the next, or ends their observation.
+/// Observes the position commands of MIT frames on the bus: how far each goes from the one before.
+/// Only what follows a marker counts, a frame to the gripper with a given gain, which the
+/// controller sends itself: frames of other programs may overtake its own.
 class StepWatch {
  public:
   struct Result {
@@ -25,20 +24,32 @@ class StepWatch {
     long steps = 0;
   };
 
-  /// The commands from here on make steps of `bound` rad at most.
-  static void mark_bound(const BusPeer& peer, double bound) {
-    mark(peer, static_cast<std::uint32_t>(bound * 1e6));
+  /// Steps do not count from now on.
+  void pause() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    bound_.reset();
+    next_bound_.reset();
   }
-  /// Steps do not count from here on.
-  static void mark_unobserved(const BusPeer& peer) { mark(peer, kUnobserved); }
+  /// Steps count once a gripper command with the gain `marker` (N·m/rad) has been seen.
+  /// @param bound The largest step allowed, rad.
+  void resume_after(double marker, double bound) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    marker_ = static_cast<int>(std::lround(marker / kelvara::damiao_motor::kMaxKp * kLargestGain));
+    next_bound_ = bound;
+  }
 
   void on_frame(const canfd_frame& frame) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (frame.can_id == kMarkerId) {
-      using namespace kelvara::damiao_motor;
-      bound_ = uint8s_to_uint32(frame.data[3], frame.data[2], frame.data[1], frame.data[0]);
-    } else if (frame.can_id >= 1 && frame.can_id <= last_.size() && !is_state_command(frame)) {
+    pause_after_stall();
+    const bool to_motor = frame.can_id >= 1 && frame.can_id <= kGripperId;
+    if (!to_motor || is_state_command(frame)) {
+      return;
+    }
+    if (frame.can_id < kGripperId) {
       step(last_[frame.can_id - 1], frame);
+    } else if (next_bound_ && std::abs(gain(frame) - marker_) <= 1) {
+      bound_ = next_bound_;
+      next_bound_.reset();
     }
   }
 
@@ -48,14 +59,18 @@ class StepWatch {
   }
 
  private:
-  static constexpr canid_t kMarkerId = 0x7E0;  // no motor's
-  static constexpr std::uint32_t kUnobserved = std::numeric_limits<std::uint32_t>::max();
+  using Clock = std::chrono::steady_clock;
+  static constexpr canid_t kGripperId = 7;
+  static constexpr double kLargestGain = 4095.0;  // of the frame's twelve bits
+  static constexpr std::chrono::milliseconds kLongestStall{100};
 
-  /// @param bound µrad, or kUnobserved.
-  static void mark(const BusPeer& peer, std::uint32_t bound) {
-    std::array<char, 9> data{};
-    std::snprintf(data.data(), data.size(), "%08X", bound);
-    peer.send({kMarkerId, data.data()});
+  /// Frames may have been lost while the caller got no processor time.
+  void pause_after_stall() {
+    const Clock::time_point now = Clock::now();
+    if (now - last_frame_ > kLongestStall) {
+      bound_.reset();
+    }
+    last_frame_ = now;
   }
 
   /// Enabling, disabling, clearing errors.
@@ -63,9 +78,10 @@ class StepWatch {
     return std::all_of(frame.data, frame.data + 7, [](std::uint8_t byte) { return byte == 0xFF; });
   }
 
+  static int gain(const canfd_frame& frame) { return (frame.data[3] & 0xF) << 8 | frame.data[4]; }
+
   void step(std::optional<double>& last, const canfd_frame& frame) {
-    const unsigned stiffness = (frame.data[3] & 0xFU) << 8U | frame.data[4];
-    if (stiffness == 0) {  // a torque alone
+    if (gain(frame) == 0) {  // a torque alone
       last.reset();
       return;
     }
@@ -73,15 +89,18 @@ class StepWatch {
     const double position = kelvara::damiao_motor::uint_to_double(raw, -12.5, 12.5, 16);
     const double step = std::abs(position - last.value_or(position));
     last = position;
-    if (bound_ != kUnobserved) {
+    if (bound_) {
       ++result_.steps;
       result_.largest_step = std::max(result_.largest_step, step);
-      result_.largest_share = std::max(result_.largest_share, step / (bound_ * 1e-6));
+      result_.largest_share = std::max(result_.largest_share, step / *bound_);
     }
   }
 
   mutable std::mutex mutex_;
-  std::uint32_t bound_ = kUnobserved;
+  std::optional<double> bound_;       // rad
+  std::optional<double> next_bound_;  // rad, from the marker on
+  int marker_ = 0;                    // as in the frame
+  Clock::time_point last_frame_{};
   std::array<std::optional<double>, 6> last_;
   Result result_;
 };
