@@ -55,24 +55,25 @@ std::unique_ptr<ArmController::Impl> construct(bool with_options) {
   return std::make_unique<ArmController::Impl>(options);
 }
 
-/// Constructs a controller and runs one cycle.
+/// Constructs a controller and runs one cycle; again if the machine stood still meanwhile.
 Start start(double share, unsigned seed, bool with_options) {
   SimulatedHardware hardware(false, {.with_gripper = true, .load_kg = 0.0, .start = kGoal});
   Adversary adversary(lossy(share, seed));
   adversary.attach(hardware.arm_bus());
-  hardware.answer();
   const CapturedOutput output;
-  Start result;
-  try {
-    const auto impl = construct(with_options);
-    impl->publish_hold();
-    impl->cycle->begin(kelvara::motion::Clock::now());
-    impl->cycle->run_cycle(kelvara::motion::Clock::now());
-    result.first_command_off = largest_difference(impl->arm_state().q_command, kGoal);
-  } catch (const std::runtime_error&) {
-    result.refused = true;
-  }
-  hardware.halt();
+  Start result = hardware.start([with_options] {
+    Start outcome;
+    try {
+      const auto impl = construct(with_options);
+      impl->publish_hold();
+      impl->cycle->begin(kelvara::motion::Clock::now());
+      impl->cycle->run_cycle(kelvara::motion::Clock::now());
+      outcome.first_command_off = largest_difference(impl->arm_state().q_command, kGoal);
+    } catch (const std::runtime_error&) {
+      outcome.refused = true;
+    }
+    return outcome;
+  });
   for (std::size_t i = 0; i < kGoal.size(); ++i) {
     result.all_enabled = result.all_enabled && hardware.arm().motor(i).is_enabled();
   }

@@ -66,6 +66,25 @@ struct ClosedLoop {
     now += kPeriod;
   }
 
+  void run(int cycles) {
+    for (int k = 0; k < cycles; ++k) {
+      cycle();
+    }
+  }
+
+  /// Passes each cycle's commands to `watch`.
+  template <typename Watch>
+  void run(int cycles, Watch& watch) {
+    for (int k = 0; k < cycles; ++k) {
+      cycle();
+      watch.look();
+    }
+  }
+
+  void move(const JointArray& target, double duration_s) {
+    impl->publish_joint_trajectory_command({target.begin(), target.end()}, duration_s);
+  }
+
   JointArray true_positions() const { return hardware.arm().joint_positions(); }
 
   bool fd;

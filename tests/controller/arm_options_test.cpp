@@ -1,0 +1,118 @@
+// A controller that is started with options: what it does at the start, after a fault, and to
+// recover.
+
+#include "kelvara/arm_options.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "controller/arm_controller_impl.hpp"
+#include "support/closed_loop.hpp"
+#include "support/outcomes.hpp"
+
+namespace {
+
+using kelvara::ArmCondition;
+using kelvara::FaultReaction;
+using kelvara::JointArray;
+using kelvara::StopReason;
+using ::testing::HasSubstr;
+using Recovery = kelvara::controller::StopFlags::Recovery;
+
+const JointArray kTarget{0.6, 0.5, -0.4, 0.5, -0.6, 0.8};
+
+struct FaultReactions : ::testing::TestWithParam<FaultReaction> {};
+
+TEST_P(FaultReactions, StopTheArmAsAskedAndRecoverWhereItIs) {
+  kelvara::ArmOptions options;
+  options.on_fault = GetParam();
+  ClosedLoop loop(options);
+  loop.run(4);
+  CommandWatch watch(JointArray{});
+  loop.move(kTarget, 2.0);
+  loop.run(400, watch);
+  loop.hardware.arm().motor(2).raise_error(0xB);
+  for (int k = 0; k < 6 && !loop.impl->flags.exit_flag; ++k) {
+    loop.impl->cycle->run_cycle(loop.now);
+    loop.hardware.step(6, ClosedLoop::kPeriod);
+    loop.now += ClosedLoop::kPeriod;
+  }
+  const kelvara::ArmState state = loop.impl->arm_state();
+  EXPECT_EQ(state.condition, ArmCondition::kMotorFault);
+  EXPECT_EQ(state.reason, StopReason::kMotorError);
+  EXPECT_EQ(state.reason_motor, 3);
+  EXPECT_STREQ(state.motors[2].error_name, "MOS over-temperature");
+  if (GetParam() == FaultReaction::kReport) {
+    loop.run(600);
+    EXPECT_NEAR(loop.true_positions()[0], kTarget[0], 0.02) << "the others continue";
+    return;
+  }
+  EXPECT_EQ(error_of([&] { loop.move(kTarget, 1.0); }),
+            "ArmController: motor 3 reports an error; call recover() before the next command");
+  if (GetParam() == FaultReaction::kDisable) {
+    EXPECT_TRUE(loop.impl->flags.exit_flag);
+    EXPECT_FALSE(loop.hardware.arm().motor(0).is_enabled());
+    return;
+  }
+  loop.run(400, watch);
+  const JointArray held = loop.true_positions();
+  EXPECT_LT(held[0], 0.9 * kTarget[0]) << "braked on the way";
+  EXPECT_TRUE(loop.hardware.arm().motor(0).is_enabled());
+  loop.impl->flags.recovery = Recovery::kRequested;
+  loop.run(60);
+  EXPECT_EQ(loop.impl->flags.recovery, Recovery::kDone);
+  EXPECT_TRUE(loop.hardware.arm().motor(2).is_enabled());
+  EXPECT_EQ(loop.impl->arm_state().condition, ArmCondition::kHolding);
+  for (std::size_t i = 0; i < 6; ++i) {
+    EXPECT_NEAR(loop.true_positions()[i], held[i], i == 2 ? 0.3 : 0.1) << "joint " << i + 1;
+  }
+}
+
+TEST(FloatingArm, ThatNoLongerReportsWhereItIsKeepsFloating) {
+  ClosedLoop loop(kelvara::ArmOptions{}, kTarget);
+  loop.run(10);
+  loop.impl->publish_kdl_gravity_comp_command();
+  loop.run(10);
+  loop.hardware.change_replies([](Replies& replies) { replies.clear(); });
+  loop.run(100);
+  EXPECT_EQ(loop.impl->arm_state().condition, ArmCondition::kBusSilent);
+  EXPECT_TRUE(loop.hardware.arm().floats());
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, FaultReactions,
+                         ::testing::Values(FaultReaction::kReport, FaultReaction::kHold,
+                                           FaultReaction::kDisable));
+
+TEST(Options, HoldAtTheStartAndKeepTheCeilingOfTheSpeed) {
+  kelvara::ArmOptions options;
+  options.velocity_scale = 0.05;  // 0.525 rad/s for joint 1
+  ClosedLoop loop(options, kTarget);
+  CommandWatch watch;
+  loop.run(200, watch);
+  EXPECT_LT(watch.largest_step(), 0.002) << "holds where it is";
+  EXPECT_EQ(loop.impl->arm_state().condition, ArmCondition::kHolding);
+  loop.move(JointArray{}, 0.1);
+  loop.run(400, watch);
+  EXPECT_EQ(loop.impl->arm_state().condition, ArmCondition::kMoving);
+  EXPECT_LT(watch.largest_step(), 1.1 * 15.5 * 0.05 * kCycleS + 0.002);
+  loop.run(1200);
+  EXPECT_NEAR(loop.true_positions()[0], 0.0, 0.02);
+}
+
+TEST(Options, RefuseAMotorThatDoesNotAnswer) {
+  SimulatedHardware hardware(false);
+  hardware.arm().motor(3).set_silent(true);
+  hardware.answer();
+  CapturedOutput output;
+  kelvara::ArmOptions options;
+  options.interface = TestBus::kInterface;
+  EXPECT_EQ(error_of([&] { const ArmController::Impl impl(options); }),
+            "ArmController: motor 4 does not answer; its angle reads as zero");
+  hardware.halt();
+  EXPECT_FALSE(hardware.arm().motor(0).is_enabled());
+  options.velocity_scale = 1.5;
+  EXPECT_EQ(error_of([&] { const ArmController::Impl impl(options); }),
+            "invalid argument: ArmOptions: velocity_scale must be in (0, 1]");
+}
+
+}  // namespace
