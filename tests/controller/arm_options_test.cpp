@@ -73,7 +73,7 @@ TEST(FloatingArm, ThatNoLongerReportsWhereItIsKeepsFloating) {
   loop.run(10);
   loop.impl->publish_kdl_gravity_comp_command();
   loop.run(10);
-  loop.hardware.change_replies([](Replies& replies) { replies.clear(); });
+  loop.hardware.change_replies([](std::vector<canfd_frame>& replies) { replies.clear(); });
   loop.run(100);
   EXPECT_EQ(loop.impl->arm_state().condition, ArmCondition::kBusSilent);
   EXPECT_TRUE(loop.hardware.arm().floats());
@@ -94,7 +94,7 @@ TEST(Options, HoldAtTheStartAndKeepTheCeilingOfTheSpeed) {
   loop.move(JointArray{}, 0.1);
   loop.run(400, watch);
   EXPECT_EQ(loop.impl->arm_state().condition, ArmCondition::kMoving);
-  EXPECT_LT(watch.largest_step(), 1.1 * 15.5 * 0.05 * kCycleS + 0.002);
+  EXPECT_LT(watch.largest_step(), 1.1 * 15.5 * 0.05 * 0.0025 + 0.002);
   loop.run(1200);
   EXPECT_NEAR(loop.true_positions()[0], 0.0, 0.02);
 }
