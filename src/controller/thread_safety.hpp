@@ -41,7 +41,7 @@ class KELVARA_CAPABILITY("mutex") Mutex {
   void unlock() KELVARA_RELEASE() { pthread_mutex_unlock(&mutex_); }
 
  private:
-  pthread_mutex_t mutex_;
+  pthread_mutex_t mutex_{};
 };
 
 /// Holds a mutex for its own lifetime.
