@@ -53,6 +53,7 @@ void ControlCycle::run_cycle(TimePoint now) {
 
 void ControlCycle::skip(motion::Clock::duration late, TimePoint now) {
   skipped_ += late;
+  last_cycle_ = now;
   watch_.begin(now);  // nobody has asked the motors meanwhile
   error_line() << "[control_loop] late by " << std::chrono::duration<double>(late).count()
                << " s: the schedule and the motion continue from here";
@@ -224,6 +225,7 @@ void ControlCycle::step_recovery(bool has_feedback, TimePoint now) {
                           parts_.kinematics);
   sender_.send(record_);
   sender_.send_gripper(gripper_, now);
+  last_cycle_ = now;
   commanded_ = hold_q_;
   started_ = true;
   if (progress != Recovery::Progress::kRunning) {
