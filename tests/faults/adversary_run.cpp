@@ -48,8 +48,8 @@ constexpr Adversary::Rates kFaults{0.03, 0.02, 0.02, 0.005, 0.01, 0.002};
 
 double seconds_now() { return Seconds(Clock::now().time_since_epoch()).count(); }
 
-/// The threads' work. In turn, all of them command the arm, and one of them alone does while the
-/// others query it and call it with invalid arguments.
+/// The threads' work. In every third phase all of them command the arm; in the others one of them
+/// does, while the rest query it and call it with invalid arguments.
 class Callers {
  public:
   Callers(ArmController& arm, unsigned seed, Watchdog& watchdog, StepWatch& watch)
@@ -72,6 +72,7 @@ class Callers {
   long calls() const { return calls_; }
   long refused() const { return refused_; }
   long stops() const { return stops_; }
+  const SoleCommander::Result& steps() const { return steps_; }
 
  private:
   void work(std::size_t index, Clock::time_point end) {
@@ -106,8 +107,8 @@ class Callers {
   }
 
   void act(RandomCalls& calls, std::size_t index, std::size_t phase) {
-    const bool all_command = phase % 2 == 0;
-    if (!all_command && index == phase / 2 % kThreads) {
+    const bool all_command = phase % 3 == 0;
+    if (!all_command && index == phase % kThreads) {
       const std::unique_lock<std::shared_mutex> alone(commanding_);
       return command_alone(calls);
     }
@@ -121,7 +122,7 @@ class Callers {
   }
 
   void command_alone(RandomCalls& calls) {
-    SoleCommander commander(arm_, calls, watch_);
+    SoleCommander commander(arm_, calls, watch_, steps_);
     const Clock::time_point end =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(kPhase);
     while (Clock::now() < end) {
@@ -136,6 +137,7 @@ class Callers {
   const unsigned seed_;
   Watchdog& watchdog_;
   StepWatch& watch_;
+  SoleCommander::Result steps_;  // of the thread that holds `commanding_` alone
   std::mutex serialised_;
   std::shared_mutex commanding_;  // held alone by a thread whose steps are bounded
   kelvara::StopReason last_reason_ = kelvara::StopReason::kNone;
@@ -164,8 +166,8 @@ int enabled_motors(SimulatedHardware& hardware) {
   return count;
 }
 
-void print(const Callers& callers, const Adversary::Counts& faults, const ArmState& state,
-           const StepWatch::Result& steps) {
+void print(const Callers& callers, const Adversary::Counts& faults, const ArmState& state) {
+  const SoleCommander::Result& steps = callers.steps();
   std::printf("%ld calls, %ld of them refused; %ld stops and faults, %llu late cycles\n",
               callers.calls(), callers.refused(), callers.stops(),
               static_cast<unsigned long long>(state.counters.late_cycles));
@@ -205,7 +207,7 @@ int run(double seconds, unsigned seed, bool with_options) {
   }
   std::this_thread::sleep_for(kAfterMotorTimeout);
   hardware.halt();
-  print(callers, adversary.counts(), arm->state(), watch.result());
+  print(callers, adversary.counts(), arm->state());
   const auto check = [](bool holds, const char* what) {
     if (!holds) {
       std::fprintf(stderr, "FAILED: %s\n", what);
@@ -213,8 +215,8 @@ int run(double seconds, unsigned seed, bool with_options) {
     return holds ? 0 : 1;
   };
   return check(!callers.failed(), "a thread failed") +
-         check(watch.result().largest_share <= 1.0, "a command stepped beyond its bound") +
-         check(watch.result().steps > 0, "no command was observed") +
+         check(callers.steps().largest_share <= 1.0, "a command stepped beyond its bound") +
+         check(callers.steps().steps > 0, "no command was observed") +
          check(enabled_motors(hardware) == 0, "a motor is still enabled");
 }
 

@@ -19,43 +19,38 @@
 class StepWatch {
  public:
   struct Result {
-    double largest_step = 0.0;   // rad
-    double largest_share = 0.0;  // of its bound
+    double largest_step = 0.0;  // rad
     long steps = 0;
   };
 
-  /// Steps do not count from now on.
-  void pause() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    bound_.reset();
-    next_bound_.reset();
-  }
-  /// Steps count once a gripper command with the gain `marker` (N·m/rad) has been seen.
-  /// @param bound The largest step allowed, rad.
-  void resume_after(double marker, double bound) {
+  /// Counts the steps after the next gripper command with the gain `marker`, N·m/rad.
+  void begin_after(double marker) {
     const std::lock_guard<std::mutex> lock(mutex_);
     marker_ = static_cast<int>(std::lround(marker / kelvara::damiao_motor::kMaxKp * kLargestGain));
-    next_bound_ = bound;
+    counting_ = false;
+    result_ = {};
+  }
+  /// Ends the count.
+  Result end() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    marker_.reset();
+    counting_ = false;
+    return result_;
   }
 
   void on_frame(const canfd_frame& frame) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    pause_after_stall();
+    end_at_stall();
     const bool to_motor = frame.can_id >= 1 && frame.can_id <= kGripperId;
     if (!to_motor || is_state_command(frame)) {
       return;
     }
     if (frame.can_id < kGripperId) {
       step(last_[frame.can_id - 1], frame);
-    } else if (next_bound_ && std::abs(gain(frame) - marker_) <= 1) {
-      bound_ = next_bound_;
-      next_bound_.reset();
+    } else if (marker_ && std::abs(gain(frame) - *marker_) <= 1) {
+      marker_.reset();
+      counting_ = true;
     }
-  }
-
-  Result result() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return result_;
   }
 
  private:
@@ -65,11 +60,9 @@ class StepWatch {
   static constexpr std::chrono::milliseconds kLongestStall{100};
 
   /// Frames may have been lost while the caller got no processor time.
-  void pause_after_stall() {
+  void end_at_stall() {
     const Clock::time_point now = Clock::now();
-    if (now - last_frame_ > kLongestStall) {
-      bound_.reset();
-    }
+    counting_ = counting_ && now - last_frame_ < kLongestStall;
     last_frame_ = now;
   }
 
@@ -89,17 +82,15 @@ class StepWatch {
     const double position = kelvara::damiao_motor::uint_to_double(raw, -12.5, 12.5, 16);
     const double step = std::abs(position - last.value_or(position));
     last = position;
-    if (bound_) {
+    if (counting_) {
       ++result_.steps;
       result_.largest_step = std::max(result_.largest_step, step);
-      result_.largest_share = std::max(result_.largest_share, step / *bound_);
     }
   }
 
-  mutable std::mutex mutex_;
-  std::optional<double> bound_;       // rad
-  std::optional<double> next_bound_;  // rad, from the marker on
-  int marker_ = 0;                    // as in the frame
+  std::mutex mutex_;
+  bool counting_ = false;
+  std::optional<int> marker_;  // as in the frame; counting begins with it
   Clock::time_point last_frame_{};
   std::array<std::optional<double>, 6> last_;
   Result result_;
