@@ -56,6 +56,22 @@ double parse_load(const std::string& text) {
   return load;
 }
 
+double parse_share(const std::string& text) {
+  const double share = parse_number(text, "--lose");
+  if (!(share >= 0.0 && share <= 1.0)) {
+    throw UsageError("--lose must be 0 to 1");
+  }
+  return share;
+}
+
+unsigned parse_seed(const std::string& text) {
+  const double seed = parse_number(text, "--seed");
+  if (!(seed >= 0.0 && seed <= 1e9 && seed == std::floor(seed))) {
+    throw UsageError("--seed must be a whole number, 0 to 1e9");
+  }
+  return static_cast<unsigned>(seed);
+}
+
 using Arguments = SimulatedArmArguments;
 
 const std::map<std::string, void (*)(Arguments&)> kFlags{
@@ -78,6 +94,10 @@ const std::map<std::string, void (*)(Arguments&, const std::string&)> kOptions{
      [](Arguments& arguments, const std::string& value) {
        arguments.hand = parse_numbers<3>(value, "--hand", kHandRange);
      }},
+    {"--lose",
+     [](Arguments& arguments, const std::string& value) { arguments.lose = parse_share(value); }},
+    {"--seed",
+     [](Arguments& arguments, const std::string& value) { arguments.seed = parse_seed(value); }},
     {"--urdf", [](Arguments& arguments, const std::string& value) { arguments.urdf = value; }},
     {"--config", [](Arguments& arguments, const std::string& value) { arguments.config = value; }},
 };
@@ -87,6 +107,7 @@ const std::map<std::string, void (*)(Arguments&, const std::string&)> kOptions{
 const char* const kSimulatedArmUsage =
     "usage: kelvara-simulated-arm --interface NAME [--fd] [--no-gripper] [--start Q1,...,Q6]\n"
     "                             [--load KG] [--hand DX,DY,DZ] [--show]\n"
+    "                             [--lose SHARE [--seed N]]\n"
     "                             [--urdf FILE] [--config FILE]\n"
     "  --interface NAME   SocketCAN interface, real or virtual\n"
     "  --fd               answer with CAN-FD frames\n"
@@ -94,6 +115,8 @@ const char* const kSimulatedArmUsage =
     "  --start Q1,...,Q6  joint angles at rest before the motors are enabled, rad\n"
     "  --load KG          mass held in the gripper, 0 to 5\n"
     "  --hand DX,DY,DZ    moves the floating arm's tool by this distance (m) and releases it\n"
+    "  --lose SHARE       loses this share (0 to 1) of the frames, in both directions\n"
+    "  --seed N           chooses other frames to lose\n"
     "  --show             print what the arm does\n"
     "  --urdf FILE, --config FILE  another robot description";
 

@@ -15,6 +15,8 @@ struct SimulatedArmArguments {
   std::string urdf;            // empty: the project's own
   std::string config;          // empty: the project's own
   std::optional<Triple> hand;  // displacement of the tool, m
+  double lose = 0.0;           // share of the frames that are lost, in both directions
+  unsigned seed = 1;           // of the frames that are lost
   bool show = false;
   bool help = false;
 };

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "simulation/simulated_arm/adversary.hpp"
 #include "simulation/simulated_arm/progress_display.hpp"
 #include "simulation/simulated_arm/realtime_arm.hpp"
 #include "simulation/simulated_arm/simulated_arm_arguments.hpp"
@@ -29,6 +30,12 @@ void stop_on_signals() {
 void run(const SimulatedArmArguments& arguments) {
   RealtimeArm realtime(load_robot_description(arguments.urdf, arguments.config), arguments.arm);
   SimulatedArm& arm = realtime.arm();
+  if (arguments.lose > 0.0) {
+    Adversary({.seed = arguments.seed,
+               .to_motors = {.lose = arguments.lose},
+               .to_host = {.lose = arguments.lose}})
+        .attach(realtime.bus());
+  }
   stop_on_signals();
   std::printf("ready: simulated arm on %s, %zu motors, %s\n", arguments.arm.interface.c_str(),
               arm.motor_count(), arguments.arm.fd ? "CAN-FD" : "classic CAN");

@@ -10,10 +10,12 @@
 
 #include <gtest/gtest.h>
 
-#include "support/adversary.hpp"
+#include "simulation/simulated_arm/adversary.hpp"
 #include "support/closed_loop.hpp"
 
 namespace {
+
+using kelvara::simulation::Adversary;
 
 using kelvara::JointArray;
 using kelvara::damiao_motor::MIT_MODE;

@@ -6,6 +6,8 @@
 
 #include "simulation/simulated_arm/simulated_arm_bus.hpp"
 
+namespace kelvara::simulation {
+
 /// Injects random faults into the frames between a controller and the simulated motors. Equal seeds
 /// give equal faults for equal sequences of frames, as in tests that step the arm.
 class Adversary {
@@ -37,7 +39,7 @@ class Adversary {
   explicit Adversary(const Options& options);
 
   /// Takes both frame hooks of a bus. Call once, before a thread handles the bus's frames.
-  void attach(kelvara::simulation::SimulatedArmBus& bus);
+  void attach(SimulatedArmBus& bus);
   /// While it is not active, frames pass unchanged, and those still delayed are dropped; for a
   /// start or an end without faults. Any thread.
   void set_active(bool active);
@@ -48,3 +50,5 @@ class Adversary {
   struct State;
   std::shared_ptr<State> state_;  // shared with the hooks
 };
+
+}  // namespace kelvara::simulation

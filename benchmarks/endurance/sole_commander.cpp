@@ -1,4 +1,4 @@
-#include "faults/sole_commander.hpp"
+#include "benchmarks/endurance/sole_commander.hpp"
 
 #include <algorithm>
 #include <chrono>

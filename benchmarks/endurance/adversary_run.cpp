@@ -20,16 +20,18 @@
 #include <thread>
 #include <vector>
 
-#include "support/adversary.hpp"
-#include "support/random_calls.hpp"
+#include "simulation/simulated_arm/adversary.hpp"
 #include "support/simulated_hardware.hpp"
-#include "support/step_watch.hpp"
-#include "support/watchdog.hpp"
 
+#include "benchmarks/endurance/random_calls.hpp"
+#include "benchmarks/endurance/sole_commander.hpp"
+#include "benchmarks/endurance/step_watch.hpp"
+#include "benchmarks/endurance/watchdog.hpp"
 #include "description/joint_array.hpp"
-#include "faults/sole_commander.hpp"
 
 namespace {
+
+using kelvara::simulation::Adversary;
 
 using Clock = std::chrono::steady_clock;
 using kelvara::ArmCondition;

@@ -4,8 +4,9 @@
 #include <optional>
 
 #include "kelvara/arm_controller.hpp"
-#include "support/random_calls.hpp"
-#include "support/step_watch.hpp"
+
+#include "benchmarks/endurance/random_calls.hpp"
+#include "benchmarks/endurance/step_watch.hpp"
 
 /// Gives commands that nothing but the next one replaces, and compares their steps on the bus with
 /// what their own speed allows. Nobody else commands the joints or the gripper meanwhile.

@@ -1,4 +1,4 @@
-#include "support/random_calls.hpp"
+#include "benchmarks/endurance/random_calls.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "support/adversary.hpp"
+#include "simulation/simulated_arm/adversary.hpp"
 
 #include <algorithm>
 #include <mutex>
@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+namespace kelvara::simulation {
 namespace {
 
 using Frames = std::vector<canfd_frame>;
@@ -156,7 +157,7 @@ struct Adversary::State {
 
 Adversary::Adversary(const Options& options) : state_(std::make_shared<State>(options)) {}
 
-void Adversary::attach(kelvara::simulation::SimulatedArmBus& bus) {
+void Adversary::attach(SimulatedArmBus& bus) {
   bus.change_commands([state = state_](Frames& frames) {
     state->observe(frames);
     state->change(state->to_motors, frames);
@@ -177,3 +178,5 @@ Adversary::Counts Adversary::counts() const {
   const std::lock_guard<std::mutex> lock(state_->mutex);
   return state_->counts;
 }
+
+}  // namespace kelvara::simulation

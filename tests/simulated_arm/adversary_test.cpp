@@ -1,4 +1,4 @@
-#include "support/adversary.hpp"
+#include "simulation/simulated_arm/adversary.hpp"
 
 #include <string>
 #include <vector>
@@ -8,6 +8,8 @@
 #include "support/simulated_hardware.hpp"
 
 namespace {
+
+using kelvara::simulation::Adversary;
 
 /// What a host receives that refreshes motor 4 a thousand times.
 std::vector<BusFrame> answers_under(const Adversary::Options& options, Adversary::Counts* counts) {
