@@ -4,6 +4,13 @@
 
 namespace kelvara::motion {
 
+namespace {
+
+// Of a sample period: cycles that are whole periods apart must not fall before their sample.
+constexpr double kRounding = 1e-6;
+
+}  // namespace
+
 using description::clamp;
 
 void WaypointMove::begin(const JointArray& /*measured*/, TimePoint now) {
@@ -23,7 +30,7 @@ SetPoint WaypointMove::evaluate(const Instant& instant, const SetPointLimits& li
   const double elapsed = std::chrono::duration<double>(instant.now - waypoints_start_time).count();
   // Bounded before it becomes an index: it may lie far beyond the list.
   const auto k = static_cast<std::size_t>(
-      clamp(std::floor(elapsed / waypoint_dt_s), 0.0, static_cast<double>(last)));
+      clamp(std::floor(elapsed / waypoint_dt_s + kRounding), 0.0, static_cast<double>(last)));
   const WaypointTrajectorySample& sample = (*waypoints)[k];
   for (std::size_t i = 0; i < kJointCount; ++i) {
     point.q[i] = limits.joints.clamp_from(i, waypoints->front().q[i], sample.q[i]);
