@@ -131,6 +131,15 @@ void BringUp::check_start_pose() {
   require_safe_start(setup_.motor_signs.to_joint(1, feedback_.motor(1).state.position));
 }
 
+/// A motor that does not echo a register write has probably missed it, unless no motor echoes.
+bool BringUp::has_confirmed_timeout(std::size_t motor) const {
+  return !feedback_.has_echo() || feedback_.motor(motor).timeout == description::kMotorTimeout;
+}
+
+bool BringUp::has_confirmed_mode(std::size_t motor) const {
+  return !feedback_.has_echo() || feedback_.motor(motor).control_mode == mode_of(motor);
+}
+
 /// Why the motor cannot be relied on; empty when it is ready.
 std::string BringUp::defect_of(std::size_t motor) const {
   const MotorFeedback::Sample& sample = feedback_.motor(motor);
@@ -141,10 +150,10 @@ std::string BringUp::defect_of(std::size_t motor) const {
     return std::string("is not enabled: ") +
            damiao_motor::motor_error_name(sample.state.error_code);
   }
-  if (sample.timeout != description::kMotorTimeout) {
+  if (!has_confirmed_timeout(motor)) {
     return "has not confirmed its time-out";
   }
-  return sample.control_mode == mode_of(motor) ? "" : "has not confirmed its control mode";
+  return has_confirmed_mode(motor) ? "" : "has not confirmed its control mode";
 }
 
 bool BringUp::is_ready(std::size_t motor) const { return defect_of(motor).empty(); }
@@ -157,10 +166,10 @@ std::uint32_t BringUp::mode_of(std::size_t motor) const {
 void BringUp::ask_again(std::size_t motor) {
   const MotorFeedback::Sample& sample = feedback_.motor(motor);
   const auto [collection, index] = place_of(hardware_, motor);
-  if (sample.control_mode != mode_of(motor)) {
+  if (!has_confirmed_mode(motor)) {
     collection.switch_mode_one(index, static_cast<int>(mode_of(motor)));
   }
-  if (sample.timeout != description::kMotorTimeout) {
+  if (!has_confirmed_timeout(motor)) {
     collection.write_param_one(index, damiao_motor::kTimeoutRegister, description::kMotorTimeout);
   }
   if (!sample.answered) {

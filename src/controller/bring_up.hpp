@@ -38,6 +38,8 @@ class BringUp {
   void require_accepted_frames();
   bool is_ready(std::size_t motor) const;
   std::uint32_t mode_of(std::size_t motor) const;
+  bool has_confirmed_timeout(std::size_t motor) const;
+  bool has_confirmed_mode(std::size_t motor) const;
   void ask_again(std::size_t motor);
   bool drain(int quiet_us);
   void wait_for_first_states();

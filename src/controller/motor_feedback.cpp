@@ -78,11 +78,7 @@ void MotorFeedback::take_answer(MotorTrack& track, const std::uint8_t* data, std
     return;
   }
   if (is_register_reply(track.can_id, data)) {
-    if (data[2] == kWriteCommand && data[3] == kTimeoutRegister) {
-      track.last.timeout = register_value(data);
-    } else if (data[2] == kWriteCommand && data[3] == kControlModeRegister) {
-      track.last.control_mode = register_value(data);
-    }
+    take_echo(track, data);
     return;
   }
   const StateResult state = decode_state(track.type, data, size);
@@ -93,6 +89,18 @@ void MotorFeedback::take_answer(MotorTrack& track, const std::uint8_t* data, std
   track.last.state = state;
   track.last.time = now_;
   track.last.answered = true;
+}
+
+void MotorFeedback::take_echo(MotorTrack& track, const std::uint8_t* data) {
+  if (data[2] != kWriteCommand) {
+    return;
+  }
+  has_echo_ = true;
+  if (data[3] == kTimeoutRegister) {
+    track.last.timeout = register_value(data);
+  } else if (data[3] == kControlModeRegister) {
+    track.last.control_mode = register_value(data);
+  }
 }
 
 /// Motion commands, enabling and disabling come on the motor's own identifiers, register writes on

@@ -45,6 +45,8 @@ class MotorFeedback final : public can::socket::FrameObserver {
   /// 6, or 7 with a gripper.
   std::size_t motor_count() const { return motor_count_; }
 
+  /// Whether any motor has echoed a register write, as motors do.
+  bool has_echo() const { return has_echo_; }
   std::uint64_t implausible_samples() const { return implausible_samples_; }
   /// Frames with our motors' command identifiers that this controller did not send.
   std::uint64_t foreign_commands() const { return foreign_commands_; }
@@ -62,12 +64,14 @@ class MotorFeedback final : public can::socket::FrameObserver {
   static MotorTrack make_track(std::size_t index);
   void count_command(std::uint32_t can_id, const std::uint8_t* data, std::size_t size);
   void take_answer(MotorTrack& track, const std::uint8_t* data, std::size_t size);
+  void take_echo(MotorTrack& track, const std::uint8_t* data);
   bool commands(const MotorTrack& track, std::uint32_t can_id, const std::uint8_t* data,
                 std::size_t size) const;
 
   std::array<MotorTrack, kMotorCount> motors_;
   std::size_t motor_count_;
   motion::TimePoint now_{};
+  bool has_echo_ = false;
   std::uint64_t implausible_samples_ = 0;
   std::uint64_t foreign_commands_ = 0;
   int foreign_motor_ = 0;
