@@ -29,11 +29,11 @@ inline void catch_signals() {
 /// Brings the arm to rest where it is, disables the motors and ends the program with status
 /// 128 + signal: 130 after Ctrl-C.
 [[noreturn]] inline void stop(ArmController& arm) {
-  std::cerr << "interrupted: the arm stops, then it sinks\n";
   kelvara::ArmState state = arm.state();
   if (state.reason == kelvara::StopReason::kNone) {  // after a fault, it takes no commands
     arm.set_joint({state.q.begin(), state.q.end()}, 0.5);
   }
+  std::cerr << "interrupted: the arm stops, then it sinks\n";
   const auto end = Clock::now() + std::chrono::seconds(2);
   bool moves = true;
   while (moves && Clock::now() < end) {

@@ -71,7 +71,7 @@ void ArmController::cleanup() {
     return;
   }
   // Threads first, so that nothing is sent after the disable.
-  impl_->request_stop_and_join();
+  impl_->close();
   try {
     impl_->hardware.disable_all();
     impl_->hardware.recv_all(kelvara::description::kQuietAfterDisableUs);

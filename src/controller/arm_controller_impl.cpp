@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -89,10 +90,11 @@ ArmController::Impl::Impl(const ArmOptions& options, Start start)
           hardware, kinematics, setup, feedback, slot, state, flags})),
       files_(std::make_shared<const kelvara::DescriptionFiles>(kinematics.description_files())),
       control_(std::make_unique<controller::ControlThread>(
-          *cycle, flags,
-          controller::RealtimeSettings{options.realtime_priority, options.cpu,
-                                       options.lock_memory})),
+          *cycle, flags, controller::RealtimeSettings{options.realtime_priority, options.cpu})),
       monitor_(std::make_unique<controller::MonitorThread>(state, flags)) {
+  if (options.lock_memory) {
+    controller::lock_memory();  // takes long, and the motors must not wait for it
+  }
   bring_up(start);
 }
 
@@ -105,14 +107,18 @@ void ArmController::Impl::bring_up(Start start) {
   try {
     bring_up.initial_kelvara();
     bring_up.check_start_pose();
+    if (start == Start::kWithOptions) {
+      bring_up.require_no_other_master();
+      cycle->publish_first_state(kelvara::motion::Clock::now());
+    }
   } catch (const controller::StartupFailure& failure) {
     if (start == Start::kPlain) {
       controller::fail_startup(failure.what());
     }
-    bring_up.give_up();
+    bring_up.disable_after_failure();
     throw;
   } catch (...) {
-    bring_up.give_up();
+    bring_up.disable_after_failure();
     throw;
   }
 }
@@ -138,21 +144,42 @@ bool ArmController::Impl::recover() {
     return true;
   }
   flags.recovery = StopFlags::Recovery::kRequested;
-  if (flags.exit_flag) {  // both threads have ended, or are about to
-    request_stop_and_join();
-    flags.emergency_stop_flag = false;
-    flags.overloaded_joint = 0;
-    flags.exit_flag = false;
-    start_two_thread();
-  }
   const auto end = kelvara::motion::Clock::now() + kRecoveryPatience;
-  StopFlags::Recovery result = flags.recovery;
-  while ((result == StopFlags::Recovery::kRequested || result == StopFlags::Recovery::kRunning) &&
-         kelvara::motion::Clock::now() < end) {
+  const auto is_under_way = [this] {
+    return flags.recovery == StopFlags::Recovery::kRequested ||
+           flags.recovery == StopFlags::Recovery::kRunning;
+  };
+  while (is_under_way() && kelvara::motion::Clock::now() < end) {
+    if (flags.closing || (flags.exit_flag && !restart_threads())) {
+      flags.recovery = StopFlags::Recovery::kFailed;
+    }
     std::this_thread::sleep_for(kRecoveryPoll);
-    result = flags.recovery;
   }
-  return result == StopFlags::Recovery::kDone;
+  return flags.recovery == StopFlags::Recovery::kDone;
+}
+
+/// Starts the threads again, which have ended or are about to. Without a thread the stop stands.
+bool ArmController::Impl::restart_threads() {
+  request_stop_and_join();
+  const bool was_overloaded = flags.emergency_stop_flag;
+  flags.emergency_stop_flag = false;
+  flags.exit_flag = false;
+  try {
+    start_two_thread();
+    flags.overloaded_joint = 0;
+    return true;
+  } catch (const std::system_error& error) {
+    request_stop_and_join();
+    flags.emergency_stop_flag = was_overloaded;
+    kelvara::diagnostics::error_line() << "[ArmController] no thread: " << error.what();
+    return false;
+  }
+}
+
+void ArmController::Impl::close() {
+  flags.closing = true;
+  const controller::MutexLock lock(recovery_mutex_);  // a recovery ends first
+  request_stop_and_join();
 }
 
 kelvara::ArmState ArmController::Impl::closed_state() const {
@@ -165,7 +192,13 @@ kelvara::ArmState ArmController::Impl::closed_state() const {
 }
 
 kelvara::ArmState ArmController::Impl::arm_state() const {
-  kelvara::ArmState snapshot = state.arm_state();
+  std::uint64_t executed = 0;
+  const std::uint64_t latest = slot.number();
+  kelvara::ArmState snapshot = state.arm_state(&executed);
+  if (snapshot.condition == ArmCondition::kHolding && executed < latest) {
+    snapshot.condition = ArmCondition::kMoving;  // the next cycle begins the command
+    snapshot.progress = 0.0;
+  }
   snapshot.files = files_;
   snapshot.counters.refused_frames = hardware.get_socket().refused_frames();
   snapshot.counters.dropped_lines = kelvara::diagnostics::dropped_lines();
@@ -186,13 +219,20 @@ JointArray ArmController::Impl::clamp_to_limits(const std::vector<double>& q) co
   return clamped;
 }
 
-void ArmController::Impl::publish(kelvara::motion::Command command) {
-  if (setup.started_with_options && (flags.faulted || flags.emergency_stop_flag)) {
-    const kelvara::ArmState snapshot = state.arm_state();
-    throw std::runtime_error(std::string("ArmController: ") +
-                             controller::FaultText(snapshot.reason, snapshot.reason_motor).c_str() +
-                             "; call recover() before the next command");
+void ArmController::Impl::require_no_fault() const {
+  const bool overloaded = flags.emergency_stop_flag;
+  if (!setup.started_with_options || !(overloaded || flags.faulted)) {
+    return;
   }
+  const controller::FaultText fault(
+      overloaded ? kelvara::StopReason::kTorqueLimit : flags.fault_reason.load(),
+      overloaded ? flags.overloaded_joint : flags.faulty_motor);
+  throw std::runtime_error(std::string("ArmController: ") + fault.c_str() +
+                           "; call recover() before the next command");
+}
+
+void ArmController::Impl::publish(kelvara::motion::Command command) {
+  require_no_fault();
   slot.publish(std::move(command));
 }
 

@@ -42,6 +42,8 @@ class KELVARA_HIDDEN ArmController::Impl {
   void start_two_thread();
   /// Signals both threads to end and waits for them. May be called again.
   void request_stop_and_join();
+  /// The same for good: a recovery that is under way ends first.
+  void close();
 
   /// See `ArmController::recover`.
   bool recover();
@@ -93,6 +95,8 @@ class KELVARA_HIDDEN ArmController::Impl {
   Impl(const kelvara::ArmOptions& options, Start start);
   void bring_up(Start start);
   bool is_stopped() const;
+  bool restart_threads();
+  void require_no_fault() const;
   void publish(kelvara::motion::Command command);
   kelvara::JointArray clamp_to_limits(const std::vector<double>& q) const;
 

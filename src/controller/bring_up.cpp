@@ -27,8 +27,6 @@ constexpr std::chrono::milliseconds kListenTime{50};
 constexpr int kListenQuietUs = 1000;
 constexpr int kQuietAfterAskingUs = 1000;
 constexpr std::chrono::milliseconds kQueuePause{20};
-constexpr int kDisabled = 0;
-constexpr int kEnabled = 1;
 
 /// One column of the joints' table.
 template <typename Value>
@@ -54,6 +52,10 @@ void BringUp::require_sole_master() {
     feedback_.begin_round(motion::Clock::now());
     hardware_.recv_all(kListenQuietUs);
   }
+  require_no_other_master();
+}
+
+void BringUp::require_no_other_master() const {
   if (feedback_.foreign_commands() > 0) {
     throw std::runtime_error("ArmController: another program commands motor " +
                              std::to_string(feedback_.foreign_motor()) + " on " +
@@ -98,7 +100,7 @@ void BringUp::enable_motors() {
   diagnostics::output_line() << "\n=== Enabling Motors Timeout Protection ===";
 }
 
-void BringUp::give_up() {
+void BringUp::disable_after_failure() {
   // A full transmit queue empties meanwhile.
   std::this_thread::sleep_for(kQueuePause);
   hardware_.disable_all();
@@ -144,9 +146,9 @@ bool BringUp::has_confirmed_mode(std::size_t motor) const {
 std::string BringUp::defect_of(std::size_t motor) const {
   const MotorFeedback::Sample& sample = feedback_.motor(motor);
   if (!sample.answered) {
-    return "does not answer; its angle reads as zero";
+    return "does not answer";
   }
-  if (sample.state.error_code != kEnabled) {
+  if (sample.state.error_code != damiao_motor::kEnabledCode) {
     return std::string("is not enabled: ") +
            damiao_motor::motor_error_name(sample.state.error_code);
   }
@@ -174,7 +176,7 @@ void BringUp::ask_again(std::size_t motor) {
   }
   if (!sample.answered) {
     collection.refresh_one(index);
-  } else if (sample.state.error_code == kDisabled) {
+  } else if (sample.state.error_code == damiao_motor::kDisabledCode) {
     collection.enable_one(index);
   }
 }
@@ -209,16 +211,22 @@ void BringUp::wait_for_first_states() {
 }
 
 void BringUp::report_missing_motors() {
+  std::string defects;
   for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
     const std::string defect = defect_of(i);
     if (defect.empty()) {
       continue;
     }
     const std::string line = "motor " + std::to_string(i + 1) + " " + defect;
-    if (setup_.require_all_motors) {
-      throw std::runtime_error("ArmController: " + line);
+    defects += (defects.empty() ? "" : ", ") + line;
+    if (!setup_.require_all_motors) {
+      const bool reads_zero = !feedback_.motor(i).answered;
+      diagnostics::error_line() << "[ArmController] " << line
+                                << (reads_zero ? "; its angle reads as zero" : "");
     }
-    diagnostics::error_line() << "[ArmController] " << line;
+  }
+  if (setup_.require_all_motors && !defects.empty()) {
+    throw std::runtime_error("ArmController: " + defects);
   }
 }
 

@@ -18,6 +18,8 @@ class BringUp {
   /// Listens for 50 ms.
   /// @throws std::runtime_error when another program commands the motors.
   void require_sole_master();
+  /// Does not listen, but takes what has been heard since the beginning.
+  void require_no_other_master() const;
   /// Creates and enables the motors in the configured mode.
   /// @throws StartupFailure when a motor parameter reads back different from the configured one.
   /// @throws std::runtime_error when the interface has refused frames.
@@ -30,7 +32,7 @@ class BringUp {
   void check_start_pose();
 
   /// Disables the motors after a start that failed.
-  void give_up();
+  void disable_after_failure();
 
  private:
   void create_motors();

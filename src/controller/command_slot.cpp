@@ -29,6 +29,11 @@ void CommandSlot::publish(motion::Command command) {
   }
 }
 
+std::uint64_t CommandSlot::number() const {
+  const MutexLock lock(command_mutex);
+  return number_;
+}
+
 /// Keeps the plan of a command that leaves the slot.
 void CommandSlot::retire(motion::Command& command) {
   auto* const move = std::get_if<motion::WaypointMove>(&command);

@@ -37,6 +37,8 @@ class CommandSlot {
   /// Replaces the arm's command. Plans that nothing uses any more are freed on this thread, after
   /// the lock is released.
   void publish(motion::Command command) KELVARA_EXCLUDES(command_mutex);
+  /// The current command's.
+  std::uint64_t number() const KELVARA_EXCLUDES(command_mutex);
   /// Replaces the gripper's target and keeps its speed and force.
   /// @param d Jaw distance, m, clamped to the gripper's range.
   void publish_gripper_distance_command(double d) KELVARA_EXCLUDES(command_mutex);
@@ -60,7 +62,7 @@ class CommandSlot {
   void retire(motion::Command& command) KELVARA_REQUIRES(command_mutex);
   Plans take_unused() KELVARA_REQUIRES(command_mutex);
 
-  Mutex command_mutex;
+  mutable Mutex command_mutex;
   motion::Command command_ KELVARA_GUARDED_BY(command_mutex);
   /// Sequence number; lets the end of a move detect that a newer command has replaced it.
   std::uint64_t number_ KELVARA_GUARDED_BY(command_mutex) = 0;

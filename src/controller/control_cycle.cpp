@@ -5,7 +5,6 @@
 
 #include "description/timing.hpp"
 #include "diagnostics/line.hpp"
-#include "motion/brake.hpp"
 
 namespace kelvara::controller {
 namespace {
@@ -19,9 +18,9 @@ constexpr double kStaleS = 0.05;
 const char* consequence_of(FaultReaction reaction) {
   switch (reaction) {
     case FaultReaction::kHold:
-      return "; the others hold";
+      return "; the arm holds until recover()";
     case FaultReaction::kDisable:
-      return "; disabling every motor";
+      return "; every motor is disabled until recover()";
     default:
       return "";
   }
@@ -43,6 +42,13 @@ void ControlCycle::begin(TimePoint start) {
   next_clip_report = start;
 }
 
+void ControlCycle::publish_first_state(TimePoint now) {
+  reader_.publish();
+  record_.set_point.q = reader_.measured().q;
+  parts_.state.publish_start(reader_.measured().q, {});
+  publish_state(now);
+}
+
 void ControlCycle::run_cycle(TimePoint now) {
   try {
     run_steps(now);
@@ -52,9 +58,11 @@ void ControlCycle::run_cycle(TimePoint now) {
 }
 
 void ControlCycle::skip(motion::Clock::duration late, TimePoint now) {
-  skipped_ += late;
-  last_cycle_ = now;
-  watch_.begin(now);  // nobody has asked the motors meanwhile
+  // The motions continue one period after the last cycle.
+  const TimePoint due = now - description::kControlPeriod;
+  skipped_ += std::max(motion::Clock::duration::zero(), due - last_cycle_);
+  last_cycle_ = due;
+  watch_.begin(now);  // no feedback was requested meanwhile
   error_line() << "[control_loop] late by " << std::chrono::duration<double>(late).count()
                << " s: the schedule and the motion continue from here";
 }
@@ -166,12 +174,17 @@ bool ControlCycle::watch_faults(TimePoint now) {
   if (fault == fault_) {
     return true;
   }
+  if (!fault) {
+    error_line() << "[control_loop] every motor answers as an enabled one again";
+  }
   fault_ = fault;
   return !fault_ || react(now);
 }
 
 bool ControlCycle::react(TimePoint now) {
   const FaultReaction reaction = parts_.setup.on_fault;
+  parts_.flags.fault_reason = fault_->reason;
+  parts_.flags.faulty_motor = fault_->motor;
   parts_.flags.faulted = reaction != FaultReaction::kReport;
   if (reaction == FaultReaction::kHold) {
     hold_others();
@@ -195,48 +208,66 @@ void ControlCycle::hold_others() {
     hold_number_ = parts_.slot.override_command(motion::FloatKdl{});
     return;
   }
-  const JointArray q = commanded_.value_or(reader_.measured().q);
-  const JointArray dq = commanded_ ? record_.set_point.dq : JointArray{};
-  motion::JointTarget target = motion::brake(q, dq, parts_.setup.limits.acceleration);
-  for (std::size_t i = 0; i < kJointCount; ++i) {
-    target.target_q[i] = parts_.setup.limits.joints.clamp_from(i, q[i], target.target_q[i]);
+  hold_number_ = parts_.slot.override_command(brake_from_here());
+}
+
+motion::Brake ControlCycle::brake_from_here() const {
+  if (!commanded_) {
+    return {.start_q = reader_.measured().q};
   }
-  record_.set_point.reference = {true, q, dq};
-  hold_number_ = parts_.slot.override_command(target);
+  return {.start_q = *commanded_, .start_dq = record_.set_point.dq};
 }
 
 void ControlCycle::begin_recovery(TimePoint now) {
   recovery_.begin(now);
   watch_.begin(now);
+  recovery_hold_ = brake_from_here();
+  recovery_hold_.begin({}, now - skipped_);
   parts_.flags.recovery = StopFlags::Recovery::kRunning;
 }
 
 /// Holds what is enabled and lets the targets of the rest follow the arm, so that a motor that is
-/// enabled again has nowhere to go.
+/// enabled again has nowhere to go. An arm that floated keeps floating until it reports where it
+/// is.
 void ControlCycle::step_recovery(bool has_feedback, TimePoint now) {
   const Recovery::Progress progress =
       has_feedback ? recovery_.step(now) : Recovery::Progress::kRunning;
-  const bool keeps_commands = commanded_ && started_;
   for (std::size_t i = 0; i < kJointCount; ++i) {
-    hold_q_[i] =
-        keeps_commands && recovery_.kept_enabled(i) ? (*commanded_)[i] : reader_.measured().q[i];
+    if (!commanded_ || !recovery_.kept_enabled(i)) {
+      recovery_hold_.start_q[i] = reader_.measured().q[i];
+      recovery_hold_.start_dq[i] = 0.0;
+    }
   }
-  record_ = compute_cycle(motion::NoCommand{}, {now - skipped_, hold_q_, {}}, parts_.setup,
+  const bool floats = !commanded_ && !recovery_.all_fresh(now);
+  const motion::Command command =
+      floats ? motion::Command(motion::FloatKdl{}) : motion::Command(recovery_hold_);
+  record_ = compute_cycle(command, {now - skipped_, reader_.measured().q, {}}, parts_.setup,
                           parts_.kinematics);
   sender_.send(record_);
+  hold_gripper_where_it_is();
   sender_.send_gripper(gripper_, now);
   last_cycle_ = now;
-  commanded_ = hold_q_;
   started_ = true;
+  if (!floats) {
+    commanded_ = record_.set_point.q;
+  }
   if (progress != Recovery::Progress::kRunning) {
-    end_recovery(progress);
+    end_recovery(progress, command);
   }
 }
 
-void ControlCycle::end_recovery(Recovery::Progress progress) {
-  record_.set_point.reference = {true, hold_q_, JointArray{}};
-  hold_number_ =
-      parts_.slot.override_command(motion::JointTarget{.target_q = hold_q_, .is_hold = true});
+/// A gripper that was off has moved: its old target would make it jump.
+void ControlCycle::hold_gripper_where_it_is() {
+  const std::optional<GripperState>& measured = reader_.measured().gripper;
+  if (measured && !recovery_.kept_enabled(kGripperMotor)) {
+    parts_.slot.publish_gripper_distance_command(measured->distance);
+    gripper_.gripper_target_distance =
+        description::clamp(measured->distance, 0.0, description::kMaxJawDistance);
+  }
+}
+
+void ControlCycle::end_recovery(Recovery::Progress progress, const motion::Command& command) {
+  hold_number_ = parts_.slot.override_command(command);
   const bool done = progress == Recovery::Progress::kDone;
   if (done) {
     fault_.reset();
@@ -266,12 +297,12 @@ void ControlCycle::report_clipping(TimePoint now) {
 void ControlCycle::report_bus(TimePoint now) {
   if (const auto frames = foreign_report_.due(parts_.feedback.foreign_commands(), now)) {
     error_line() << "[control_loop] another program commands motor "
-                 << parts_.feedback.foreign_motor() << " on this interface: " << frames
-                 << " frames";
+                 << parts_.feedback.foreign_motor() << " on this interface (frames: " << frames
+                 << ")";
   }
   if (const auto frames = refused_report_.due(parts_.hardware.get_socket().refused_frames(), now)) {
-    error_line() << "[control_loop] the interface has refused " << frames
-                 << " frames: its transmit queue is full, or it is down";
+    error_line() << "[control_loop] the interface has refused frames (" << frames
+                 << "): its transmit queue is full, or it is down";
   }
 }
 
@@ -286,7 +317,7 @@ void ControlCycle::publish_state(TimePoint now) {
                     parts_.flags.overloaded_joint, fault_},
                    record_.set_point);
   state.counters.late_cycles = late_cycles_;
-  parts_.state.publish_arm_state(state);
+  parts_.state.publish_arm_state(state, last_number_);
 }
 
 }  // namespace kelvara::controller

@@ -34,6 +34,9 @@ class ControlCycle {
 
   /// Sets the schedules of feedback, gripper and reports to begin at `start`.
   void begin(motion::TimePoint start);
+  /// Publishes what the motors answered at the start, so that the application knows where the arm
+  /// is before the first cycle.
+  void publish_first_state(motion::TimePoint now);
   /// Runs one cycle at the instant `now`. Reports a std::exception on standard error; the rest of
   /// that cycle is skipped.
   void run_cycle(motion::TimePoint now);
@@ -59,7 +62,9 @@ class ControlCycle {
   void hold_others();
   void begin_recovery(motion::TimePoint now);
   void step_recovery(bool has_feedback, motion::TimePoint now);
-  void end_recovery(Recovery::Progress progress);
+  void end_recovery(Recovery::Progress progress, const motion::Command& command);
+  motion::Brake brake_from_here() const;
+  void hold_gripper_where_it_is();
   void report_clipping(motion::TimePoint now);
   void report_bus(motion::TimePoint now);
   void publish_state(motion::TimePoint now);
@@ -79,7 +84,7 @@ class ControlCycle {
   std::optional<Fault> fault_;           // as of the last round of feedback, or latched
   std::uint64_t hold_number_ = 0;        // of the command that a fault has set
   bool started_ = false;
-  JointArray hold_q_{};                 // while recovering
+  motion::Brake recovery_hold_;         // while recovering
   std::uint64_t tau_clipped_count = 0;  // since the last report
   std::uint64_t late_cycles_ = 0;
   OccasionalReport foreign_report_;

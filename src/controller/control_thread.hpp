@@ -19,7 +19,7 @@ class ControlThread {
   /// Waits until the thread has ended, if it was started. May be called again.
   void join();
   /// The thread's body. An overrun of up to 50 ms is caught up: the cycles after it follow without
-  /// sleep. After a longer one, the motors have disabled themselves; the schedule begins anew.
+  /// sleep. After a longer one, the motors have disabled themselves; the schedule starts again.
   void control_loop();
 
  private:

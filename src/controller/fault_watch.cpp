@@ -6,7 +6,6 @@ namespace kelvara::controller {
 namespace {
 
 constexpr double kSilenceS = 0.1;
-constexpr int kEnabled = 1;
 // One answer could be a corrupted or a late one.
 constexpr int kConfirmingRounds = 2;
 // Rounds of 5 ms until a gripper that is commanded again must have answered.
@@ -26,7 +25,7 @@ std::optional<StopReason> FaultWatch::examine(std::size_t motor, const MotorFeed
   }
   const bool news = sample.time != last_answer_[motor];
   last_answer_[motor] = sample.time;
-  if (sample.state.error_code == kEnabled) {
+  if (sample.state.error_code == damiao_motor::kEnabledCode) {
     bad_rounds_[motor] = 0;
   } else if (news) {
     ++bad_rounds_[motor];
@@ -34,7 +33,8 @@ std::optional<StopReason> FaultWatch::examine(std::size_t motor, const MotorFeed
   if (bad_rounds_[motor] < kConfirmingRounds) {
     return std::nullopt;
   }
-  return sample.state.error_code == 0 ? StopReason::kMotorDisabled : StopReason::kMotorError;
+  return sample.state.error_code == damiao_motor::kDisabledCode ? StopReason::kMotorDisabled
+                                                                : StopReason::kMotorError;
 }
 
 std::optional<Fault> FaultWatch::step(const MotorFeedback& feedback, motion::TimePoint now,

@@ -14,11 +14,15 @@ bool FeedbackReader::update(motion::TimePoint now) {
   feedback_.begin_round(now);
   hardware_.get_arm().refresh_all();
   hardware_.recv_all(description::kQuietInCycleUs);
-  read_motors();
   has_read_ = true;
+  publish();
+  return true;
+}
+
+void FeedbackReader::publish() {
+  read_motors();
   state_.publish_state(measured_.q, measured_.dq, measured_.gripper);
   state_.publish_torque(measured_.tau);
-  return true;
 }
 
 void FeedbackReader::read_motors() {

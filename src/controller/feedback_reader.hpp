@@ -30,6 +30,8 @@ class FeedbackReader {
   /// Reads a round of feedback if one is due.
   /// @return whether it was.
   bool update(motion::TimePoint now);
+  /// Publishes what the motors have answered so far, without asking them.
+  void publish();
 
   const Measurement& measured() const { return measured_; }
   motion::TimePoint next_feedback_time() const { return next_feedback; }

@@ -15,7 +15,7 @@ namespace {
 void report(const char* what, int error) {
   if (error != 0) {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): glibc's is safe for known errors
-    diagnostics::error_line() << "[control_loop] " << what << ": " << std::strerror(error);
+    diagnostics::error_line() << "[ArmController] " << what << ": " << std::strerror(error);
   }
 }
 
@@ -32,9 +32,6 @@ int pin_to(int cpu) {
 }  // namespace
 
 void use_realtime(const RealtimeSettings& settings) {
-  if (settings.lock_memory) {
-    report("memory is not locked", mlockall(MCL_CURRENT | MCL_FUTURE) == 0 ? 0 : errno);
-  }
   if (settings.cpu >= 0) {
     report("the control thread is not bound to its processor", pin_to(settings.cpu));
   }
@@ -44,6 +41,10 @@ void use_realtime(const RealtimeSettings& settings) {
     report("the control thread has no real-time priority",
            pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters));
   }
+}
+
+void lock_memory() {
+  report("memory is not locked", mlockall(MCL_CURRENT | MCL_FUTURE) == 0 ? 0 : errno);
 }
 
 }  // namespace kelvara::controller

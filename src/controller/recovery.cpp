@@ -7,8 +7,6 @@ namespace {
 
 constexpr std::chrono::seconds kPatience{1};
 constexpr double kFreshS = 0.02;
-constexpr int kDisabled = 0;
-constexpr int kEnabled = 1;
 
 }  // namespace
 
@@ -38,11 +36,21 @@ bool Recovery::is_enabled(std::size_t motor, motion::TimePoint now) const {
   if (!sample.answered && !setup_.require_all_motors) {
     return true;  // the arm was started without it
   }
-  return feedback_.age_s(motor, now) < kFreshS && sample.state.error_code == kEnabled;
+  return feedback_.age_s(motor, now) < kFreshS &&
+         sample.state.error_code == damiao_motor::kEnabledCode;
+}
+
+bool Recovery::all_fresh(motion::TimePoint now) const {
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    if (feedback_.motor(i).answered && feedback_.age_s(i, now) >= kFreshS) {
+      return false;
+    }
+  }
+  return true;
 }
 
 void Recovery::restore(std::size_t motor) {
-  if (feedback_.motor(motor).state.error_code == kDisabled) {
+  if (feedback_.motor(motor).state.error_code == damiao_motor::kDisabledCode) {
     enable_again(hardware_, setup_, motor);
   } else {
     const Place place = place_of(hardware_, motor);
@@ -60,7 +68,7 @@ Recovery::Progress Recovery::step(motion::TimePoint now) {
     if (i == kGripperMotor) {
       hardware_.get_gripper().refresh_all();
     }
-    if (feedback_.motor(i).state.error_code != kEnabled) {
+    if (feedback_.motor(i).state.error_code != damiao_motor::kEnabledCode) {
       lost_.set(i);
       restore(i);
     }

@@ -19,12 +19,14 @@ class Recovery {
            const MotorFeedback& feedback)
       : hardware_(hardware), setup_(setup), feedback_(feedback) {}
 
-  /// Begins anew; fails if it takes longer than a second.
+  /// Starts; fails if it takes longer than a second.
   void begin(motion::TimePoint now);
   /// Takes a round of feedback and sends the next step to each motor that is not enabled.
   Progress step(motion::TimePoint now);
   /// Whether the motor has been enabled all the time, so that it held its position.
   bool kept_enabled(std::size_t motor) const { return !lost_[motor]; }
+  /// Whether every joint that has ever answered has done so just now.
+  bool all_fresh(motion::TimePoint now) const;
   /// The last motor, from 1, that was not enabled in the last step; 0 for none.
   int missing_motor() const { return missing_motor_; }
 

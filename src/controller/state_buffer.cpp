@@ -45,13 +45,17 @@ std::bitset<kJointCount> StateBuffer::start_positions(JointArray& out) const {
   return start_stale_;
 }
 
-void StateBuffer::publish_arm_state(const ArmState& state) {
+void StateBuffer::publish_arm_state(const ArmState& state, std::uint64_t number) {
   const MutexLock lock(arm_state_mutex);
   arm_state_ = state;
+  executed_number_ = number;
 }
 
-ArmState StateBuffer::arm_state() const {
+ArmState StateBuffer::arm_state(std::uint64_t* number) const {
   const MutexLock lock(arm_state_mutex);
+  if (number != nullptr) {
+    *number = executed_number_;
+  }
   return arm_state_;
 }
 

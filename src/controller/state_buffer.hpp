@@ -1,6 +1,7 @@
 #pragma once
 
 #include <bitset>
+#include <cstdint>
 #include <optional>
 
 #include "controller/thread_safety.hpp"
@@ -27,13 +28,16 @@ class StateBuffer {
   /// @param q     Where a motion starts: measured, or last commanded where `stale`.
   void publish_start(const JointArray& q, std::bitset<kJointCount> stale)
       KELVARA_EXCLUDES(state_mutex);
-  void publish_arm_state(const ArmState& state) KELVARA_EXCLUDES(arm_state_mutex);
+  /// @param number Of the command that the cycle has executed.
+  void publish_arm_state(const ArmState& state, std::uint64_t number)
+      KELVARA_EXCLUDES(arm_state_mutex);
 
   /// Copies where a motion starts, once it has been published; returns the joints whose feedback is
   /// too old.
   std::bitset<kJointCount> start_positions(JointArray& out) const KELVARA_EXCLUDES(state_mutex);
   /// The snapshot of the last cycle.
-  ArmState arm_state() const KELVARA_EXCLUDES(arm_state_mutex);
+  /// @param number Set to that of the command that the cycle has executed, unless null.
+  ArmState arm_state(std::uint64_t* number = nullptr) const KELVARA_EXCLUDES(arm_state_mutex);
 
   // Each copies the latest feedback; false, with `out` untouched, before there is any.
   bool try_get_latest_joint_state(JointArray& out) const KELVARA_EXCLUDES(state_mutex);
@@ -57,6 +61,7 @@ class StateBuffer {
 
   mutable Mutex arm_state_mutex;
   ArmState arm_state_ KELVARA_GUARDED_BY(arm_state_mutex);
+  std::uint64_t executed_number_ KELVARA_GUARDED_BY(arm_state_mutex) = 0;
 
   mutable Mutex torque_mutex;
   JointArray latest_tau KELVARA_GUARDED_BY(torque_mutex){};  // N·m

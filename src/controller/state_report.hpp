@@ -31,7 +31,7 @@ class FaultText {
   std::array<char, 64> text_{};
 };
 
-/// Fills the snapshot of one cycle. The counters of others are left alone.
+/// These fill the snapshot of one cycle; the remaining counters are the caller's.
 void report_motors(ArmState& state, const MotorFeedback& feedback, motion::TimePoint now);
 void report_motion(ArmState& state, const Measurement& measured, const CycleRecord& record,
                    const GripperCommand& gripper);

@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "kelvara/arm_state.hpp"
+
 namespace kelvara::controller {
 
 /// The flags that both threads poll, once a cycle and once a pass.
@@ -12,6 +14,10 @@ struct StopFlags {
 
   /// A fault after which commands are refused until `recover()`. Set by the control thread.
   std::atomic<bool> faulted{false};
+  std::atomic<StopReason> fault_reason{StopReason::kNone};  // why: set before the flag
+  std::atomic<int> faulty_motor{0};                         // from 1; 0: none in particular
+
+  std::atomic<bool> closing{false};  // `cleanup()` has begun: nothing starts again
 
   enum class Recovery { kNone, kRequested, kRunning, kDone, kFailed };
   std::atomic<Recovery> recovery{Recovery::kNone};

@@ -54,21 +54,38 @@ motion::WaypointOptions choose_options(double time_sec, double speed_percent, do
   return options;
 }
 
-/// Makes a plan that exceeds a ceiling of the velocities slower; returns the factor.
-double stretch(std::vector<motion::WaypointTrajectorySample>& samples, const JointArray& ceiling) {
-  double factor = 1.0;
+/// By how much a plan exceeds a ceiling of the velocities; at most 1 when it does not.
+double excess(const std::vector<motion::WaypointTrajectorySample>& samples,
+              const JointArray& ceiling) {
+  double factor = 0.0;
   for (const motion::WaypointTrajectorySample& sample : samples) {
     for (std::size_t i = 0; i < kJointCount; ++i) {
       factor = std::max(factor, std::abs(sample.dq[i]) / ceiling[i]);
     }
   }
-  for (motion::WaypointTrajectorySample& sample : samples) {
-    for (std::size_t i = 0; i < kJointCount; ++i) {
-      sample.dq[i] /= factor;
-      sample.ddq[i] /= factor * factor;
-    }
-  }
   return factor;
+}
+
+/// Plans; again in a longer time while the plan exceeds a ceiling of the velocities.
+motion::WaypointPlan plan_below_ceiling(const JointArray& start,
+                                        const std::vector<JointArray>& points,
+                                        const kelvara::description::JointTrajectoryConfig& config,
+                                        motion::WaypointOptions options,
+                                        const motion::SetPointLimits& limits) {
+  // At least one sample for each segment, so that every attempt takes longer.
+  const double least_s = static_cast<double>(points.size()) / options.control_hz;
+  motion::WaypointPlan plan = motion::plan_waypoints(start, points, config, options);
+  while (limits.is_ceiling) {
+    const double factor = excess(plan.samples, limits.velocity);
+    if (!(factor > 1.0)) {
+      break;
+    }
+    const double duration_s = static_cast<double>(plan.samples.size() - 1) / options.control_hz;
+    options = {.time_s = std::max(duration_s * factor, duration_s + least_s),
+               .control_hz = options.control_hz};
+    plan = motion::plan_waypoints(start, points, config, options);
+  }
+  return plan;
 }
 
 motion::WaypointMove to_command(std::vector<motion::WaypointTrajectorySample> samples,
@@ -112,11 +129,10 @@ void ArmController::Impl::publish_joint_waypoint_trajectory_command(
           << " does not answer: the plan starts from its last commanded position";
     }
   }
-  motion::WaypointPlan plan = motion::plan_waypoints(start, points, config, options);
+  require_no_fault();
+  motion::WaypointPlan plan = plan_below_ceiling(start, points, config, options, setup.limits);
   for (const std::string& report : plan.limit_reports) {
     kelvara::diagnostics::error_line() << report;
   }
-  const double factor =
-      setup.limits.is_ceiling ? stretch(plan.samples, setup.limits.velocity) : 1.0;
-  publish(to_command(std::move(plan.samples), control_hz / factor));
+  publish(to_command(std::move(plan.samples), control_hz));
 }

@@ -18,15 +18,33 @@ void write_param_each(DMDeviceCollection& collection, int rid, const std::vector
   }
 }
 
+/// A frame's content; unlike a CANPacket it needs no memory from the heap, so that an arm can be
+/// stopped when there is none.
+struct Content {
+  std::uint32_t can_id;
+  Payload payload;
+};
+
+auto command(std::uint8_t code) {
+  return [code](const Motor& motor) { return Content{motor.can_id, command_payload(code)}; };
+}
+
 auto mode_switch(int mode) {
   return [mode](const Motor& motor) {
-    return CanPacketEncoder::create_param_write_RID_command(motor, mode);
+    return Content{kBroadcastId, mode_payload(motor.can_id, mode)};
   };
 }
 
 auto query(int rid) {
   return [rid](const Motor& motor) {
-    return CanPacketEncoder::create_query_param_command(motor, rid);
+    return Content{kBroadcastId, query_payload(motor.can_id, rid)};
+  };
+}
+
+template <typename Value>
+auto write(int rid, Value value) {
+  return [rid, value](const Motor& motor) {
+    return Content{kBroadcastId, write_payload(motor.can_id, rid, value)};
   };
 }
 
@@ -46,22 +64,20 @@ void DMDeviceCollection::rebuild_motor_devices() {
   }
 }
 
-template <typename MakePacket>
-void DMDeviceCollection::send_to_all(MakePacket make_packet) {
+template <typename MakeContent>
+void DMDeviceCollection::send_to_all(MakeContent make_content) {
   for (const auto& device : motor_devices_) {
-    send(make_packet(device->get_motor()));
+    const Content content = make_content(device->get_motor());
+    send(content.can_id, content.payload);
   }
 }
 
-template <typename MakePacket>
-void DMDeviceCollection::send_to_one(int index, MakePacket make_packet) {
+template <typename MakeContent>
+void DMDeviceCollection::send_to_one(int index, MakeContent make_content) {
   if (const Motor* motor = find_motor(index)) {
-    send(make_packet(*motor));
+    const Content content = make_content(*motor);
+    send(content.can_id, content.payload);
   }
-}
-
-void DMDeviceCollection::send(const CANPacket& packet) {
-  write_frame(packet.can_id, packet.data.data(), packet.data.size());
 }
 
 void DMDeviceCollection::send(std::uint32_t can_id, const Payload& payload) {
@@ -82,7 +98,7 @@ void DMDeviceCollection::write_frame(std::uint32_t can_id, const std::uint8_t* d
 void DMDeviceCollection::send_command_to_device(std::shared_ptr<DMCANDevice> device,
                                                 const CANPacket& packet) {
   if (device) {
-    send(packet);
+    write_frame(packet.can_id, packet.data.data(), packet.data.size());
   }
 }
 
@@ -112,24 +128,20 @@ void DMDeviceCollection::set_callback_mode_all(CallbackMode mode) {
 
 // ---- Set-up commands ------------------------------------------------------
 
-void DMDeviceCollection::enable_all() { send_to_all(CanPacketEncoder::create_enable_command); }
+void DMDeviceCollection::enable_all() { send_to_all(command(kEnableCommand)); }
 
-void DMDeviceCollection::enable_one(int index) {
-  send_to_one(index, CanPacketEncoder::create_enable_command);
-}
+void DMDeviceCollection::enable_one(int index) { send_to_one(index, command(kEnableCommand)); }
 
-void DMDeviceCollection::disable_all() { send_to_all(CanPacketEncoder::create_disable_command); }
+void DMDeviceCollection::disable_all() { send_to_all(command(kDisableCommand)); }
 
-void DMDeviceCollection::disable_one(int index) {
-  send_to_one(index, CanPacketEncoder::create_disable_command);
-}
+void DMDeviceCollection::disable_one(int index) { send_to_one(index, command(kDisableCommand)); }
 
-void DMDeviceCollection::set_zero_all() { send_to_all(CanPacketEncoder::create_set_zero_command); }
+void DMDeviceCollection::set_zero_all() { send_to_all(command(kSetZeroCommand)); }
 
-void DMDeviceCollection::clrErr_all() { send_to_all(CanPacketEncoder::create_clrErr_command); }
+void DMDeviceCollection::clrErr_all() { send_to_all(command(kClearErrorCommand)); }
 
 void DMDeviceCollection::clear_error_one(int index) {
-  send_to_one(index, CanPacketEncoder::create_clrErr_command);
+  send_to_one(index, command(kClearErrorCommand));
 }
 
 void DMDeviceCollection::switch_all_motors_mode(int mode) { send_to_all(mode_switch(mode)); }
@@ -147,15 +159,11 @@ void DMDeviceCollection::query_dec_all() { query_param_all(kDecelerationRegister
 void DMDeviceCollection::query_kp_apr_all() { query_param_all(kKpAprRegister); }
 
 void DMDeviceCollection::write_param_one(int index, int rid, unsigned value) {
-  if (const Motor* motor = find_motor(index)) {
-    send(CanPacketEncoder::create_write_param_command(*motor, rid, value));
-  }
+  send_to_one(index, write(rid, value));
 }
 
 void DMDeviceCollection::write_param_one(int index, int rid, float value) {
-  if (const Motor* motor = find_motor(index)) {
-    send(CanPacketEncoder::create_write_param_command(*motor, rid, value));
-  }
+  send_to_one(index, write(rid, value));
 }
 
 void DMDeviceCollection::write_param_all(int rid, const std::vector<float>& values) {

@@ -1,23 +1,22 @@
 #pragma once
 
-#include <cmath>
-
-#include "motion/joint_target.hpp"
+#include "motion/setpoint.hpp"
 
 namespace kelvara::motion {
 
-/// Where the joints come to rest when they brake now, each at its acceleration limit.
-/// @param q,dq         Commanded angles (rad) and velocities (rad/s).
-/// @param acceleration rad/s².
-inline JointTarget brake(const JointArray& q, const JointArray& dq,
-                         const JointArray& acceleration) {
-  JointTarget target{.target_q = q, .is_hold = true};
-  for (std::size_t i = 0; i < kJointCount; ++i) {
-    if (acceleration[i] > 0.0) {
-      target.target_q[i] += dq[i] * std::abs(dq[i]) / (2.0 * acceleration[i]);
-    }
-  }
-  return target;
-}
+/// Brakes every joint from where it is commanded to, at its acceleration limit (faster where the
+/// joint limit is nearer), and then holds it.
+struct Brake {
+  static constexpr int command_type = 1;  // ends as a joint target
+
+  JointArray start_q{};   // rad
+  JointArray start_dq{};  // rad/s
+  // Set by the first cycle:
+  bool started = false;
+  TimePoint start_time{};
+
+  void begin(const JointArray& start, TimePoint now);
+  SetPoint evaluate(const Instant& instant, const SetPointLimits& limits, Approach approach) const;
+};
 
 }  // namespace kelvara::motion

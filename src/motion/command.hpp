@@ -2,6 +2,7 @@
 
 #include <variant>
 
+#include "motion/brake.hpp"
 #include "motion/floating.hpp"
 #include "motion/joint_target.hpp"
 #include "motion/setpoint.hpp"
@@ -24,7 +25,8 @@ struct NoCommand {
 /// The arm's command. A kind is a struct with its data, its number and two functions:
 /// `begin` takes the start of a move in its first cycle and does nothing in later ones, `evaluate`
 /// computes the set-point of one instant. A kind that lacks one of them does not compile.
-using Command = std::variant<NoCommand, JointTarget, TimedMove, WaypointMove, Float, FloatKdl>;
+using Command =
+    std::variant<NoCommand, JointTarget, TimedMove, WaypointMove, Float, FloatKdl, Brake>;
 
 /// The number of the command's kind, 0 to 5.
 inline int command_type(const Command& command) {

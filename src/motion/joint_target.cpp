@@ -15,6 +15,7 @@ constexpr double kReferenceGain = 8.0;
 // After this long without a new target the velocity of a stream no longer counts.
 constexpr std::chrono::milliseconds kStreamPatience{100};
 // A joint this close to its target is not under way to it.
+constexpr double kAtRestRadPerS = 1e-3;
 constexpr double kArrivedRad = 1e-4;          // the reference, MIT mode
 constexpr double kArrivedMeasuredRad = 0.02;  // the arm, position/velocity mode
 
@@ -58,7 +59,8 @@ SetPoint follow_reference(const JointTarget& command, const Instant& instant,
     const double target = target_of(command, i, limits);
     const double target_dq = stalled ? 0.0 : command.target_dq[i];
     const Step step = step_reference(i, target, target_dq, start[i], start_dq[i], limits);
-    point.moving = point.moving || std::abs(target - step.q) > kArrivedRad;
+    point.moving = point.moving || std::abs(target - step.q) > kArrivedRad ||
+                   std::abs(step.dq) > kAtRestRadPerS;
     point.q[i] = step.q;
     point.dq[i] = step.dq;
     point.model_ddq[i] = step.ddq;

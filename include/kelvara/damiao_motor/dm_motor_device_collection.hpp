@@ -44,6 +44,7 @@ class KELVARA_EXPORT DMDeviceCollection {
   /// Sets how every device interprets its frames; sends nothing.
   void set_callback_mode_all(CallbackMode mode);
 
+  // None of these allocates memory.
   void enable_all();
   void enable_one(int index);
   void disable_all();
@@ -89,11 +90,10 @@ class KELVARA_EXPORT DMDeviceCollection {
 
  private:
   void rebuild_motor_devices();
-  template <typename MakePacket>
-  void send_to_all(MakePacket make_packet);
-  template <typename MakePacket>
-  void send_to_one(int index, MakePacket make_packet);
-  void send(const CANPacket& packet);
+  template <typename MakeContent>
+  void send_to_all(MakeContent make_content);
+  template <typename MakeContent>
+  void send_to_one(int index, MakeContent make_content);
   void send(std::uint32_t can_id, const std::array<std::uint8_t, 8>& payload);
   void write_frame(std::uint32_t can_id, const std::uint8_t* data, std::size_t size);
 

@@ -18,6 +18,10 @@ enum Register : int {
 /// Values of the control-mode register.
 enum ControlMode : int { MIT_MODE = 1, POS_VEL_MODE = 2 };
 
+/// State codes of a motor's feedback; others report an error (see `motor_error_name`).
+inline constexpr int kDisabledCode = 0;
+inline constexpr int kEnabledCode = 1;
+
 /// A frame to send: identifier and data bytes.
 struct CANPacket {
   std::uint32_t can_id;
