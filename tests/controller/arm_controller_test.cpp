@@ -126,6 +126,7 @@ TEST(ArmControllerWithOptions, HoldsReportsItsStateAndIsClosedAfterCleanup) {
   // A machine that stands still for 0.1 s makes the motors silent.
   options.on_fault = kelvara::FaultReaction::kReport;
   ArmController arm(options);
+  EXPECT_NEAR(arm.state().q[5], 0.6, 0.01) << "known from the start";
   const auto reaches = [&](kelvara::ArmCondition condition) {
     return eventually([&] { return arm.state().condition == condition; });
   };
@@ -141,14 +142,18 @@ TEST(ArmControllerWithOptions, HoldsReportsItsStateAndIsClosedAfterCleanup) {
   }
   EXPECT_EQ(state.files->settings_path, arm.description_files().settings_path);
   arm.set_joint(std::vector<double>(6, 0.2), 0.5);
-  EXPECT_TRUE(reaches(kelvara::ArmCondition::kMoving));
+  EXPECT_EQ(arm.state().condition, kelvara::ArmCondition::kMoving) << "at once";
   EXPECT_TRUE(reaches(kelvara::ArmCondition::kHolding));
   EXPECT_TRUE(arm.recover()) << "nothing to recover from";
   arm.identify_gravity_compensation();
   EXPECT_TRUE(reaches(kelvara::ArmCondition::kFloating));
-  arm.cleanup();
+  hardware.halt();  // no motor answers any more
+  EXPECT_TRUE(reaches(kelvara::ArmCondition::kBusSilent));
+  std::thread recovery([&] { EXPECT_FALSE(arm.recover()); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  arm.cleanup();  // ends the recovery, too
+  recovery.join();
   EXPECT_EQ(arm.state().condition, kelvara::ArmCondition::kClosed);
-  EXPECT_STREQ(arm.state().motors[0].error_name, "Disabled");
 }
 
 struct RunningController : ::testing::Test {

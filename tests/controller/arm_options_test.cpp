@@ -3,6 +3,8 @@
 
 #include "kelvara/arm_options.hpp"
 
+#include <cmath>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -68,7 +70,35 @@ TEST_P(FaultReactions, StopTheArmAsAskedAndRecoverWhereItIs) {
   }
 }
 
-TEST(FloatingArm, ThatNoLongerReportsWhereItIsKeepsFloating) {
+TEST(Fault, AtHighSpeedBrakesEveryJointWithoutAStepAndRecoversOnTheWay) {
+  const JointArray start{-1.2, 0, 0, 0, 0, 0};
+  ClosedLoop loop(kelvara::ArmOptions{}, start);
+  loop.run(4);
+  loop.move({1.2, 0, 0, 0, 0, 0}, 0.8);  // 6.6 rad/s at its peak
+  loop.run(160);
+  loop.hardware.arm().motor(2).raise_error(0xB);
+  loop.run(6);
+  double last_q = loop.impl->arm_state().q_command[0];
+  double last_dq = loop.impl->arm_state().dq_command[0];
+  EXPECT_GT(last_dq, 5.0);
+  for (int k = 0; k < 300; ++k) {
+    if (k == 20) {
+      loop.impl->flags.recovery = Recovery::kRequested;
+    }
+    loop.cycle();
+    const kelvara::ArmState state = loop.impl->arm_state();
+    EXPECT_LE(state.dq_command[0], last_dq + 1e-9) << k;
+    EXPECT_LE(last_dq - state.dq_command[0], 0.1) << k;
+    EXPECT_LE(std::abs(state.q_command[0] - last_q), last_dq * 0.0026 + 1e-6) << k;
+    last_q = state.q_command[0];
+    last_dq = state.dq_command[0];
+  }
+  EXPECT_EQ(last_dq, 0.0);
+  EXPECT_EQ(loop.impl->arm_state().condition, ArmCondition::kHolding);
+  EXPECT_NEAR(loop.true_positions()[0], last_q, 0.02);
+}
+
+TEST(FloatingArm, ThatNoLongerReportsWhereItIsKeepsFloatingAndIsNotPulledBack) {
   ClosedLoop loop(kelvara::ArmOptions{}, kTarget);
   loop.run(10);
   loop.impl->publish_kdl_gravity_comp_command();
@@ -77,6 +107,17 @@ TEST(FloatingArm, ThatNoLongerReportsWhereItIsKeepsFloating) {
   loop.run(100);
   EXPECT_EQ(loop.impl->arm_state().condition, ArmCondition::kBusSilent);
   EXPECT_TRUE(loop.hardware.arm().floats());
+  JointArray moved = kTarget;
+  moved[0] -= 0.4;
+  loop.hardware.arm().set_joint_positions(moved);
+  loop.impl->flags.recovery = Recovery::kRequested;
+  loop.run(20);
+  EXPECT_TRUE(loop.hardware.arm().floats()) << "nobody knows where it is";
+  loop.hardware.change_replies({});
+  loop.run(60);
+  EXPECT_EQ(loop.impl->flags.recovery, Recovery::kDone);
+  EXPECT_NEAR(loop.impl->arm_state().q_command[0], moved[0], 0.02);
+  EXPECT_NEAR(loop.true_positions()[0], moved[0], 0.02);
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, FaultReactions,
@@ -95,8 +136,13 @@ TEST(Options, HoldAtTheStartAndKeepTheCeilingOfTheSpeed) {
   loop.run(400, watch);
   EXPECT_EQ(loop.impl->arm_state().condition, ArmCondition::kMoving);
   EXPECT_LT(watch.largest_step(), 1.1 * 15.5 * 0.05 * 0.0025 + 0.002);
-  loop.run(1200);
+  loop.run(1200, watch);
   EXPECT_NEAR(loop.true_positions()[0], 0.0, 0.02);
+  const std::vector<double> away(kTarget.begin(), kTarget.end());
+  loop.impl->publish_joint_waypoint_trajectory_command({away}, 0.02, 0.0, 400.0);
+  loop.run(2000, watch);
+  EXPECT_NEAR(loop.true_positions()[0], kTarget[0], 0.02);
+  EXPECT_LT(watch.largest_step(), 1.1 * 15.5 * 0.05 * 0.0025 + 0.002);
 }
 
 TEST(Options, RefuseAMotorThatDoesNotAnswer) {

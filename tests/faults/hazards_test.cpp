@@ -163,6 +163,22 @@ TEST(LateLoop, ContinuesTheMoveWhereItWas) {
   EXPECT_LT(watch.largest_step(), kFastestStep);
 }
 
+TEST(LateLoop, ThatOverrunsEveryCycleNeverMovesBack) {
+  ClosedLoop loop(MIT_MODE);
+  loop.move(kTarget, 1.0);
+  double last = 0.0;
+  for (int k = 1; k < 200; ++k) {
+    loop.cycle();
+    EXPECT_GE(loop.impl->arm_state().q_command[5], last - 1e-9) << k;
+    last = loop.impl->arm_state().q_command[5];
+    loop.now += std::chrono::microseconds(2500);  // a cycle takes two periods
+    if (k % 20 == 0) {
+      loop.impl->cycle->skip(std::chrono::milliseconds(51), loop.now);
+    }
+  }
+  EXPECT_GT(last, 0.5 * kTarget[5]);
+}
+
 TEST(RefusedFrames, AtBringUpAreAnError) {
   SimulatedHardware hardware(false);
   hardware.bus().interface().set_queue_full(true);
