@@ -21,8 +21,12 @@
 /// Commands check their arguments, replace the current command (there is no queue; the last writer
 /// wins) and return at once; the control thread acts on it in its next cycle. Queries copy the
 /// latest feedback, at most some milliseconds old. Both may be called from any thread, but not
-/// while `cleanup()` or the destructor runs; after `cleanup()` they throw std::runtime_error. Joint
-/// vectors hold six values, joint 1 (at the base) first; radians, rad/s, N·m.
+/// while `cleanup()` or the destructor runs; after `cleanup()` all but `state()` throw
+/// std::runtime_error. Joint vectors hold six values, joint 1 (at the base) first; radians, rad/s,
+/// N·m.
+///
+/// An arm that was started with options refuses commands after a fault that has stopped it, with
+/// std::runtime_error, until `recover()`; gripper commands are accepted.
 ///
 /// Only the process that constructed it drives the arm: in a child of `fork()`, `cleanup()`, the
 /// destructor and `exit()` do nothing, and commands and queries throw std::runtime_error.
@@ -32,7 +36,7 @@ class KELVARA_EXPORT ArmController {
 
   /// Opens the bus, reads the robot description, brings the motors up in the given mode, starts the
   /// threads, closes the gripper and sends the arm to the all-zero pose in 2 s: the arm moves.
-  /// Blocks some 10 ms in MIT mode and some 220 ms in position/velocity mode, 50 ms more when a
+  /// Blocks some 10 ms in MIT mode and some 220 ms in position/velocity mode, 20 ms more when a
   /// motor does not answer.
   ///
   /// Ends the whole process with status 1, after a line on standard error, when a motor parameter
@@ -40,13 +44,13 @@ class KELVARA_EXPORT ArmController {
   /// the YAML file can no longer be opened or parsed after the kinematics have been read from it.
   /// @param with_gripper  true: a gripper motor is fitted.
   /// @param can_interface Interface name, for example "can0"; must be up.
-  /// @param bus_flag      true: CAN-FD frames, false: classic ones. An interface without CAN-FD
-  ///                      refuses every CAN-FD frame, silently: no motor answers.
+  /// @param bus_flag      true: CAN-FD frames, false: classic ones.
   /// @param mode          `MIT_MODE` or `POS_VEL_MODE`.
   /// @throws kelvara::canbus::CANSocketException when the interface cannot be opened.
   /// @throws std::runtime_error for a robot description that is missing or malformed, with masses,
-  ///         inertias or lengths that are not finite, or with negative or NaN gains and limits in
-  ///         `pos_vel_mode` or `mit_mode`.
+  ///         inertias or lengths that are not finite, with swapped limits, a joint that does not
+  ///         turn, or negative or NaN gains and limits in `pos_vel_mode` or `mit_mode`; and when
+  ///         the interface refuses a frame (a full transmit queue, or no CAN-FD).
   /// @throws std::invalid_argument for another mode, or motor signs other than +1 and -1.
   ArmController(bool with_gripper, const std::string& can_interface, bool bus_flag,
                 kelvara::damiao_motor::ControlMode mode);
@@ -54,7 +58,8 @@ class KELVARA_EXPORT ArmController {
   /// std::runtime_error here; so do a joint that lacks a limit and is not continuous, another
   /// program that commands the motors (heard for 50 ms before the first frame) and, unless
   /// switched off, a motor that does not answer. After an exception every motor is disabled.
-  /// @throws std::invalid_argument also for options out of range.
+  /// @throws std::invalid_argument, std::runtime_error and kelvara::canbus::CANSocketException as
+  ///         above; std::invalid_argument also for options out of range.
   explicit ArmController(const kelvara::ArmOptions& options);
   /// `cleanup()`.
   ~ArmController();
@@ -67,16 +72,20 @@ class KELVARA_EXPORT ArmController {
   void cleanup();
 
   /// One coherent snapshot of the last control cycle: motion, motors, condition and counters. Does
-  /// not allocate and never waits for the bus. After `cleanup()` it is the last one, closed.
+  /// not allocate and never waits for the bus. A command that the next cycle begins counts as
+  /// moving already. While the control thread is stopped (after the torque monitor, or `kDisable`)
+  /// the snapshot does not change until `recover()`; after `cleanup()` it is the last one, closed.
   kelvara::ArmState state() const;
   /// After a stop of the torque monitor, a motor's error or a silent bus: clears the errors,
   /// enables the motors and holds the arm where it is. Blocks until every motor answers as an
   /// enabled one, a second at most. Does nothing when there is nothing to recover from. Any
   /// thread.
-  /// @return true when the arm holds; false when a motor still reports an error or does not
+  /// @return true when no fault remains; false when a motor still reports an error or does not
   ///         answer: see `state()`.
+  /// @throws std::runtime_error after `cleanup()`.
   bool recover();
   /// The two files that describe the arm.
+  /// @throws std::runtime_error after `cleanup()`.
   kelvara::DescriptionFiles description_files() const;
 
   /// Holds a joint target, approached within the joints' speed and acceleration limits.
@@ -89,7 +98,8 @@ class KELVARA_EXPORT ArmController {
   /// Moves from the present pose to a target in a given time, at rest at both ends (a polynomial of
   /// the seventh degree in time), then holds it.
   /// @param q_end Target angles, clamped to the joint limits.
-  /// @param tf    Duration in seconds; the resulting speed is not limited. With 1e-6 or
+  /// @param tf    Duration in seconds; the resulting speed is limited by
+  ///              `ArmOptions::velocity_scale` alone, which makes the move longer. With 1e-6 or
   ///              less, or NaN, the arm stays where it is until the next command, in MIT mode
   ///              without stiffness.
   /// @throws std::invalid_argument "q_end size mismatch", "tf must be positive", "q_end must be
@@ -101,7 +111,8 @@ class KELVARA_EXPORT ArmController {
   /// is released by the next command after its end, or by `cleanup()`.
   /// @param waypoints     Points of six angles each, clamped to the joint limits.
   /// @param time_sec      Total duration in s; 0: as fast as the limits allow. A time too short for
-  ///                      the limits is reported on standard error for each joint, and kept.
+  ///                      the limits is reported on standard error for each joint, and kept as
+  ///                      far as `ArmOptions::velocity_scale` allows.
   /// @param speed_percent Fraction of the velocity limits, (0, 1]. Takes precedence over
   ///                      `time_sec`; pass 0 to leave it unset. With neither, the configured
   ///                      default fraction.

@@ -14,7 +14,8 @@ enum class FaultReaction {
              // `recover()`
 };
 
-/// How an `ArmController` is started. Every field has a safe default.
+/// How an `ArmController` is started. By default the arm holds where it is; its speed is limited by
+/// the joints' velocity limits alone, which is fast.
 struct ArmOptions {
   std::string interface = "can0";  // name of the CAN interface; must be up
   bool can_fd = false;             // true: CAN-FD frames; false: classic ones
@@ -26,8 +27,10 @@ struct ArmOptions {
   std::string urdf_path;
   std::string settings_path;
 
-  bool go_home = false;            // move to the all-zero pose in 2 s; false: hold where the arm is
-  bool require_all_motors = true;  // refuse to start when a motor does not answer or enable
+  bool go_home = false;  // move to the all-zero pose in 2 s (or as the ceiling below allows)
+  /// Refuse to start when a motor does not answer as an enabled one. false: a motor that receives
+  /// frames but is not heard is held at 0 rad, wherever it is.
+  bool require_all_motors = true;
   FaultReaction on_fault = FaultReaction::kHold;
   /// Ceiling of every command's speed, as a fraction of the joints' velocity limits (10.5 rad/s for
   /// joints 1 to 3, 15 for joint 4, 15.5 for joints 5 and 6), (0, 1]. A timed move or a plan that

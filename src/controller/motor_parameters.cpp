@@ -1,5 +1,6 @@
 #include "controller/motor_parameters.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <iomanip>
 #include <iostream>
@@ -17,6 +18,8 @@ using damiao_motor::DMDeviceCollection;
 using description::kQuietAfterParameterUs;
 
 constexpr double kParameterTolerance = 1e-4;
+// Enough for a bus that loses a fifth of its frames in both directions.
+constexpr int kMaxRepetitions = 20;
 
 /// One of the motors' parameters: its names, its register and its calls.
 struct Parameter {
@@ -69,6 +72,34 @@ ReadBack read_parameters(Kelvara& hardware) {
   return values;
 }
 
+bool is_as_configured(double read_back, double configured) {
+  return std::abs(read_back - configured) <= kParameterTolerance;
+}
+
+/// Writes and reads again what does not read back as configured: a frame may have been lost.
+/// @return whether there was anything to repeat.
+bool repeat_parameters(Kelvara& hardware, const description::PosVelModeConfig& config,
+                       ReadBack& values) {
+  DMDeviceCollection& arm = hardware.get_arm();
+  bool repeated = false;
+  for (std::size_t k = 0; k < kParameters.size(); ++k) {
+    const int rid = kParameters[k].rid;
+    const JointArray& configured = config.*kParameters[k].configured;
+    for (std::size_t i = 0; i < std::min(values[k].size(), configured.size()); ++i) {
+      const auto index = static_cast<int>(i);
+      if (is_as_configured(values[k][i], configured[i])) {
+        continue;
+      }
+      repeated = true;
+      arm.write_param_one(index, rid, static_cast<float>(configured[i]));
+      arm.query_param_one(index, rid);
+      hardware.recv_all(description::kQuietAfterCommandUs);
+      values[k][i] = arm.find_motor(index)->get_param(rid);
+    }
+  }
+  return repeated;
+}
+
 void print_read_back(const std::string& when, const ReadBack& values) {
   for (std::size_t k = 0; k < kParameters.size(); ++k) {
     print_vector(when + " " + kParameters[k].name + ":", values[k]);
@@ -92,7 +123,7 @@ void verify_parameter(const std::string& name, const JointArray& configured,
     throw StartupFailure(message.str());
   }
   for (std::size_t i = 0; i < configured.size(); ++i) {
-    if (!(std::abs(read_back[i] - configured[i]) <= kParameterTolerance)) {
+    if (!is_as_configured(read_back[i], configured[i])) {
       message << name << " verification failed at joint " << i + 1 << ": expected " << configured[i]
               << ", got " << read_back[i];
       throw StartupFailure(message.str());
@@ -111,7 +142,9 @@ void write_and_verify_motor_parameters(Kelvara& hardware,
   hardware.get_arm().set_callback_mode_all(damiao_motor::CallbackMode::PARAM);
   print_read_back("Initial", read_parameters(hardware));
   write_parameters(hardware, config);
-  const ReadBack verified = read_parameters(hardware);
+  ReadBack verified = read_parameters(hardware);
+  for (int k = 0; k < kMaxRepetitions && repeat_parameters(hardware, config, verified); ++k) {
+  }
   print_read_back("Verified", verified);
   for (std::size_t k = 0; k < kParameters.size(); ++k) {
     verify_parameter(kParameters[k].name, config.*kParameters[k].configured, verified[k]);

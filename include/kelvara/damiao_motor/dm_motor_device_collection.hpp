@@ -50,6 +50,7 @@ class KELVARA_EXPORT DMDeviceCollection {
   void disable_all();
   void disable_one(int index);
   void set_zero_all();
+  /// Clear errors; a motor with an error takes no other command.
   void clrErr_all();
   void clear_error_one(int index);
   /// Requests one feedback frame of each motor.
@@ -76,7 +77,7 @@ class KELVARA_EXPORT DMDeviceCollection {
   void set_kp_apr_all(const std::vector<float>& values);
   /// Writes the communication time-out of the first seven motors, in units of 50 µs; 0 = off.
   void set_timeout_all(unsigned timeout);
-  /// Writes the control mode, a `ControlMode` value.
+  /// Write the control mode, a `ControlMode` value.
   void switch_all_motors_mode(int mode);
   void switch_mode_one(int index, int mode);
 
