@@ -9,10 +9,9 @@ source "$(dirname "${BASH_SOURCE[0]}")/../support/program_test.sh"
 # rough_session INTERFACE MODE ACTION: runs the application in a mode, and the action on it once the arm
 # moves; then an application that takes care. Leaves their results in $work.
 rough_session() {
-  local interface=$1 mode=$2 action=$3 arm application status=0
+  local interface=$1 mode=$2 action=$3 application status=0
   local program=$bin/../tests/bin/rough_application
   start_arm "$interface" "$work/arm" --no-gripper --show
-  arm=$!
   "$program" "$interface" "$mode" >"$work/out" 2>"$work/err" &
   application=$!
   wait_for moving "$work/out"
@@ -22,7 +21,7 @@ rough_session() {
   sleep 0.3
   cp "$work/arm" "$work/arm_then"
   "$program" "$interface" home >"$work/again" 2>&1
-  kill $(jobs -p) 2>/dev/null
+  jobs -p | xargs -r kill 2>/dev/null
 }
 nothing() { :; }
 kill_it() { kill -KILL "$1"; }

@@ -61,7 +61,9 @@ use_one_bus() {
   for process in "${processes[@]}"; do wait "$process"; done
 }
 for _ in 1 2 3 4 5; do
-  use_one_bus 2>"$work/error" && [[ ! -s $work/error ]] || failed "starts at once" "$work/error"
+  if ! use_one_bus 2>"$work/error" || [[ -s $work/error ]]; then
+    failed "starts at once" "$work/error"
+  fi
 done
 
 # LD_PRELOAD separates its entries with spaces and colons.
