@@ -116,7 +116,8 @@ class KELVARA_EXPORT ArmController {
   /// @param speed_percent Fraction of the velocity limits, (0, 1]. Takes precedence over
   ///                      `time_sec`; pass 0 to leave it unset. With neither, the configured
   ///                      default fraction.
-  /// @param control_hz    Samples per second; the control loop's rate is 400.
+  /// @param control_hz    Samples per second; the control loop's rate is 400, and the least with
+  ///                      options.
   /// @throws std::invalid_argument "waypoints must not be empty", "control_hz must be positive",
   ///         "time_sec must be non-negative", "speed_percent must be in (0, 1] when provided",
   ///         "each waypoint must have exactly 6 joint values", "waypoints must be finite".

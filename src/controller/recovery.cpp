@@ -29,6 +29,10 @@ void enable_again(can::socket::Kelvara& hardware, const ControllerSetup& setup, 
 void Recovery::begin(motion::TimePoint now) {
   deadline_ = now + kPatience;
   lost_.reset();
+  for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
+    const MotorFeedback::Sample& sample = feedback_.motor(i);
+    lost_[i] = sample.answered && sample.state.error_code != damiao_motor::kEnabledCode;
+  }
 }
 
 bool Recovery::is_enabled(std::size_t motor, motion::TimePoint now) const {

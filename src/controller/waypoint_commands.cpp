@@ -5,6 +5,7 @@
 #include "controller/arm_controller_impl.hpp"
 
 #include "description/finite.hpp"
+#include "description/timing.hpp"
 #include "diagnostics/line.hpp"
 #include "motion/waypoint_planner.hpp"
 
@@ -109,6 +110,9 @@ void ArmController::Impl::publish_joint_waypoint_trajectory_command(
     double control_hz) {
   check_arguments(waypoints, time_sec, speed_percent, control_hz);
   const kelvara::description::JointTrajectoryConfig& config = setup.joint_trajectory;
+  if (setup.limits.is_ceiling) {  // a coarser plan would step faster than the ceiling
+    control_hz = std::max(control_hz, 1.0 / kelvara::description::kControlPeriodS);
+  }
   const motion::WaypointOptions options =
       choose_options(time_sec, speed_percent, control_hz, config.default_speed_percent);
   std::vector<JointArray> points;
