@@ -18,10 +18,13 @@ namespace {
 using kelvara::simulation::Adversary;
 
 using kelvara::JointArray;
+using kelvara::damiao_motor::ControlMode;
 using kelvara::damiao_motor::MIT_MODE;
+using kelvara::damiao_motor::POS_VEL_MODE;
 
 const JointArray kGoal{0.6, 0.5, -0.4, 0.5, -0.6, 0.8};
 constexpr int kStarts = 12;
+constexpr int kPosVelStarts = 3;  // of them
 constexpr double kCycleS = 0.0025;
 
 Adversary::Options lossy(double share, unsigned seed) {
@@ -46,27 +49,27 @@ struct Start {
   bool refused = false;
 };
 
-std::unique_ptr<ArmController::Impl> construct(bool with_options) {
+std::unique_ptr<ArmController::Impl> construct(bool with_options, ControlMode mode) {
   if (!with_options) {
-    return std::make_unique<ArmController::Impl>(TestBus::kInterface, false, nullptr, true,
-                                                 MIT_MODE);
+    return std::make_unique<ArmController::Impl>(TestBus::kInterface, false, nullptr, true, mode);
   }
   kelvara::ArmOptions options;
+  options.mode = mode;
   options.interface = TestBus::kInterface;
   options.with_gripper = true;
   return std::make_unique<ArmController::Impl>(options);
 }
 
 /// Constructs a controller and runs one cycle; again if the machine stood still meanwhile.
-Start start(double share, unsigned seed, bool with_options) {
+Start start(double share, unsigned seed, bool with_options, ControlMode mode) {
   SimulatedHardware hardware(false, {.with_gripper = true, .load_kg = 0.0, .start = kGoal});
   Adversary adversary(lossy(share, seed));
   adversary.attach(hardware.arm_bus());
   const CapturedOutput output;
-  Start result = hardware.start([with_options] {
+  Start result = hardware.start([with_options, mode] {
     Start outcome;
     try {
-      const auto impl = construct(with_options);
+      const auto impl = construct(with_options, mode);
       impl->publish_hold();
       impl->cycle->begin(kelvara::motion::Clock::now());
       impl->cycle->run_cycle(kelvara::motion::Clock::now());
@@ -89,7 +92,8 @@ TEST_P(LossyBus, StartsWhereTheArmIsWithEveryMotorEnabled) {
     int enabled = 0;
     int refused = 0;
     for (int k = 0; k < kStarts; ++k) {
-      const Start result = start(GetParam(), ++seed, with_options);
+      const ControlMode mode = k < kPosVelStarts ? POS_VEL_MODE : MIT_MODE;
+      const Start result = start(GetParam(), ++seed, with_options, mode);
       off = std::max(off, result.first_command_off);
       enabled += result.all_enabled ? 1 : 0;
       refused += result.refused ? 1 : 0;
