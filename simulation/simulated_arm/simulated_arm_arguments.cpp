@@ -78,6 +78,8 @@ const std::map<std::string, void (*)(Arguments&)> kFlags{
     {"--fd", [](Arguments& arguments) { arguments.arm.fd = true; }},
     {"--no-gripper", [](Arguments& arguments) { arguments.arm.arm.with_gripper = false; }},
     {"--show", [](Arguments& arguments) { arguments.show = true; }},
+    {"--wait-for-commands",
+     [](Arguments& arguments) { arguments.arm.silence = RealtimeArm::Silence::kTimeStops; }},
     {"--help", [](Arguments& arguments) { arguments.help = true; }},
 };
 
@@ -107,7 +109,7 @@ const std::map<std::string, void (*)(Arguments&, const std::string&)> kOptions{
 const char* const kSimulatedArmUsage =
     "usage: kelvara-simulated-arm --interface NAME [--fd] [--no-gripper] [--start Q1,...,Q6]\n"
     "                             [--load KG] [--hand DX,DY,DZ] [--show]\n"
-    "                             [--lose SHARE [--seed N]]\n"
+    "                             [--lose SHARE [--seed N]] [--wait-for-commands]\n"
     "                             [--urdf FILE] [--config FILE]\n"
     "  --interface NAME   SocketCAN interface, real or virtual\n"
     "  --fd               answer with CAN-FD frames\n"
@@ -117,6 +119,7 @@ const char* const kSimulatedArmUsage =
     "  --hand DX,DY,DZ    moves the floating arm's tool by this distance (m) and releases it\n"
     "  --lose SHARE       loses this share (0 to 1) of the frames, in both directions\n"
     "  --seed N           chooses other frames to lose\n"
+    "  --wait-for-commands  the arm's time stops while no frame arrives, for a slow machine\n"
     "  --show             print what the arm does\n"
     "  --urdf FILE, --config FILE  another robot description";
 

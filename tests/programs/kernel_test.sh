@@ -14,7 +14,8 @@ ip link set can0 up
 for options in "" --pos-vel --fd "--pos-vel --fd"; do
   echo "first_motion can0 $options"
   read -ra arguments <<<"$options"
-  "$(dirname "$0")/record_session.sh" "$build/bin" can0 "$work/session${options// /}.log" \
+  # A slow machine must not make the motors time out.
+  ARM_OPTION=--wait-for-commands "$(dirname "$0")/record_session.sh" "$build/bin" can0 "$work/session${options// /}.log" \
     "${arguments[@]}" >"$work/output" 2>&1 || {
     cat "$work/output"
     exit 1

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Records first_motion driving the simulated arm with candump, on an interface that exists and is up.
 # usage: record_session.sh BIN_DIR INTERFACE LOG [--pos-vel] [--fd]
+# The variable ARM_OPTION is one more option of the arm.
 set -euo pipefail
 
 bin=$1 interface=$2 log=$3
@@ -8,6 +9,7 @@ shift 3
 work=$(mktemp -d)
 arm_options=()
 [[ " $* " == *" --fd "* ]] && arm_options=(--fd)
+[[ -n ${ARM_OPTION:-} ]] && arm_options+=("$ARM_OPTION")
 
 "$bin/kelvara-simulated-arm" --interface "$interface" --no-gripper \
   --start 0.4,-0.5,0.5,0.3,-0.4,0.5 "${arm_options[@]}" >"$work/ready" &
