@@ -32,7 +32,7 @@ void StateBuffer::publish_torque(const JointArray& tau) {
   latest_tau_valid = true;
 }
 
-void StateBuffer::publish_start(const JointArray& q, std::bitset<kJointCount> stale) {
+void StateBuffer::publish_start(const JointArray& q, const std::bitset<kJointCount>& stale) {
   const MutexLock lock(state_mutex);
   start_q_ = q;
   start_valid_ = true;

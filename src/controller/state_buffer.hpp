@@ -26,7 +26,7 @@ class StateBuffer {
   void publish_torque(const JointArray& tau) KELVARA_EXCLUDES(torque_mutex);
 
   /// @param q     Where a motion starts: measured, or last commanded where `stale`.
-  void publish_start(const JointArray& q, std::bitset<kJointCount> stale)
+  void publish_start(const JointArray& q, const std::bitset<kJointCount>& stale)
       KELVARA_EXCLUDES(state_mutex);
   /// @param number Of the command that the cycle has executed.
   void publish_arm_state(const ArmState& state, std::uint64_t number)
