@@ -53,18 +53,24 @@ JointArray take_target(Input& input, const JointLimits& limits) {
 
 // ---- Set-points -----------------------------------------------------------
 
+/// @param starts Where the motion may have started.
 void check_setpoint(const SetPoint& point, const SetPointLimits& limits,
-                    const JointArray& measured) {
+                    const std::array<JointArray, 4>& starts) {
   for (const JointArray& values :
        {point.q, point.dq, point.velocity_limit, point.model_q, point.model_dq, point.model_ddq}) {
     require(all_finite(values), "a set-point is finite");
   }
   for (std::size_t j = 0; j < kJointCount; ++j) {
-    // Without a motion the arm holds its position, even beyond a limit.
-    require(point.torque_only || !limits.joints.urdf_has_limit[j] || point.q[j] == measured[j] ||
-                (point.q[j] >= limits.joints.urdf_lower[j] &&
-                 point.q[j] <= limits.joints.urdf_upper[j]),
-            "a set-point keeps the joint limits");
+    // A motion that starts beyond a limit comes back; without one the arm holds its position.
+    double lower = limits.joints.urdf_lower[j];
+    double upper = limits.joints.urdf_upper[j];
+    for (const JointArray& start : starts) {
+      lower = std::min(lower, start[j]);
+      upper = std::max(upper, start[j]);
+    }
+    require(point.torque_only || !limits.joints.urdf_has_limit[j] ||
+                (point.q[j] >= lower && point.q[j] <= upper),
+            "a set-point keeps the joint limits, widened to its start");
     require(point.velocity_limit[j] >= 0.0 && point.velocity_limit[j] <= limits.velocity[j],
             "a set-point keeps the velocity limits");
   }
@@ -72,11 +78,11 @@ void check_setpoint(const SetPoint& point, const SetPointLimits& limits,
 
 /// A command of any kind that began at any instant.
 Command take_command(Input& input, const JointLimits& joints, const WaypointSamples& samples,
-                     double dt_s) {
+                     double dt_s, JointArray& start) {
   const unsigned kind = samples && input.flip() ? WaypointMove::command_type : input.choose(6);
   const JointArray target = take_target(input, joints);
   const JointArray rates = take_target(input, {});
-  const JointArray start = input.everyday_numbers<kJointCount>();
+  start = input.everyday_numbers<kJointCount>();
   const double duration_s = input.number();
   const std::array<Command, 6> kinds{NoCommand{},
                                      JointTarget{target, rates},
@@ -98,13 +104,15 @@ void play(Input& input, const WaypointSamples& samples = nullptr, double dt_s = 
   }
   MitReference reference;
   for (int cycle = 0; cycle < 8 && !input.empty(); ++cycle) {
-    const Command command = take_command(input, limits.joints, samples, dt_s);
+    JointArray start{};
+    const Command command = take_command(input, limits.joints, samples, dt_s, start);
+    const JointArray first = samples && !samples->empty() ? samples->front().q : start;
     const Approach approach = input.flip() ? Approach::kReference : Approach::kMotor;
     const JointArray measured = input.everyday_numbers<kJointCount>();
     for (TimePoint now = take_time(input); now < TimePoint::max() && input.flip();
          now = take_time(input)) {
       const SetPoint point = evaluate(command, {now, measured, reference}, limits, approach);
-      check_setpoint(point, limits, measured);
+      check_setpoint(point, limits, {start, first, measured, reference.mit_ref_q});
       reference = point.reference;
     }
   }
