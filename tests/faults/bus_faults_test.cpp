@@ -181,6 +181,8 @@ struct Drive {
   double sag;  // rad, that the load bends the joints by
 };
 
+std::ostream& operator<<(std::ostream& out, const Drive& drive) { return out << drive.name; }
+
 struct BusFaults : ::testing::TestWithParam<std::tuple<Fault, Drive>> {};
 
 TEST_P(BusFaults, TheArmCarriesOnWithoutAJumpOrIsBroughtBack) {
