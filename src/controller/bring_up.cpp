@@ -139,7 +139,7 @@ bool BringUp::has_confirmed_timeout(std::size_t motor) const {
 }
 
 bool BringUp::has_confirmed_mode(std::size_t motor) const {
-  return !feedback_.has_echo() || feedback_.motor(motor).control_mode == mode_of(motor);
+  return !feedback_.has_echo() || feedback_.motor(motor).control_mode == mode_of(setup_, motor);
 }
 
 /// Why the motor cannot be relied on; empty when it is ready.
@@ -160,16 +160,12 @@ std::string BringUp::defect_of(std::size_t motor) const {
 
 bool BringUp::is_ready(std::size_t motor) const { return defect_of(motor).empty(); }
 
-std::uint32_t BringUp::mode_of(std::size_t motor) const {
-  return motor == kGripperMotor ? damiao_motor::MIT_MODE : setup_.control_mode;
-}
-
 /// Repeats what may have been lost.
 void BringUp::ask_again(std::size_t motor) {
   const MotorFeedback::Sample& sample = feedback_.motor(motor);
   const auto [collection, index] = place_of(hardware_, motor);
   if (!has_confirmed_mode(motor)) {
-    collection.switch_mode_one(index, static_cast<int>(mode_of(motor)));
+    collection.switch_mode_one(index, mode_of(setup_, motor));
   }
   if (!has_confirmed_timeout(motor)) {
     collection.write_param_one(index, damiao_motor::kTimeoutRegister, description::kMotorTimeout);

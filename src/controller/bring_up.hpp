@@ -39,7 +39,6 @@ class BringUp {
   void enable_motors();
   void require_accepted_frames();
   bool is_ready(std::size_t motor) const;
-  std::uint32_t mode_of(std::size_t motor) const;
   bool has_confirmed_timeout(std::size_t motor) const;
   bool has_confirmed_mode(std::size_t motor) const;
   void ask_again(std::size_t motor);

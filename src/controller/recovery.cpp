@@ -17,13 +17,8 @@ Place place_of(can::socket::Kelvara& hardware, std::size_t motor) {
   return {hardware.get_arm(), static_cast<int>(motor)};
 }
 
-void enable_again(can::socket::Kelvara& hardware, const ControllerSetup& setup, std::size_t motor) {
-  const Place place = place_of(hardware, motor);
-  const int mode = motor == kGripperMotor ? damiao_motor::MIT_MODE : setup.control_mode;
-  place.collection.switch_mode_one(place.index, mode);
-  place.collection.write_param_one(place.index, damiao_motor::kTimeoutRegister,
-                                   description::kMotorTimeout);
-  place.collection.enable_one(place.index);
+damiao_motor::ControlMode mode_of(const ControllerSetup& setup, std::size_t motor) {
+  return motor == kGripperMotor ? damiao_motor::MIT_MODE : setup.control_mode;
 }
 
 void Recovery::begin(motion::TimePoint now) {
@@ -55,11 +50,20 @@ bool Recovery::all_fresh(motion::TimePoint now) const {
 
 void Recovery::restore(std::size_t motor) {
   if (feedback_.motor(motor).state.error_code == damiao_motor::kDisabledCode) {
-    enable_again(hardware_, setup_, motor);
+    enable(motor);
   } else {
     const Place place = place_of(hardware_, motor);
     place.collection.clear_error_one(place.index);
   }
+}
+
+/// Sets a disabled motor's mode and time-out and enables it.
+void Recovery::enable(std::size_t motor) {
+  const Place place = place_of(hardware_, motor);
+  place.collection.switch_mode_one(place.index, mode_of(setup_, motor));
+  place.collection.write_param_one(place.index, damiao_motor::kTimeoutRegister,
+                                   description::kMotorTimeout);
+  place.collection.enable_one(place.index);
 }
 
 Recovery::Progress Recovery::step(motion::TimePoint now) {

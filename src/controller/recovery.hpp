@@ -33,6 +33,7 @@ class Recovery {
  private:
   bool is_enabled(std::size_t motor, motion::TimePoint now) const;
   void restore(std::size_t motor);
+  void enable(std::size_t motor);
 
   can::socket::Kelvara& hardware_;
   const ControllerSetup& setup_;
@@ -48,8 +49,7 @@ struct Place {
   int index;
 };
 Place place_of(can::socket::Kelvara& hardware, std::size_t motor);
-
-/// Sets a disabled motor's mode and time-out and enables it.
-void enable_again(can::socket::Kelvara& hardware, const ControllerSetup& setup, std::size_t motor);
+/// The control mode that a motor is run in; the gripper's is always MIT.
+damiao_motor::ControlMode mode_of(const ControllerSetup& setup, std::size_t motor);
 
 }  // namespace kelvara::controller

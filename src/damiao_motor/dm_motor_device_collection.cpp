@@ -19,7 +19,7 @@ void write_param_each(DMDeviceCollection& collection, int rid, const std::vector
 }
 
 /// A frame's content; unlike a CANPacket it needs no memory from the heap, so that an arm can be
-/// stopped when there is none.
+/// stopped after memory has run out.
 struct Content {
   std::uint32_t can_id;
   Payload payload;
