@@ -1,0 +1,106 @@
+#pragma once
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kelvara/export.hpp"
+#include "kelvara/motion/plan.hpp"
+#include "kelvara/pose.hpp"
+
+class RobotKinematics;
+
+namespace kelvara {
+
+/// The limits that plans keep.
+struct MotionLimits {
+  std::array<double, 6> velocity{};        // rad/s
+  std::array<double, 6> acceleration{};    // rad/s²
+  std::array<double, 6> jerk{};            // rad/s³
+  std::array<double, 6> torque{};          // N·m, reported, not enforced
+  double tool_speed = 0.25;                // m/s, of lines and arcs
+  double tool_acceleration = 1.0;          // m/s²
+  double tool_jerk = 10.0;                 // m/s³
+  double tool_angular_speed = 1.5;         // rad/s
+  double tool_angular_acceleration = 6.0;  // rad/s²
+  double tool_angular_jerk = 60.0;         // rad/s³
+
+  /// Reads a settings file: the joints' limits are `joint_trajectory`'s, the torques `mit_mode`'s
+  /// and the tool's the optional keys of `motion`.
+  /// @throws std::runtime_error for a file that cannot be read or is malformed.
+  KELVARA_EXPORT static MotionLimits from_settings(const std::string& settings_path);
+  /// The same limits for a fraction of the speed: velocities times `fraction`, accelerations times
+  /// its square, jerks times its cube; along any path the motion takes 1 / fraction of the time.
+  /// @throws std::invalid_argument for a fraction outside (0, 1].
+  KELVARA_EXPORT MotionLimits scaled(double fraction) const;
+};
+
+/// Options of one plan.
+struct PlanOptions {
+  double duration_s = 0.0;  // exactly this long; 0: as fast as the limits allow
+};
+
+/// One segment of a path. The rounding of its end, `blend`, leaves the corner to the next segment
+/// out: the path stays within that distance of the corner.
+struct PathSegment {
+  enum class Kind { kJoint, kLinear, kArc };
+  Kind kind = Kind::kLinear;
+  Pose via;                        // kArc: a point between start and end; its rotation is ignored
+  Pose end;                        // kLinear and kArc
+  std::array<double, 6> joints{};  // kJoint: the end, rad
+  double blend = 0.0;              // m (kJoint: rad); 0: the motion stops at the corner
+
+  KELVARA_EXPORT static PathSegment joint(const std::array<double, 6>& joints, double blend = 0.0);
+  KELVARA_EXPORT static PathSegment linear(const Pose& end, double blend = 0.0);
+  KELVARA_EXPORT static PathSegment arc(const Pose& via, const Pose& end, double blend = 0.0);
+};
+
+/// Makes plans from a model and a start state: no arm is needed and nothing moves. A plan is a pure
+/// function of its arguments; any threads at once.
+///
+/// Every function throws std::invalid_argument for values that are not finite and limits that are
+/// not positive, and MotionError for what the arm cannot do: a target outside the joint limits, a
+/// start faster than the limits, and what stands below.
+class KELVARA_EXPORT MotionPlanner {
+ public:
+  /// @param model Must outlive the planner.
+  MotionPlanner(const RobotKinematics& model, const MotionLimits& limits);
+
+  const MotionLimits& limits() const { return limits_; }
+
+  /// The fastest jerk-limited motion to a target at rest; all joints arrive together, except that a
+  /// joint which is braking already may come to rest a little earlier. A joint that starts outside
+  /// its limits returns into them.
+  /// @param start  Joint angles at rest, or a state in motion.
+  /// @param target Joint angles, rad, inside the joint limits.
+  Plan plan_joint(const std::array<double, 6>& start, const std::array<double, 6>& target,
+                  const PlanOptions& options = {}) const;
+  Plan plan_joint(const PlanSample& start, const std::array<double, 6>& target,
+                  const PlanOptions& options = {}) const;
+
+  /// Passes through each point without stopping, at rest at the last one.
+  Plan plan_waypoints(const std::array<double, 6>& start,
+                      const std::vector<std::array<double, 6>>& points,
+                      const PlanOptions& options = {}) const;
+
+  /// The tool on straight lines through the poses, its orientation on the shortest rotation; it
+  /// stops at each pose. At rest at both ends.
+  Plan plan_linear(const std::array<double, 6>& start, const std::vector<Pose>& poses,
+                   const PlanOptions& options = {}) const;
+  /// The tool on the circle through its start, `via` and `end`.
+  Plan plan_arc(const std::array<double, 6>& start, const Pose& via, const Pose& end,
+                const PlanOptions& options = {}) const;
+  /// Segments with rounded corners.
+  Plan plan_path(const std::array<double, 6>& start, const std::vector<PathSegment>& segments,
+                 const PlanOptions& options = {}) const;
+
+  /// The state of rest that a motion comes to when every joint brakes at its limits.
+  Plan plan_stop(const PlanSample& start) const;
+
+ private:
+  const RobotKinematics& model_;
+  MotionLimits limits_;
+};
+
+}  // namespace kelvara
