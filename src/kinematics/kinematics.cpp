@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "kinematics/jacobian_ik.hpp"
 #include "kinematics/kdl_solvers.hpp"
 #include "kinematics/screw_motion.hpp"
+#include "kinematics/six_joint_chain.hpp"
 #include "kinematics/torque_solver.hpp"
 
 #include "description/file_search.hpp"
@@ -42,7 +46,7 @@ std::string canonical_path(const std::string& path) {
 
 }  // namespace
 
-/// The three models of the same arm, which share no state, and what they were built from.
+/// The four models of the same arm, which share no state, and what they were built from.
 struct RobotKinematics::Model {
   Model(kelvara::DescriptionFiles read_files, const description::UrdfDescription& urdf,
         const description::KinematicsConfig& config)
@@ -50,13 +54,15 @@ struct RobotKinematics::Model {
         payload_mass(std::max(0.0, config.payload.mass)),
         motion(joints_of(urdf), config.tool_xyz, config.tool_rpy),
         poses(urdf, config),
-        torques(poses.chain()) {}
+        torques(poses.chain()),
+        six_joints(kinematics::SixJointChain::from(urdf, config)) {}
 
   kelvara::DescriptionFiles files;
   double payload_mass;  // kg
   kinematics::ScrewMotion motion;
   kinematics::KdlSolvers poses;
   kinematics::TorqueSolver torques;
+  std::optional<kinematics::SixJointChain> six_joints;  // nothing for another number of joints
 };
 
 RobotKinematics::RobotKinematics() : RobotKinematics({}, {}) {}
@@ -100,6 +106,27 @@ bool RobotKinematics::solve_jacobian_array(const double* target_pos, const doubl
 }
 
 void RobotKinematics::build_screw_axes() { model_->motion.build_screw_axes(); }
+
+// ---- Arms of six joints ---------------------------------------------------
+
+const kinematics::SixJointChain& kinematics::six_joint_chain(const RobotKinematics& model) {
+  if (!model.model_->six_joints) {
+    throw std::runtime_error("the chain has " + std::to_string(model.num_joints()) +
+                             " moving joints; only a chain of six has poses of six angles");
+  }
+  return *model.model_->six_joints;
+}
+
+kelvara::Pose RobotKinematics::pose(const std::array<double, 6>& q) const {
+  return kinematics::pose_of(kinematics::six_joint_chain(*this).tool_frame(q));
+}
+
+std::array<std::array<double, 6>, 6> RobotKinematics::jacobian(
+    const std::array<double, 6>& q) const {
+  kinematics::Jacobian jacobian;
+  kinematics::six_joint_chain(*this).tool_frame(q, jacobian);
+  return jacobian;
+}
 
 // ---- KDL chain ------------------------------------------------------------
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -12,10 +13,18 @@
 #include "kelvara/export.hpp"
 #include "kelvara/kinematics/chain_joint.hpp"
 #include "kelvara/kinematics/transforms.hpp"
+#include "kelvara/pose.hpp"
+
+class RobotKinematics;
 
 namespace KDL {
 class Chain;
 }
+
+namespace kelvara::kinematics {
+class SixJointChain;
+const SixJointChain& six_joint_chain(const RobotKinematics& model);
+}  // namespace kelvara::kinematics
 
 /// The arm's geometric and dynamic model, built from the robot-description files: a product of
 /// exponentials and a KDL chain of the same arm, the tool and the payload included.
@@ -80,6 +89,18 @@ class KELVARA_EXPORT RobotKinematics {
   /// constructor does. Must not overlap any other call.
   void build_screw_axes();
 
+  // ---- Arms of six joints: plain arrays, any threads, no allocation ----
+  //
+  // All of these throw std::runtime_error for a chain without exactly six moving joints.
+
+  /// Returns the pose of the tool at the joint angles `q` (rad). Pitch lies within ±90 degrees, and
+  /// the angles give back the tool's rotation to rounding at any pitch; yaw = 0 where pitch is ±90
+  /// degrees. NaN angles give NaN.
+  kelvara::Pose pose(const std::array<double, 6>& q) const;
+  /// Returns the geometric Jacobian of the tool point in the base frame at `q` (rad): rows vx, vy,
+  /// vz, wx, wy, wz, one column per joint; m/rad and rad/rad.
+  std::array<std::array<double, 6>, 6> jacobian(const std::array<double, 6>& q) const;
+
   // ---- KDL chain ----
 
   /// Solves the inverse kinematics by Levenberg-Marquardt (KDL).
@@ -140,6 +161,8 @@ class KELVARA_EXPORT RobotKinematics {
 
  private:
   struct KELVARA_HIDDEN Model;
+  friend const kelvara::kinematics::SixJointChain& kelvara::kinematics::six_joint_chain(
+      const RobotKinematics& model);
 
   // What the Eigen signatures wrap, on plain arrays.
   void forward_kinematics_array(const double* q, std::size_t count, double* T_base_tool) const;
