@@ -30,10 +30,9 @@ const SixJointChain& six_joint_chain(const RobotKinematics& model);
 /// exponentials and a KDL chain of the same arm, the tool and the payload included.
 ///
 /// Metres, radians and newton-metres; joint vectors in chain order, base first; poses in the base
-/// frame. Read-only after construction. The product-of-exponentials functions may run on any
-/// threads at once. The `_kdl` functions keep scratch state: calls of `solve_ik_kdl` and
-/// `forwardKinematics_kdl` must not overlap each other, and calls of the torque functions must not
-/// overlap each other; the two groups share nothing.
+/// frame. Read-only after construction. The product-of-exponentials functions and the torque
+/// functions may run on any threads at once. `solve_ik_kdl` and `forwardKinematics_kdl` keep
+/// scratch state: their calls must not overlap each other.
 class KELVARA_EXPORT RobotKinematics {
  public:
   using joint_t = kelvara::kinematics::ChainJoint;
@@ -119,11 +118,11 @@ class KELVARA_EXPORT RobotKinematics {
   /// @throws std::runtime_error for a wrong number of angles or a failed solver.
   std::vector<double> forwardKinematics_kdl(const std::vector<double>& q);
   /// Returns the gravity torques G(q), N·m.
-  /// @throws std::runtime_error for a wrong number of angles or a failed solver.
+  /// @throws std::runtime_error for a wrong number of angles.
   std::vector<double> gravity_compensation_kdl(const std::vector<double>& q) const;
   /// Returns the Coriolis and centrifugal torques C(q, qd), N·m.
-  /// @throws std::runtime_error for a wrong number of angles, fewer velocities, or a failed solver;
-  ///         the size message names gravity_compensation_kdl.
+  /// @throws std::runtime_error for a wrong number of angles or fewer velocities; the message names
+  ///         gravity_compensation_kdl.
   std::vector<double> coriolis_compensation_kdl(const std::vector<double>& q,
                                                 const std::vector<double>& qd) const;
   /// Returns the inverse dynamics M(q)·qdd + C(q, qd) + G(q), N·m.
@@ -131,7 +130,8 @@ class KELVARA_EXPORT RobotKinematics {
   std::vector<double> dynamic_compensation_kdl(const std::vector<double>& q,
                                                const std::vector<double>& qd,
                                                const std::vector<double>& qdd) const;
-  /// Computes `dynamic_compensation_kdl` without allocation, on arrays of `num_joints()` values.
+  /// Computes `dynamic_compensation_kdl` on arrays of `num_joints()` values, without allocation for
+  /// up to 16 joints.
   void inverse_dynamics(const double* q, const double* qd, const double* qdd, double* tau) const;
 
   // ---- The model's data: references are valid as long as the model ----
