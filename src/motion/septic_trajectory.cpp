@@ -9,35 +9,24 @@
 namespace kelvara::motion {
 namespace {
 
-// Outside this range T^7, or a coefficient divided by it, overflows or underflows.
+// A duration outside this range is refused; inside it, no power of the duration that is divided by
+// overflows or underflows.
 constexpr double kShortestMoveS = 1e-40;
 constexpr double kLongestMoveS = 1e40;
 
-/// One joint's polynomial from rest to rest.
-struct Septic {
-  Septic(double q_start, double distance, double T)
-      : start(q_start),
-        a4(35.0 * distance / std::pow(T, 4.0)),
-        a5(-84.0 * distance / std::pow(T, 5.0)),
-        a6(70.0 * distance / std::pow(T, 6.0)),
-        a7(-20.0 * distance / std::pow(T, 7.0)) {}
-
-  double position(double t) const {
-    return start + a4 * std::pow(t, 4.0) + a5 * std::pow(t, 5.0) + a6 * std::pow(t, 6.0) +
-           a7 * std::pow(t, 7.0);
-  }
-  double velocity(double t) const {
-    return 4.0 * a4 * std::pow(t, 3.0) + 5.0 * a5 * std::pow(t, 4.0) + 6.0 * a6 * std::pow(t, 5.0) +
-           7.0 * a7 * std::pow(t, 6.0);
-  }
-  double acceleration(double t) const {
-    return 12.0 * a4 * std::pow(t, 2.0) + 20.0 * a5 * std::pow(t, 3.0) +
-           30.0 * a6 * std::pow(t, 4.0) + 42.0 * a7 * std::pow(t, 5.0);
-  }
-
-  double start;
-  double a4, a5, a6, a7;
+/// A move from 0 to 1 in the time from 0 to 1, at rest at both ends.
+struct UnitMove {
+  double position, velocity, acceleration;
 };
+
+/// Evaluates the polynomial of degree 7 with zero velocity, acceleration and jerk at both ends.
+UnitMove unit_move(double s) {
+  const double rest = 1.0 - s;
+  const double product = s * rest;
+  const double square = product * product;
+  return {(s * s) * (s * s) * (35.0 + s * (-84.0 + s * (70.0 - 20.0 * s))),
+          140.0 * square * product, 420.0 * square * (rest - s)};
+}
 
 // 1 GiB: a time, and three values for each joint.
 constexpr std::size_t kMaxSamples =
@@ -64,16 +53,30 @@ void check_arguments(std::size_t starts, std::size_t ends, double tf, double fre
   }
 }
 
-/// Fills position, velocity and acceleration of one joint, which stand at zero.
-void sample_joint(const std::vector<double>& time, const Septic& septic, double end,
-                  std::vector<std::vector<double>>& series) {
-  const std::size_t last = time.size() - 1;
-  for (std::size_t k = 0; k < last; ++k) {
-    series[0][k] = septic.position(time[k]);
-    series[1][k] = septic.velocity(time[k]);
-    series[2][k] = septic.acceleration(time[k]);
+/// The move at each time, but for the ends, which need none.
+std::vector<UnitMove> sample_unit_move(const std::vector<double>& time, double tf) {
+  std::vector<UnitMove> moves(time.size());
+  for (std::size_t k = 1; k + 1 < time.size(); ++k) {
+    moves[k] = unit_move(time[k] / tf);
   }
-  series[0][last] = end;  // exact, without rounding; velocity and acceleration are zero there
+  return moves;
+}
+
+/// Returns position, velocity and acceleration of one joint. The ends are exact, without rounding.
+std::vector<std::vector<double>> sample_joint(const std::vector<UnitMove>& moves, double start,
+                                              double end, double tf) {
+  const double distance = end - start;
+  const double speed = distance / tf;
+  const double acceleration = speed / tf;
+  std::vector series(3, std::vector<double>(moves.size()));
+  for (std::size_t k = 1; k + 1 < moves.size(); ++k) {
+    series[0][k] = start + distance * moves[k].position;
+    series[1][k] = speed * moves[k].velocity;
+    series[2][k] = acceleration * moves[k].acceleration;
+  }
+  series[0].front() = start;
+  series[0].back() = end;
+  return series;
 }
 
 }  // namespace
@@ -92,11 +95,10 @@ SeptupleTrajectory generate_septuple_trajectory(const std::vector<double>& q_sta
   for (std::size_t k = 0; k < count; ++k) {
     trajectory.time[k] = std::min(static_cast<double>(k) * dt, tf);
   }
-  trajectory.joints.assign(kJointCount, std::vector(3, std::vector<double>(count, 0.0)));
+  const std::vector<UnitMove> moves = sample_unit_move(trajectory.time, tf);
   for (std::size_t j = 0; j < kJointCount; ++j) {
     const std::size_t from = q_start.size() == 1 ? 0 : j;
-    const Septic septic(q_start[from], q_end[from] - q_start[from], tf);
-    sample_joint(trajectory.time, septic, q_end[from], trajectory.joints[j]);
+    trajectory.joints.push_back(sample_joint(moves, q_start[from], q_end[from], tf));
   }
   return trajectory;
 }

@@ -1,5 +1,6 @@
 #include "motion/septic_trajectory.hpp"
 
+#include <cmath>
 #include <limits>
 
 #include <gtest/gtest.h>
@@ -29,6 +30,29 @@ TEST(SepticTrajectory, SamplesAMoveFromRestToRest) {
                                                                     {0, 0, 0, 0, 0, 0}, 0.001, 100);
   EXPECT_EQ(shortest.time, (std::vector<double>{0.0, 0.001}));
   EXPECT_EQ(shortest.joints[3][0], (std::vector<double>{3.0, 0.0}));
+}
+
+TEST(SepticTrajectory, IsTheSumOfPowersForDurationsOfAnyScale) {
+  constexpr long double kSums[3][4] = {
+      {35, -84, 70, -20}, {140, -420, 420, -140}, {420, -1680, 2100, -840}};
+  for (const double T : {1e-40, 1e-3, 0.7, 300.0, 1e40}) {
+    const auto sampled = ArmController::generate_septuple_trajectory({2.0}, {-1.1}, T, 50.0 / T);
+    for (std::size_t k = 0; k < sampled.time.size(); ++k) {
+      const long double s = static_cast<long double>(sampled.time[k]) / T;
+      for (int series = 0; series < 3; ++series) {
+        const long double scale = -3.1L / std::pow(static_cast<long double>(T), series);
+        long double expected = series == 0 ? 2.0L : 0.0L;
+        for (int n = 0; n < 4; ++n) {
+          expected += scale * kSums[series][n] * std::pow(s, 4 + n - series);
+        }
+        const double value = sampled.joints[0][static_cast<std::size_t>(series)][k];
+        EXPECT_LT(std::abs(value - expected), 1e-12L * std::abs(scale))
+            << T << ' ' << k << ' ' << series;
+      }
+    }
+    EXPECT_EQ(sampled.joints[0][0].front(), 2.0);
+    EXPECT_EQ(sampled.joints[0][0].back(), -1.1);
+  }
 }
 
 TEST(SepticTrajectory, RefusesBadArgumentsInOrder) {
