@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <iomanip>
+#include <span>
 #include <stdexcept>
 #include <string>
 
 #include <Eigen/Core>
 #include <kdl/frames.hpp>
-#include <kdl/jntarray.hpp>
 
 #include "kinematics/kdl_arrays.hpp"
 #include "kinematics/kdl_chain.hpp"
@@ -19,6 +20,8 @@
 namespace kelvara::kinematics {
 namespace {
 
+using Values = std::span<const double>;
+
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kIkTolerance = 1e-5;
 constexpr int kIkMaxIterations = 500;
@@ -26,11 +29,11 @@ constexpr double kIkJointStepTolerance = 1e-15;
 constexpr double kReportedClip = 1e-9;            // rad
 constexpr double kReportedPositionError = 0.001;  // m
 
-KDL::JntArray to_jnt_array(const std::vector<double>& values) {
-  KDL::JntArray array(static_cast<unsigned>(values.size()));
+void copy_to(KDL::JntArray& array, const std::vector<double>& values) {
   std::copy(values.begin(), values.end(), array.data.data());
-  return array;
 }
+
+Values values_of(const KDL::JntArray& array) { return {array.data.data(), array.rows()}; }
 
 double wrap_to_pi(double angle) {
   // Subtracting turns one at a time is slow for a large angle, and never ends for a huge one.
@@ -46,7 +49,7 @@ double wrap_to_pi(double angle) {
   return angle;
 }
 
-std::string format_double_vector(const std::vector<double>& values) {
+std::string format_double_vector(Values values) {
   description::ClassicStream text;
   text << std::fixed << std::setprecision(6) << '[';
   for (std::size_t i = 0; i < values.size(); ++i) {
@@ -57,19 +60,22 @@ std::string format_double_vector(const std::vector<double>& values) {
 }
 
 /// "[a, b, c]" of the first three values, in the stream's default format.
-std::string format_triple(const std::vector<double>& values) {
+std::string format_triple(Values values) {
   description::ClassicStream text;
   text << '[' << values[0] << ", " << values[1] << ", " << values[2] << ']';
   return text.str();
 }
 
-std::string format_clipped_joints(const std::vector<double>& wrapped,
-                                  const std::vector<double>& clipped) {
+bool is_clipped(double wrapped, double clipped) {
+  return std::abs(clipped - wrapped) > kReportedClip;
+}
+
+std::string format_clipped_joints(Values wrapped, Values clipped) {
   description::ClassicStream text;
   const char* separator = "";
   text << '[';
   for (std::size_t j = 0; j < wrapped.size(); ++j) {
-    if (std::abs(clipped[j] - wrapped[j]) > kReportedClip) {
+    if (is_clipped(wrapped[j], clipped[j])) {
       text << separator << "joint" << j + 1 << ": " << wrapped[j] << " -> " << clipped[j];
       separator = ", ";
     }
@@ -78,8 +84,8 @@ std::string format_clipped_joints(const std::vector<double>& wrapped,
   return text.str();
 }
 
-double position_error(const std::vector<double>& pose, const std::vector<double>& target) {
-  return std::hypot(pose[0] - target[0], pose[1] - target[1], pose[2] - target[2]);
+double position_error(const KDL::Vector& position, const std::vector<double>& target) {
+  return std::hypot(position[0] - target[0], position[1] - target[1], position[2] - target[2]);
 }
 
 /// Writes the line of a target that the solver could not reach.
@@ -98,7 +104,10 @@ KdlSolvers::KdlSolvers(const description::UrdfDescription& urdf,
       num_joints_(static_cast<int>(chain_.getNrOfJoints())),
       ik_solver_(chain_, Eigen::Matrix<double, 6, 1>::Ones(), kIkTolerance, kIkMaxIterations,
                  kIkJointStepTolerance),
-      fk_solver_(chain_) {
+      fk_solver_(chain_),
+      seed_(chain_.getNrOfJoints()),
+      q_wrapped_(chain_.getNrOfJoints()),
+      q_clipped_(chain_.getNrOfJoints()) {
   for (const description::UrdfJoint& joint : urdf.joints) {
     joint_lower_.push_back(joint.lower);
     joint_upper_.push_back(joint.upper);
@@ -134,54 +143,60 @@ bool KdlSolvers::solve_ik_kdl(const std::vector<double>& target_pos,
   check_ik_sizes(target_pos, target_euler, seed);
   const KDL::Frame target(KDL::Rotation::RPY(target_euler[0], target_euler[1], target_euler[2]),
                           KDL::Vector(target_pos[0], target_pos[1], target_pos[2]));
-  KDL::JntArray q_raw(static_cast<unsigned>(num_joints_));
-  const int ret = ik_solver_.CartToJnt(to_jnt_array(seed), target, q_raw);
+  copy_to(seed_, seed);
+  const int ret = ik_solver_.CartToJnt(seed_, target, q_wrapped_);
   // For a non-finite target the solver may report success and return NaN angles.
-  if (ret < 0 || !q_raw.data.allFinite()) {
+  if (ret < 0 || !q_wrapped_.data.allFinite()) {
     report_failure(ret, ik_solver_.strError(ret), target_pos, target_euler);
     return false;
   }
-  std::vector<double> q_wrapped = to_vector(q_raw);
-  q_out.resize(q_wrapped.size());
-  for (std::size_t j = 0; j < q_wrapped.size(); ++j) {
-    q_wrapped[j] = wrap_to_pi(q_wrapped[j]);
-    q_out[j] = clamp_to_limits(j, q_wrapped[j]);
+  q_out.resize(seed_.rows());
+  for (unsigned j = 0; j < seed_.rows(); ++j) {
+    q_wrapped_(j) = wrap_to_pi(q_wrapped_(j));
+    q_clipped_(j) = clamp_to_limits(j, q_wrapped_(j));
+    q_out[j] = q_clipped_(j);
   }
-  report_solution(target_pos, target_euler, seed, q_wrapped, q_out);
+  report_solution(target_pos, target_euler, seed);
   return true;
 }
 
 void KdlSolvers::report_solution(const std::vector<double>& target_pos,
                                  const std::vector<double>& target_euler,
-                                 const std::vector<double>& seed,
-                                 const std::vector<double>& q_wrapped,
-                                 const std::vector<double>& q_clipped) {
-  const std::vector<double> raw_pose = forwardKinematics_kdl(q_wrapped);
-  const std::vector<double> clipped_pose = forwardKinematics_kdl(q_clipped);
-  const double clipped_error = position_error(clipped_pose, target_pos);
-  const std::string clipped_joints = format_clipped_joints(q_wrapped, q_clipped);
-  if (clipped_joints == "[]" && !(clipped_error > kReportedPositionError)) {
+                                 const std::vector<double>& seed) {
+  const Values wrapped = values_of(q_wrapped_);
+  const Values clipped = values_of(q_clipped_);
+  const KDL::Vector clipped_position = pose_at(q_clipped_).p;
+  const double clipped_error = position_error(clipped_position, target_pos);
+  if (std::equal(wrapped.begin(), wrapped.end(), clipped.begin(), std::not_fn(is_clipped)) &&
+      !(clipped_error > kReportedPositionError)) {
     return;
   }
+  const KDL::Vector raw_position = pose_at(q_wrapped_).p;
   diagnostics::error_line() << "solve_ik_kdl diagnostics: target_pos="
                             << format_double_vector(target_pos)
                             << ", target_euler=" << format_double_vector(target_euler)
                             << ", seed=" << format_double_vector(seed)
-                            << ", q_raw=" << format_double_vector(q_wrapped)
-                            << ", q_clipped=" << format_double_vector(q_clipped)
-                            << ", clipped_joints=" << clipped_joints
-                            << ", raw_fk_pos=" << format_triple(raw_pose)
-                            << ", clipped_fk_pos=" << format_triple(clipped_pose)
-                            << ", raw_pos_err_m=" << position_error(raw_pose, target_pos)
+                            << ", q_raw=" << format_double_vector(wrapped)
+                            << ", q_clipped=" << format_double_vector(clipped)
+                            << ", clipped_joints=" << format_clipped_joints(wrapped, clipped)
+                            << ", raw_fk_pos=" << format_triple(raw_position.data)
+                            << ", clipped_fk_pos=" << format_triple(clipped_position.data)
+                            << ", raw_pos_err_m=" << position_error(raw_position, target_pos)
                             << ", clipped_pos_err_m=" << clipped_error;
+}
+
+KDL::Frame KdlSolvers::pose_at(const KDL::JntArray& q) {
+  KDL::Frame pose;
+  check_result("forwardKinematics_kdl", fk_solver_.JntToCart(q, pose));
+  return pose;
 }
 
 std::vector<double> KdlSolvers::forwardKinematics_kdl(const std::vector<double>& q) {
   check_joint_count(
       q.size(), num_joints_,
       "forwardKinematics_kdl: size mismatch between input vector and KDL chain joints");
-  KDL::Frame pose;
-  check_result("forwardKinematics_kdl", fk_solver_.JntToCart(to_jnt_array(q), pose));
+  copy_to(seed_, q);
+  const KDL::Frame pose = pose_at(seed_);
   std::vector<double> result{pose.p.x(), pose.p.y(), pose.p.z(), 0.0, 0.0, 0.0, 0.0};
   pose.M.GetQuaternion(result[3], result[4], result[5], result[6]);
   return result;

@@ -5,6 +5,8 @@
 #include <kdl/chain.hpp>
 #include <kdl/chainfksolverpos_recursive.hpp>
 #include <kdl/chainiksolverpos_lma.hpp>
+#include <kdl/frames.hpp>
+#include <kdl/jntarray.hpp>
 
 #include "description/kinematics_settings.hpp"
 #include "description/urdf.hpp"
@@ -35,9 +37,10 @@ class KdlSolvers {
                       const std::vector<double>& target_euler,
                       const std::vector<double>& seed) const;
   double clamp_to_limits(std::size_t joint, double angle) const;
+  /// Writes a line when the solution in `q_wrapped_` was clipped or misses the target.
   void report_solution(const std::vector<double>& target_pos,
-                       const std::vector<double>& target_euler, const std::vector<double>& seed,
-                       const std::vector<double>& q_wrapped, const std::vector<double>& q_clipped);
+                       const std::vector<double>& target_euler, const std::vector<double>& seed);
+  KDL::Frame pose_at(const KDL::JntArray& q);
 
   // For each chain joint; meaningful where it has limits, rad.
   std::vector<double> joint_lower_;
@@ -48,6 +51,10 @@ class KdlSolvers {
   // Both refer to `chain_`.
   KDL::ChainIkSolverPos_LMA ik_solver_;
   KDL::ChainFkSolverPos_recursive fk_solver_;
+  // Scratch.
+  KDL::JntArray seed_;
+  KDL::JntArray q_wrapped_;  // the solution, wrapped to [-π, π]
+  KDL::JntArray q_clipped_;  // the same within the joint limits
 };
 
 }  // namespace kelvara::kinematics

@@ -7,6 +7,7 @@
 #include <new>
 
 #include <gtest/gtest.h>
+#include <kdl/chainiksolverpos_lma.hpp>
 
 #include "controller/arm_controller_impl.hpp"
 #include "controller/control_cycle.hpp"
@@ -151,6 +152,29 @@ TEST(JacobianIk, AllocatesNothingForAnIteration) {
     return allocations;
   };
   EXPECT_EQ(allocations_of(20), allocations_of(90)) << "the failure's line is as long";
+}
+
+TEST(KdlIk, AllocatesOnlyWhatKdlDoes) {
+  const CapturedOutput output;
+  RobotKinematics model;
+  const std::vector<double> position{0.3, 0.1, 0.2}, rpy{0.0, 0.1, 0.2}, seed(6, 0.1);
+  KDL::ChainIkSolverPos_LMA kdl(model.chain(), Eigen::Matrix<double, 6, 1>::Ones());
+  KDL::JntArray kdl_seed(6), kdl_solution(6);
+  kdl_seed.data.setConstant(0.1);
+  const KDL::Frame target(KDL::Rotation::RPY(0.0, 0.1, 0.2), KDL::Vector(0.3, 0.1, 0.2));
+  std::vector<double> solution(6);
+  const auto allocations_of = [&](auto&& solve) {
+    allocations = 0;
+    counting = true;
+    solve();
+    counting = false;
+    return allocations;
+  };
+  bool solved = false;
+  const long own =
+      allocations_of([&] { solved = model.solve_ik_kdl(position, rpy, seed, solution); });
+  EXPECT_EQ(own, allocations_of([&] { kdl.CartToJnt(kdl_seed, target, kdl_solution); }));
+  EXPECT_TRUE(solved);
 }
 
 INSTANTIATE_TEST_SUITE_P(BothModes, SteadyState,
