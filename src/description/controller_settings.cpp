@@ -1,6 +1,7 @@
 #include "description/controller_settings.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <stdexcept>
 
 #include <yaml-cpp/yaml.h>
@@ -47,27 +48,36 @@ JointArray parse_joint_array(const Section& section, const char* key) {
   return parse_joint_array(child(section.map, key), section.path, section.key + "." + key);
 }
 
+/// @throws std::runtime_error with the first joint whose value is not accepted.
+template <class Accepted>
+void check_values(const Section& section, const char* key, const JointArray& values,
+                  Accepted is_accepted, const char* rule) {
+  const auto wrong = std::find_if_not(values.begin(), values.end(), is_accepted);
+  if (wrong != values.end()) {
+    ClassicStream message;
+    message << invalid_array(section.path, section.key + "." + key) << rule << ": joint "
+            << wrong - values.begin() + 1 << " has " << *wrong;
+    throw std::runtime_error(message.str());
+  }
+}
+
 /// A joint array of limits or gains. A negative or NaN limit would become a command; such a gain
 /// would drive a joint away from its target or leave it limp.
 JointArray parse_limits(const Section& section, const char* key) {
   const JointArray limits = parse_joint_array(section, key);
-  const auto wrong =
-      std::find_if_not(limits.begin(), limits.end(), [](double limit) { return limit >= 0.0; });
-  if (wrong != limits.end()) {
-    ClassicStream message;
-    message << invalid_array(section.path, section.key + "." + key)
-            << "must not hold negative values: joint " << wrong - limits.begin() + 1 << " has "
-            << *wrong;
-    throw std::runtime_error(message.str());
-  }
+  check_values(
+      section, key, limits, [](double limit) { return limit >= 0.0; },
+      "must not hold negative values");
   return limits;
 }
+
+bool is_given(const YAML::Node& node) { return node.IsDefined() && !node.IsNull(); }
 
 /// An optional number; when it is absent or null, `value` keeps its default.
 void read_optional(const Section& section, const char* key, double& value,
                    const std::string& message) {
   const YAML::Node node = child(section.map, key);
-  if (!node.IsDefined() || node.IsNull()) {
+  if (!is_given(node)) {
     return;
   }
   const std::optional<double> number = as_number(node);
@@ -102,6 +112,29 @@ JointTrajectoryConfig parse_joint_trajectory(const Section& section) {
   return config;
 }
 
+/// Coefficients of an optional key: zero when it is absent or null.
+JointArray parse_coefficients(const Section& section, const char* key) {
+  if (!is_given(child(section.map, key))) {
+    return {};
+  }
+  const JointArray values = parse_limits(section, key);
+  check_values(
+      section, key, values, [](double value) { return std::isfinite(value); },
+      "must not hold infinite values");
+  return values;
+}
+
+JointDynamicsConfig parse_joint_dynamics(const YAML::Node& root, const std::string& path) {
+  constexpr const char* kKey = "joint_dynamics";
+  if (!is_given(child(root, kKey))) {
+    return {};
+  }
+  const Section section = require_map(root, path, kKey, "joint dynamics");
+  return {parse_coefficients(section, "rotor_inertia"),
+          parse_coefficients(section, "viscous_friction"),
+          parse_coefficients(section, "coulomb_friction")};
+}
+
 /// Adds a line for each joint whose gain a frame cannot carry.
 void report_gains(const char* key, const JointArray& gains, double max,
                   std::vector<std::string>& reports) {
@@ -125,6 +158,7 @@ ControllerSettings load_controller_settings(const std::string& path) {
   settings.joint_trajectory =
       parse_joint_trajectory(require_map(root, path, "joint_trajectory", "joint trajectory"));
   settings.motor_signs = parse_joint_array(child(root, "motor_signs"), path, "motor_signs");
+  settings.joint_dynamics = parse_joint_dynamics(root, path);
   report_gains("kp", settings.mit.kp, damiao_motor::kMaxKp, settings.reports);
   report_gains("kd", settings.mit.kd, damiao_motor::kMaxKd, settings.reports);
   return settings;

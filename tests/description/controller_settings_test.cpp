@@ -89,6 +89,34 @@ TEST(ControllerSettings, TakeASpeedFractionAboveZeroAndUpToOne) {
   }
 }
 
+TEST(ControllerSettings, HaveNoJointDynamicsUnlessTheFileDoes) {
+  for (const char* part : {"", "joint_dynamics:\n", "joint_dynamics: {rotor_inertia: }\n"}) {
+    EXPECT_EQ(load(kSettings + part).joint_dynamics.rotor_inertia, JointArray{}) << part;
+  }
+  const JointDynamicsConfig read = load(kSettings + "joint_dynamics: {rotor_inertia: " + kSix +
+                                        ", coulomb_friction: [0, 0, 0, 0.2, 0, 0]}\n")
+                                       .joint_dynamics;
+  EXPECT_EQ(read.rotor_inertia, (JointArray{1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(read.viscous_friction, JointArray{});
+  EXPECT_EQ(read.coulomb_friction, (JointArray{0, 0, 0, 0.2, 0, 0}));
+}
+
+TEST(ControllerSettings, RefuseNegativeAndInfiniteJointDynamics) {
+  EXPECT_EQ(error_in(kSettings + "joint_dynamics: [1]\n"),
+            "Invalid joint dynamics config at FILE: missing 'joint_dynamics' map");
+  const std::pair<const char*, const char*> wrong[] = {
+      {"[1, 2]", "must be a sequence of 6 numbers"},
+      {"[0, 0, 0, 0, -1, 0]", "must not hold negative values: joint 5 has -1"},
+      {"[.nan, 0, 0, 0, 0, 0]", "must not hold negative values: joint 1 has nan"},
+      {"[0, .inf, 0, 0, 0, 0]", "must not hold infinite values: joint 2 has inf"}};
+  for (const std::string key : {"rotor_inertia", "viscous_friction", "coulomb_friction"}) {
+    for (const auto& [value, text] : wrong) {
+      EXPECT_EQ(error_in(kSettings + "joint_dynamics: {" + key + ": " + value + "}\n"),
+                "Invalid joint array config at FILE: field 'joint_dynamics." + key + "' " + text);
+    }
+  }
+}
+
 TEST(ControllerSettings, ReportGainsThatAFrameCannotCarry) {
   const CommaLocale locale;
   EXPECT_TRUE(load(kSettings).reports.empty());
