@@ -61,13 +61,13 @@ struct Cycle {
 
   motion::SetPoint evaluate() {
     instant.now += std::chrono::microseconds(1);
-    const CommandSnapshot snapshot = slot.snapshot(instant.measured, instant.now);
+    const CommandSnapshot snapshot = slot.snapshot(instant);
     return motion::evaluate(snapshot.command, instant, setup.limits, motion::Approach::kReference);
   }
 
   void compute() {
     instant.now += std::chrono::microseconds(1);
-    const CommandSnapshot snapshot = slot.snapshot(instant.measured, instant.now);
+    const CommandSnapshot snapshot = slot.snapshot(instant);
     record = compute_cycle(snapshot.command, instant, setup, model());
   }
 

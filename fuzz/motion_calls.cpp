@@ -91,7 +91,7 @@ Command take_command(Input& input, const JointLimits& joints, const WaypointSamp
                                      Float{},
                                      FloatKdl{}};
   Command command = kinds[kind];
-  begin(command, start, take_time(input));
+  begin(command, {take_time(input), start});
   return command;
 }
 

@@ -13,7 +13,15 @@
 #include "kelvara/arm_state.hpp"
 #include "kelvara/damiao_motor/dm_motor_control.hpp"
 #include "kelvara/export.hpp"
+#include "kelvara/motion/motion_handle.hpp"
+#include "kelvara/motion/planner.hpp"
+#include "kelvara/move_options.hpp"
+#include "kelvara/pose.hpp"
 #include "kelvara/septuple_trajectory.hpp"
+
+namespace kelvara {
+class PlanCheck;
+}
 
 /// Drives a six-joint arm on one CAN interface from a 400 Hz control thread of its own, beside a
 /// thread that watches the joints' torques.
@@ -150,6 +158,67 @@ class KELVARA_EXPORT ArmController {
                                               const std::vector<double>& q_seed);
   /// The measured tool pose: x, y, z in m, roll, pitch, yaw in rad.
   std::array<double, 6> get_end_effector_pose();
+
+  // ---- Planned motion ----
+  //
+  // These calls plan on the caller's thread from where the command stands (not from where the
+  // loaded arm hangs), check the whole plan and then start it: what cannot be done throws, and
+  // nothing moves. They return while the arm moves; the handle waits for its end. The arm then
+  // holds the last sample. A plan is executed with the whole inverse dynamics as feed-forward, one
+  // sample per control cycle, so that a late cycle delays it and never makes a larger step.
+  //
+  // All throw MotionError for what the arm cannot do, std::invalid_argument for values that are not
+  // finite or out of range, and std::runtime_error after a fault, until `recover()`.
+
+  /// Moves to joint angles as fast as the limits allow; all joints arrive together. While another
+  /// plan is executed, it continues from that one's motion without a stop; after any other command
+  /// in motion it brakes first, which blocks for some tenths of a second.
+  /// @param target Joint angles, rad, inside the joint limits.
+  kelvara::MotionHandle move_joint(const std::array<double, 6>& target,
+                                   const kelvara::MoveOptions& options = {});
+  /// Moves the tool on a straight line, its orientation on the shortest rotation. An arm that
+  /// moves is braked first, which blocks for some tenths of a second.
+  kelvara::MotionHandle move_linear(const kelvara::Pose& end,
+                                    const kelvara::MoveOptions& options = {});
+  /// Moves the tool on the circle through where it stands, `via` and `end`; likewise.
+  /// @param via Its rotation is ignored.
+  kelvara::MotionHandle move_arc(const kelvara::Pose& via, const kelvara::Pose& end,
+                                 const kelvara::MoveOptions& options = {});
+  /// Moves along segments with rounded corners; likewise.
+  kelvara::MotionHandle move_path(const std::vector<kelvara::PathSegment>& segments,
+                                  const kelvara::MoveOptions& options = {});
+  /// Starts a plan that was made before. It must begin at rest within 1 mrad of where the command
+  /// stands, `state().q_command`, and the arm must hold.
+  kelvara::MotionHandle execute(const kelvara::Plan& plan);
+  /// Brakes within the limits of acceleration and jerk, then holds: a plan on its path, any other
+  /// motion and a floating arm joint by joint. The handle is done when the arm is at rest.
+  kelvara::MotionHandle stop();
+
+  /// Slows plans down, smoothly: 0 pauses them, 1 is their own speed. Stays until the next call,
+  /// for later plans too. Any thread.
+  /// @throws std::invalid_argument outside [0, 1].
+  void set_speed_override(double fraction);
+  double speed_override() const;
+
+  /// Follows a stream of joint angles within the limits of velocity, acceleration and jerk. Call it
+  /// 20 to 1000 times per second; jitter of a period does no harm. The arm lags by about one and a
+  /// half periods. A stream that stops brakes the arm after 0.1 to 0.5 s.
+  /// @param target Joint angles, rad, clamped to the joint limits.
+  /// @param time_s When the target belongs, on any clock that runs in seconds; a time that is not
+  ///               later than the last one starts the stream again.
+  void follow(const std::array<double, 6>& target, double time_s);
+  /// The same for poses, by the solution next to the last target.
+  void follow(const kelvara::Pose& target, double time_s);
+
+  /// The tool pose at the measured joint angles.
+  kelvara::Pose pose() const;
+  /// The tool pose where the command stands.
+  kelvara::Pose commanded_pose() const;
+  /// Makes plans with this arm's model and limits; valid as long as the controller.
+  /// @param speed As in `MoveOptions`.
+  kelvara::MotionPlanner planner(double speed = 0.0) const;
+  /// What every move and plan is checked against before it starts; null: nothing.
+  void set_environment(std::shared_ptr<const kelvara::PlanCheck> environment);
 
   /// Lets the arm float: in MIT mode the motors carry gravity alone, so that a hand can move it. In
   /// position/velocity mode the arm stays where it is, with a warning. Both names do the same.

@@ -11,6 +11,7 @@
 #include "controller/control_cycle.hpp"
 #include "controller/control_thread.hpp"
 #include "controller/monitor_thread.hpp"
+#include "controller/motion_starter.hpp"
 #include "controller/pose_solvers.hpp"
 #include "controller/realtime.hpp"
 #include "controller/startup_failure.hpp"
@@ -86,6 +87,7 @@ ArmController::Impl::Impl(const ArmOptions& options, Start start)
       kinematics(options.urdf_path, options.settings_path),
       setup(controller::load_setup(to_request(options, start == Start::kWithOptions), kinematics)),
       poses(std::make_unique<controller::PoseSolvers>(kinematics)),
+      motions(std::make_unique<controller::MotionStarter>(setup, kinematics, slot, state)),
       cycle(std::make_unique<controller::ControlCycle>(controller::ControlCycle::Parts{
           hardware, kinematics, setup, feedback, slot, state, flags})),
       files_(std::make_shared<const kelvara::DescriptionFiles>(kinematics.description_files())),
@@ -180,6 +182,7 @@ void ArmController::Impl::close() {
   flags.closing = true;
   const controller::MutexLock lock(recovery_mutex_);  // a recovery ends first
   request_stop_and_join();
+  slot.abandon(kelvara::MotionOutcome::kStopped);
 }
 
 kelvara::ArmState ArmController::Impl::closed_state() const {
@@ -220,10 +223,22 @@ JointArray ArmController::Impl::clamp_to_limits(const std::vector<double>& q) co
 }
 
 void ArmController::Impl::require_no_fault() const {
-  const bool overloaded = flags.emergency_stop_flag;
-  if (!setup.started_with_options || !(overloaded || flags.faulted)) {
-    return;
+  if (setup.started_with_options && (flags.emergency_stop_flag || flags.faulted)) {
+    refuse_after_fault();
   }
+}
+
+void ArmController::Impl::require_running() const {
+  if (flags.emergency_stop_flag || flags.faulted) {
+    refuse_after_fault();
+  }
+  if (flags.exit_flag) {
+    throw std::runtime_error("ArmController: the control thread has ended");
+  }
+}
+
+void ArmController::Impl::refuse_after_fault() const {
+  const bool overloaded = flags.emergency_stop_flag;
   const controller::FaultText fault(
       overloaded ? kelvara::StopReason::kTorqueLimit : flags.fault_reason.load(),
       overloaded ? flags.overloaded_joint : flags.faulty_motor);
@@ -266,6 +281,18 @@ void ArmController::Impl::publish_hold() {
 void ArmController::Impl::publish_joint_trajectory_command(const std::vector<double>& q_end,
                                                            double tf) {
   publish(kelvara::motion::TimedMove{.target_q = clamp_to_limits(q_end), .traj_duration_s = tf});
+}
+
+void ArmController::Impl::publish_follow(const JointArray& target, double time_s) {
+  kelvara::motion::Follow stream;
+  stream.velocity = setup.motion.velocity;
+  stream.limits = {setup.motion.acceleration, setup.motion.jerk};
+  kelvara::motion::StampedTarget stamped;
+  stamped.time_s = time_s;
+  const auto now = kelvara::motion::Clock::now().time_since_epoch();
+  stamped.received_s = std::chrono::duration<double>(now).count();
+  stamped.q = clamp_to_limits({target.begin(), target.end()});
+  slot.follow(stream, stamped);
 }
 
 void ArmController::Impl::publish_gravity_comp_command() { publish(kelvara::motion::Float{}); }

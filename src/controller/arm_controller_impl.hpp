@@ -18,7 +18,29 @@ namespace kelvara::controller {
 class ControlCycle;
 class ControlThread;
 class MonitorThread;
+class MotionStarter;
 class PoseSolvers;
+}  // namespace kelvara::controller
+
+namespace kelvara::controller {
+
+/// What plans are checked against. Any thread.
+class EnvironmentSlot {
+ public:
+  void set(std::shared_ptr<const PlanCheck> environment) KELVARA_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    environment_.swap(environment);  // the old one is freed after the lock
+  }
+  std::shared_ptr<const PlanCheck> get() const KELVARA_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    return environment_;
+  }
+
+ private:
+  mutable Mutex mutex_;
+  std::shared_ptr<const PlanCheck> environment_ KELVARA_GUARDED_BY(mutex_);
+};
+
 }  // namespace kelvara::controller
 
 /// Composes the controller of its parts and forwards the application's commands to them.
@@ -67,6 +89,10 @@ class KELVARA_HIDDEN ArmController::Impl {
   void publish_joint_waypoint_trajectory_command(const std::vector<std::vector<double>>& waypoints,
                                                  double time_sec, double speed_percent,
                                                  double control_hz);
+  /// Refuses what nobody would execute, and after a fault.
+  /// @throws std::runtime_error.
+  void require_running() const;
+  void publish_follow(const kelvara::JointArray& target, double time_s);
   void publish_gravity_comp_command();
   void publish_kdl_gravity_comp_command();
   /// Without a gripper these do nothing; see `CommandSlot`.
@@ -86,8 +112,10 @@ class KELVARA_HIDDEN ArmController::Impl {
   kelvara::controller::StopFlags flags;
   kelvara::controller::CommandSlot slot;
   kelvara::controller::StateBuffer state;
+  kelvara::controller::EnvironmentSlot environment;
   // Behind pointers, so that the command calls do not depend on the headers of the rest.
   const std::unique_ptr<kelvara::controller::PoseSolvers> poses;
+  const std::unique_ptr<kelvara::controller::MotionStarter> motions;
   const std::unique_ptr<kelvara::controller::ControlCycle> cycle;
 
  private:
@@ -96,6 +124,7 @@ class KELVARA_HIDDEN ArmController::Impl {
   void bring_up(Start start);
   bool is_stopped() const;
   bool restart_threads();
+  [[noreturn]] void refuse_after_fault() const;
   void require_no_fault() const;
   void publish(kelvara::motion::Command command);
   kelvara::JointArray clamp_to_limits(const std::vector<double>& q) const;

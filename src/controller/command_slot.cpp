@@ -3,55 +3,152 @@
 #include <algorithm>
 #include <utility>
 
+#include "description/timing.hpp"
+
 namespace kelvara::controller {
 
 using description::clamp;
+using motion::PlannedMove;
 
 namespace {
 
+/// What of a command is freed on the threads that publish; null for a command without.
+std::shared_ptr<const void> plan_of(const motion::Command& command) {
+  if (const auto* const move = std::get_if<motion::WaypointMove>(&command)) {
+    return move->waypoints;
+  }
+  if (const auto* const move = std::get_if<PlannedMove>(&command)) {
+    return move->motion;
+  }
+  if (const auto* const stop = std::get_if<motion::StopMove>(&command)) {
+    return stop->status;
+  }
+  return nullptr;
+}
+
 /// Whether a snapshot may hold what the command holds: the first one begins it.
 bool has_begun(const motion::Command& command) {
-  const auto* const move = std::get_if<motion::WaypointMove>(&command);
-  return move != nullptr && move->waypoints_started;
+  const auto* const waypoints = std::get_if<motion::WaypointMove>(&command);
+  const auto* const planned = std::get_if<PlannedMove>(&command);
+  const auto* const stop = std::get_if<motion::StopMove>(&command);
+  return (waypoints != nullptr && waypoints->waypoints_started) ||
+         (planned != nullptr && planned->started) || (stop != nullptr && stop->started);
+}
+
+/// Ends what waits for a command. A stop that has brought the arm to rest is done.
+void end(const motion::Command& command, MotionOutcome outcome) {
+  const MotionOutcome of_stop = outcome == MotionOutcome::kStopped ? MotionOutcome::kDone : outcome;
+  if (const auto* const move = std::get_if<PlannedMove>(&command)) {
+    move->motion->status->end(outcome);
+    if (move->stop_status) {
+      move->stop_status->end(of_stop);
+    }
+  } else if (const auto* const stop = std::get_if<motion::StopMove>(&command)) {
+    stop->status->end(of_stop);
+  }
 }
 
 }  // namespace
 
-void CommandSlot::publish(motion::Command command) {
-  // Destroyed after the lock is released, as is the argument, which takes the old command.
-  Plans unused;
-  const MutexLock lock(command_mutex);
+// ---- The application's threads --------------------------------------------
+
+/// Swaps in a new command; leaves the old one in `command`.
+void CommandSlot::replace(motion::Command& command, MotionOutcome outcome) {
+  end(command_, outcome);
+  drop_successor(outcome);
   std::swap(command_, command);
   ++number_;
-  unused = take_unused();
   if (has_begun(command)) {
     retire(command);
   }
 }
 
+void CommandSlot::publish(motion::Command command) {
+  // Destroyed after the lock is released, as is the argument, which takes the old command.
+  Plans unused;
+  const MutexLock lock(command_mutex);
+  unused = take_unused();
+  replace(command, MotionOutcome::kReplaced);
+}
+
+bool CommandSlot::publish_instead(std::uint64_t number, motion::Command command) {
+  Plans unused;
+  const MutexLock lock(command_mutex);
+  if (number_ != number || successor_) {
+    return false;
+  }
+  unused = take_unused();
+  replace(command, MotionOutcome::kReplaced);
+  return true;
+}
+
+bool CommandSlot::publish_at(std::uint64_t number, double time_s, PlannedMove next) {
+  // The clock that the next snapshot continues from, and one cycle more for safety.
+  constexpr double kAhead = 2.0 * description::kControlPeriodS;
+  Plans unused;
+  const MutexLock lock(command_mutex);
+  const auto* const current = std::get_if<PlannedMove>(&command_);
+  if (number_ != number || current == nullptr || current->stop_status || !current->started ||
+      clock_.time_s + kAhead * clock_.rate > time_s) {
+    return false;
+  }
+  unused = take_unused();
+  drop_successor(MotionOutcome::kReplaced);
+  next.started = true;
+  successor_ = Successor{std::move(next), time_s};
+  return true;
+}
+
+MotionStatus CommandSlot::stop(motion::StopMove stop) {
+  const MotionStatus status = stop.status;
+  motion::Command command(std::move(stop));
+  Plans unused;
+  const MutexLock lock(command_mutex);
+  if (const auto* const current = std::get_if<motion::StopMove>(&command_)) {
+    return current->status;
+  }
+  auto* const current = std::get_if<PlannedMove>(&command_);
+  if (current == nullptr || !current->started) {
+    unused = take_unused();
+    replace(command, MotionOutcome::kStopped);
+    return status;
+  }
+  drop_successor(MotionOutcome::kStopped);
+  if (!current->stop_status) {
+    current->stop_status = status;
+  }
+  return current->stop_status;
+}
+
+void CommandSlot::follow(const motion::Follow& stream, const motion::StampedTarget& target) {
+  motion::Command command(stream);
+  Plans unused;
+  const MutexLock lock(command_mutex);
+  if (auto* const current = std::get_if<motion::Follow>(&command_)) {
+    current->append(target);
+    return;
+  }
+  std::get<motion::Follow>(command).append(target);
+  unused = take_unused();
+  replace(command, MotionOutcome::kReplaced);
+}
+
+void CommandSlot::abandon(MotionOutcome outcome) {
+  const MutexLock lock(command_mutex);
+  end(command_, outcome);
+  drop_successor(outcome);
+}
+
+std::shared_ptr<const motion::PlannedMotion> CommandSlot::plan_of(std::uint64_t number) const {
+  const MutexLock lock(command_mutex);
+  const auto* const current = std::get_if<PlannedMove>(&command_);
+  return number_ == number && current != nullptr && !current->stop_status ? current->motion
+                                                                          : nullptr;
+}
+
 std::uint64_t CommandSlot::number() const {
   const MutexLock lock(command_mutex);
   return number_;
-}
-
-/// Keeps the plan of a command that leaves the slot.
-void CommandSlot::retire(motion::Command& command) {
-  auto* const move = std::get_if<motion::WaypointMove>(&command);
-  const auto free = std::find(retired_.begin(), retired_.end(), nullptr);
-  if (move != nullptr && free != retired_.end()) {
-    *free = std::move(move->waypoints);
-  }
-}
-
-/// The retired plans that no snapshot holds.
-CommandSlot::Plans CommandSlot::take_unused() {
-  Plans unused;
-  for (std::size_t i = 0; i < retired_.size(); ++i) {
-    if (retired_[i].use_count() == 1) {
-      unused[i] = std::move(retired_[i]);
-    }
-  }
-  return unused;
 }
 
 void CommandSlot::publish_gripper_distance_command(double d) {
@@ -71,25 +168,88 @@ void CommandSlot::publish_gripper_distance_command(double d, double speed, doubl
       .gripper_command_active = true};
 }
 
-CommandSnapshot CommandSlot::snapshot(const JointArray& measured, motion::TimePoint now) {
+// ---- The control thread ---------------------------------------------------
+
+CommandSnapshot CommandSlot::snapshot(const motion::Instant& instant) {
   const MutexLock lock(command_mutex);
-  motion::begin(command_, measured, now);
-  return {command_, number_, gripper_};
+  clock_ = instant.clock;
+  switch_to_successor(instant);
+  if (!has_begun(command_)) {
+    clock_ = {0.0, instant.speed_override, 0.0};
+  }
+  motion::begin(command_, instant);
+  return {command_, number_, clock_, gripper_};
+}
+
+/// Continues on the successor's clock when the coming cycle reaches the time of the change.
+void CommandSlot::switch_to_successor(const motion::Instant& instant) {
+  const double coming = instant.clock.time_s + instant.clock.rate * description::kControlPeriodS;
+  if (!successor_ || coming < successor_->time_s) {
+    return;
+  }
+  end(command_, MotionOutcome::kReplaced);
+  retire(command_);
+  clock_.time_s -= successor_->time_s;
+  command_ = std::move(successor_->move);
+  successor_.reset();
+  ++number_;
 }
 
 std::uint64_t CommandSlot::override_command(const motion::Command& next) {
   const MutexLock lock(command_mutex);
+  end(command_, MotionOutcome::kFault);
+  drop_successor(MotionOutcome::kFault);
   retire(command_);
   command_ = next;
   return ++number_;
 }
 
-void CommandSlot::complete(std::uint64_t number, const motion::JointTarget& next) {
+void CommandSlot::complete(std::uint64_t number, const motion::JointTarget& next,
+                           MotionOutcome outcome) {
   const MutexLock lock(command_mutex);
-  if (number_ == number) {
-    retire(command_);
-    command_ = next;
+  if (number_ != number) {
+    return;
   }
+  end(command_, outcome);
+  drop_successor(outcome);
+  retire(command_);
+  command_ = next;
+}
+
+// ---- Plans that have left the slot ----------------------------------------
+
+void CommandSlot::drop_successor(MotionOutcome outcome) {
+  if (successor_) {
+    successor_->move.motion->status->end(outcome);
+    keep(std::move(successor_->move.motion));
+    successor_.reset();
+  }
+}
+
+void CommandSlot::keep(std::shared_ptr<const void> plan) {
+  const auto free = std::find(retired_.begin(), retired_.end(), nullptr);
+  if (plan != nullptr && free != retired_.end()) {
+    *free = std::move(plan);
+  }
+}
+
+/// Keeps the plan of a command that leaves the slot.
+void CommandSlot::retire(const motion::Command& command) {
+  keep(controller::plan_of(command));
+  if (const auto* const move = std::get_if<PlannedMove>(&command)) {
+    keep(move->stop_status);
+  }
+}
+
+/// The retired plans that no snapshot holds.
+CommandSlot::Plans CommandSlot::take_unused() {
+  Plans unused;
+  for (std::size_t i = 0; i < retired_.size(); ++i) {
+    if (retired_[i].use_count() == 1) {
+      unused[i] = std::move(retired_[i]);
+    }
+  }
+  return unused;
 }
 
 }  // namespace kelvara::controller

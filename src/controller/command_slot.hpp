@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
+#include <optional>
 
 #include "controller/thread_safety.hpp"
 
@@ -9,6 +11,8 @@
 #include "motion/command.hpp"
 
 namespace kelvara::controller {
+
+using MotionStatus = std::shared_ptr<MotionHandle::Status>;
 
 /// The gripper's current command, sent every 5 ms once set.
 struct GripperCommand {
@@ -23,6 +27,7 @@ struct GripperCommand {
 struct CommandSnapshot {
   motion::Command command;
   std::uint64_t number = 0;  // of the command
+  motion::PlanClock clock;   // of the plan that the command executes
   GripperCommand gripper;
 };
 
@@ -37,6 +42,26 @@ class CommandSlot {
   /// Replaces the arm's command. Plans that nothing uses any more are freed on this thread, after
   /// the lock is released.
   void publish(motion::Command command) KELVARA_EXCLUDES(command_mutex);
+  /// Replaces the command `number`.
+  /// @return false when another command has replaced it already.
+  bool publish_instead(std::uint64_t number, motion::Command command)
+      KELVARA_EXCLUDES(command_mutex);
+  /// Replaces the plan that is command `number` when its clock reaches `time_s`, there without a
+  /// step.
+  /// @return false when another command has replaced that plan, it brakes, or its clock has passed.
+  bool publish_at(std::uint64_t number, double time_s, motion::PlannedMove next)
+      KELVARA_EXCLUDES(command_mutex);
+  /// Lets a plan brake on its path; replaces any other command by `stop`, unless it is one.
+  /// @return the status that ends when the arm is at rest.
+  MotionStatus stop(motion::StopMove stop) KELVARA_EXCLUDES(command_mutex);
+  /// Adds a target to the stream; replaces any other command by `stream` with that target.
+  void follow(const motion::Follow& stream, const motion::StampedTarget& target)
+      KELVARA_EXCLUDES(command_mutex);
+  /// Ends what waits for the current motion; the command stays.
+  void abandon(MotionOutcome outcome) KELVARA_EXCLUDES(command_mutex);
+  /// The plan that is command `number`; null when that is no plan, or one that brakes.
+  std::shared_ptr<const motion::PlannedMotion> plan_of(std::uint64_t number) const
+      KELVARA_EXCLUDES(command_mutex);
   /// The current command's.
   std::uint64_t number() const KELVARA_EXCLUDES(command_mutex);
   /// Replaces the gripper's target and keeps its speed and force.
@@ -46,28 +71,39 @@ class CommandSlot {
   void publish_gripper_distance_command(double d, double speed, double force)
       KELVARA_EXCLUDES(command_mutex);
 
-  /// Begins a command that has not begun, at the measured angles, and copies the slot.
-  CommandSnapshot snapshot(const JointArray& measured, motion::TimePoint now)
-      KELVARA_EXCLUDES(command_mutex);
+  /// Begins a command that has not begun, and copies the slot.
+  CommandSnapshot snapshot(const motion::Instant& instant) KELVARA_EXCLUDES(command_mutex);
   /// Replaces a command that has ended, unless a newer one has replaced it already.
   /// @param number The snapshot's number of the command that has ended.
-  void complete(std::uint64_t number, const motion::JointTarget& next)
-      KELVARA_EXCLUDES(command_mutex);
+  void complete(std::uint64_t number, const motion::JointTarget& next,
+                MotionOutcome outcome = MotionOutcome::kDone) KELVARA_EXCLUDES(command_mutex);
   /// Replaces the command whatever it is, from the control thread; returns the new number.
   std::uint64_t override_command(const motion::Command& next) KELVARA_EXCLUDES(command_mutex);
 
  private:
-  using Plans = std::array<motion::WaypointSamples, 4>;
+  using Plans = std::array<std::shared_ptr<const void>, 8>;
+  /// A plan that takes over at a time of its predecessor's clock.
+  struct Successor {
+    motion::PlannedMove move;
+    double time_s = 0.0;
+  };
 
-  void retire(motion::Command& command) KELVARA_REQUIRES(command_mutex);
+  void replace(motion::Command& command, MotionOutcome outcome) KELVARA_REQUIRES(command_mutex);
+  void switch_to_successor(const motion::Instant& instant) KELVARA_REQUIRES(command_mutex);
+  void drop_successor(MotionOutcome outcome) KELVARA_REQUIRES(command_mutex);
+  void keep(std::shared_ptr<const void> plan) KELVARA_REQUIRES(command_mutex);
+  void retire(const motion::Command& command) KELVARA_REQUIRES(command_mutex);
   Plans take_unused() KELVARA_REQUIRES(command_mutex);
 
   mutable Mutex command_mutex;
   motion::Command command_ KELVARA_GUARDED_BY(command_mutex);
   /// Sequence number; lets the end of a move detect that a newer command has replaced it.
   std::uint64_t number_ KELVARA_GUARDED_BY(command_mutex) = 0;
-  /// Plans that have left the slot. Two would be enough: a publish leaves one at most, which the
-  /// cycle in progress uses, and only one plan can end or be overridden before the next publish.
+  std::optional<Successor> successor_ KELVARA_GUARDED_BY(command_mutex);
+  motion::PlanClock clock_ KELVARA_GUARDED_BY(command_mutex);  // as of the last snapshot
+  /// Plans that have left the slot. Four would be enough: a publish leaves two at most (a plan,
+  /// which the cycle in progress uses, and its successor), and only one plan and its successor can
+  /// end or be overridden before the next publish.
   Plans retired_ KELVARA_GUARDED_BY(command_mutex);
   GripperCommand gripper_ KELVARA_GUARDED_BY(command_mutex);
 };

@@ -1,6 +1,7 @@
 #include "controller/control_cycle.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 
 #include "description/timing.hpp"
@@ -81,12 +82,13 @@ void ControlCycle::run_steps(TimePoint now) {
 // ---- Commands -------------------------------------------------------------
 
 void ControlCycle::command_arm(TimePoint now) {
-  const motion::Instant instant{now - skipped_, start_positions(now), record_.set_point.reference};
-  CommandSnapshot snapshot = parts_.slot.snapshot(instant.measured, instant.now);
+  motion::Instant instant = instant_at(now);
+  CommandSnapshot snapshot = parts_.slot.snapshot(instant);
   if (parts_.flags.faulted && snapshot.number != hold_number_) {
     hold_others();  // a command came at the same time as the fault
-    snapshot = parts_.slot.snapshot(instant.measured, instant.now);
+    snapshot = parts_.slot.snapshot(instant);
   }
+  instant.clock = snapshot.clock;
   const bool follows_reference = instant.reference.mit_ref_initialised &&
                                  std::holds_alternative<motion::JointTarget>(snapshot.command);
   if (snapshot.number != last_number_ && !follows_reference) {
@@ -99,8 +101,9 @@ void ControlCycle::command_arm(TimePoint now) {
   sender_.send(record_);
   if (parts_.hardware.get_socket().refused_frames() != refused) {
     stand_still(instant, now);
-  } else if (record_.set_point.end) {
-    parts_.slot.complete(snapshot.number, {.target_q = *record_.set_point.end});
+  } else {
+    note_standing();
+    complete(snapshot);
   }
   last_cycle_ = now;
   sender_.send_gripper(snapshot.gripper, now);
@@ -111,11 +114,72 @@ void ControlCycle::command_arm(TimePoint now) {
   }
 }
 
+motion::Instant ControlCycle::instant_at(TimePoint now) {
+  return {now - skipped_,
+          start_positions(now),
+          record_.set_point.reference,
+          record_.set_point.clock,
+          standing_,
+          parts_.flags.speed_override,
+          std::chrono::duration<double>(now.time_since_epoch()).count()};
+}
+
+/// Where the next motion begins. In position/velocity mode a target is commanded at once and the
+/// motors are on their way to it.
+void ControlCycle::note_standing() {
+  const motion::SetPoint& point = record_.set_point;
+  const bool is_far_target =
+      parts_.setup.uses_pos_vel_mode() && point.moving && !point.full_dynamics;
+  const JointArray before = standing_.dq;
+  standing_ = {point.q, point.dq, point.model_ddq};
+  if (point.torque_only || is_far_target) {
+    standing_ = {reader_.measured().q, reader_.measured().dq, {}};
+  } else if (!point.full_dynamics) {
+    for (std::size_t i = 0; i < kJointCount; ++i) {
+      const double limit = parts_.setup.joint_trajectory.max_acc_limits[i];
+      standing_.ddq[i] = description::clamp(
+          (point.dq[i] - before[i]) / description::kControlPeriodS, -limit, limit);
+    }
+  }
+}
+
+/// Hands a command that has ended over to a hold, and publishes where the command stands.
+void ControlCycle::complete(const CommandSnapshot& snapshot) {
+  const motion::SetPoint& point = record_.set_point;
+  report_to_handles(snapshot.command);
+  if (point.end) {
+    const bool holds_anywhere = point.ended_early;
+    parts_.slot.complete(snapshot.number, {.target_q = *point.end, .is_hold = holds_anywhere},
+                         point.ended_early ? MotionOutcome::kStopped : MotionOutcome::kDone);
+  }
+  parts_.state.publish_standing(
+      {snapshot.number, standing_, point.clock, point.moving, point.torque_only});
+}
+
+/// Progress of the plan that the arm executes, and its distance to the end of the last one.
+void ControlCycle::report_to_handles(const motion::Command& command) {
+  if (const auto* const move = std::get_if<motion::PlannedMove>(&command)) {
+    last_motion_ = move->motion;
+    last_motion_->status->progress = record_.set_point.progress;
+  } else if (!std::holds_alternative<motion::JointTarget>(command)) {
+    last_motion_.reset();
+  }
+  if (last_motion_) {
+    double distance = 0.0;
+    const JointArray& end = last_motion_->plan.samples().back().q;
+    for (std::size_t i = 0; i < kJointCount; ++i) {
+      distance = std::max(distance, std::abs(end[i] - reader_.measured().q[i]));
+    }
+    last_motion_->status->distance = distance;
+  }
+}
+
 /// Stops the clock of the motions for a cycle whose frames the interface has refused: the next
 /// command that the motors get follows the last one that they got.
 void ControlCycle::stand_still(const motion::Instant& instant, TimePoint now) {
   skipped_ += std::max(motion::Clock::duration::zero(), now - last_cycle_);
   record_.set_point.reference = instant.reference;
+  record_.set_point.clock = instant.clock;
 }
 
 /// The measured positions; of a joint whose feedback is too old, the position last commanded.
@@ -146,6 +210,7 @@ void ControlCycle::stop_for_emergency(TimePoint now) {
   error_line() << "[control_loop] emergency_stop_flag=1, calling disable_all()";
   parts_.hardware.disable_all();
   parts_.hardware.recv_all(description::kQuietAfterDisableUs);
+  parts_.slot.abandon(MotionOutcome::kFault);
   parts_.flags.exit_flag = true;
   error_line() << "[control_loop] disable_all done, exit_flag set, control loop exiting";
   publish_state(now);

@@ -54,6 +54,10 @@ class ControlCycle {
   void run_steps(motion::TimePoint now);
   void command_arm(motion::TimePoint now);
   void stand_still(const motion::Instant& instant, motion::TimePoint now);
+  void complete(const CommandSnapshot& snapshot);
+  motion::Instant instant_at(motion::TimePoint now);
+  void note_standing();
+  void report_to_handles(const motion::Command& command);
   JointArray start_positions(motion::TimePoint now);
   void report_stale_start(motion::TimePoint now);
   void stop_for_emergency(motion::TimePoint now);
@@ -80,9 +84,11 @@ class ControlCycle {
   motion::TimePoint last_cycle_{};       // when the last commands were sent
   std::uint64_t last_number_ = 0;        // of the command of the cycle before
   std::optional<JointArray> commanded_;  // positions of the cycle before, joint side
-  std::bitset<kJointCount> stale_;       // joints whose feedback is too old to start from
-  std::optional<Fault> fault_;           // as of the last round of feedback, or latched
-  std::uint64_t hold_number_ = 0;        // of the command that a fault has set
+  PlanSample standing_;                  // where the command stands
+  std::shared_ptr<const motion::PlannedMotion> last_motion_;  // that the arm executes or has ended
+  std::bitset<kJointCount> stale_;  // joints whose feedback is too old to start from
+  std::optional<Fault> fault_;      // as of the last round of feedback, or latched
+  std::uint64_t hold_number_ = 0;   // of the command that a fault has set
   bool started_ = false;
   motion::Brake recovery_hold_;         // while recovering
   std::uint64_t tau_clipped_count = 0;  // since the last report

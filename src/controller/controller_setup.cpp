@@ -146,8 +146,10 @@ ControllerSetup load_setup(const SetupRequest& request, const RobotKinematics& k
           .mit = settings.mit,
           .joint_trajectory = settings.joint_trajectory,
           .motor_signs = motor_signs,
+          .joint_dynamics = settings.joint_dynamics,
           .limits = {joint_limits(kinematics), velocity_limits(request.velocity_scale),
                      settings.pos_vel.max_acc_limits, request.velocity_scale > 0.0},
+          .motion = MotionLimits::from_settings(kinematics.description_files().settings_path),
           .started_with_options = request.started_with_options,
           .require_all_motors = request.require_all_motors,
           .on_fault = request.on_fault};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kelvara/arm_options.hpp"
+#include "kelvara/motion/planner.hpp"
 
 #include "description/controller_settings.hpp"
 #include "description/motor_signs.hpp"
@@ -18,7 +19,9 @@ struct ControllerSetup {
   description::MitModeConfig mit;
   description::JointTrajectoryConfig joint_trajectory;
   description::MotorSigns motor_signs;
+  description::JointDynamicsConfig joint_dynamics;
   motion::SetPointLimits limits;
+  MotionLimits motion;  // of plans
   // Of a start with options; without them as below:
   bool started_with_options = false;
   bool require_all_motors = false;

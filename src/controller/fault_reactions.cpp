@@ -53,6 +53,7 @@ bool ControlCycle::react(TimePoint now) {
   } else if (reaction == FaultReaction::kDisable) {
     parts_.hardware.disable_all();
     parts_.hardware.recv_all(description::kQuietAfterDisableUs);
+    parts_.slot.abandon(MotionOutcome::kFault);
     parts_.flags.exit_flag = true;
     publish_state(now);
   }
@@ -84,7 +85,9 @@ void ControlCycle::begin_recovery(TimePoint now) {
   recovery_.begin(now);
   watch_.begin(now);
   recovery_hold_ = brake_from_here();
-  recovery_hold_.begin({}, now - skipped_);
+  motion::Instant instant;
+  instant.now = now - skipped_;
+  recovery_hold_.begin(instant);
   parts_.flags.recovery = StopFlags::Recovery::kRunning;
 }
 
@@ -103,9 +106,12 @@ void ControlCycle::step_recovery(bool has_feedback, TimePoint now) {
   const bool floats = !commanded_ && !recovery_.all_fresh(now);
   const motion::Command command =
       floats ? motion::Command(motion::FloatKdl{}) : motion::Command(recovery_hold_);
-  record_ = compute_cycle(command, {now - skipped_, reader_.measured().q, {}}, parts_.setup,
-                          parts_.kinematics);
+  motion::Instant instant;
+  instant.now = now - skipped_;
+  instant.measured = reader_.measured().q;
+  record_ = compute_cycle(command, instant, parts_.setup, parts_.kinematics);
   sender_.send(record_);
+  note_standing();
   hold_gripper_where_it_is();
   sender_.send_gripper(gripper_, now);
   last_cycle_ = now;

@@ -51,6 +51,16 @@ void StateBuffer::publish_arm_state(const ArmState& state, std::uint64_t number)
   executed_number_ = number;
 }
 
+void StateBuffer::publish_standing(const StandingCommand& standing) {
+  const MutexLock lock(arm_state_mutex);
+  standing_ = standing;
+}
+
+StandingCommand StateBuffer::standing() const {
+  const MutexLock lock(arm_state_mutex);
+  return standing_;
+}
+
 ArmState StateBuffer::arm_state(std::uint64_t* number) const {
   const MutexLock lock(arm_state_mutex);
   if (number != nullptr) {

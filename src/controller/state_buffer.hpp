@@ -7,13 +7,22 @@
 #include "controller/thread_safety.hpp"
 #include "kelvara/arm_state.hpp"
 
-#include "description/joint_array.hpp"
+#include "motion/plan_clock.hpp"
 
 namespace kelvara::controller {
 
 struct GripperState {
   double position = 0.0;  // 0 closed .. 1 open
   double distance = 0.0;  // jaw distance, m
+};
+
+/// Where the command stands after a cycle.
+struct StandingCommand {
+  std::uint64_t number = 0;  // of the command that the cycle has executed
+  PlanSample state;          // joint side
+  motion::PlanClock clock;   // of a plan
+  bool moving = false;       // under way to a target
+  bool torque_only = false;  // the arm floats
 };
 
 /// Holds the latest feedback, joint side. The control thread writes it, any thread reads it; both
@@ -35,6 +44,9 @@ class StateBuffer {
   /// Copies where a motion starts, once it has been published; returns the joints whose feedback is
   /// too old.
   std::bitset<kJointCount> start_positions(JointArray& out) const KELVARA_EXCLUDES(state_mutex);
+  void publish_standing(const StandingCommand& standing) KELVARA_EXCLUDES(arm_state_mutex);
+  StandingCommand standing() const KELVARA_EXCLUDES(arm_state_mutex);
+
   /// The snapshot of the last cycle.
   /// @param number Set to that of the command that the cycle has executed, unless null.
   ArmState arm_state(std::uint64_t* number = nullptr) const KELVARA_EXCLUDES(arm_state_mutex);
@@ -62,6 +74,7 @@ class StateBuffer {
   mutable Mutex arm_state_mutex;
   ArmState arm_state_ KELVARA_GUARDED_BY(arm_state_mutex);
   std::uint64_t executed_number_ KELVARA_GUARDED_BY(arm_state_mutex) = 0;
+  StandingCommand standing_ KELVARA_GUARDED_BY(arm_state_mutex);
 
   mutable Mutex torque_mutex;
   JointArray latest_tau KELVARA_GUARDED_BY(torque_mutex){};  // N·m

@@ -19,6 +19,8 @@ struct StopFlags {
 
   std::atomic<bool> closing{false};  // `cleanup()` has begun: nothing starts again
 
+  std::atomic<double> speed_override{1.0};  // of plans, 0 to 1
+
   enum class Recovery { kNone, kRequested, kRunning, kDone, kFailed };
   std::atomic<Recovery> recovery{Recovery::kNone};
 };

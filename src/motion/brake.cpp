@@ -22,10 +22,10 @@ double deceleration(std::size_t joint, double q, double dq, const SetPointLimits
 
 }  // namespace
 
-void Brake::begin(const JointArray& /*start*/, TimePoint now) {
+void Brake::begin(const Instant& instant) {
   if (!started) {
     started = true;
-    start_time = now;
+    start_time = instant.now;
   }
 }
 

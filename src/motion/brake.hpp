@@ -15,7 +15,7 @@ struct Brake {
   bool started = false;
   TimePoint start_time{};
 
-  void begin(const JointArray& start, TimePoint now);
+  void begin(const Instant& instant);
   SetPoint evaluate(const Instant& instant, const SetPointLimits& limits, Approach approach) const;
 };
 

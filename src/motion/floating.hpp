@@ -9,7 +9,7 @@ template <int kCommandType>
 struct Floating {
   static constexpr int command_type = kCommandType;
 
-  void begin(const JointArray& /*measured*/, TimePoint /*now*/) {}
+  void begin(const Instant& /*instant*/) {}
   SetPoint evaluate(const Instant& instant, const SetPointLimits& /*limits*/,
                     Approach /*approach*/) const {
     SetPoint point;

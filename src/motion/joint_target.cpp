@@ -86,10 +86,10 @@ SetPoint send_target(const JointTarget& command, const Instant& instant,
 
 }  // namespace
 
-void JointTarget::begin(const JointArray& /*measured*/, TimePoint now) {
+void JointTarget::begin(const Instant& instant) {
   if (!started) {
     started = true;
-    start_time = now;
+    start_time = instant.now;
   }
 }
 

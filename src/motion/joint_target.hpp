@@ -18,7 +18,7 @@ struct JointTarget {
   bool started = false;
   TimePoint start_time{};
 
-  void begin(const JointArray& measured, TimePoint now);
+  void begin(const Instant& instant);
   SetPoint evaluate(const Instant& instant, const SetPointLimits& limits, Approach approach) const;
 };
 

@@ -25,11 +25,11 @@ double duration_s(const TimedMove& move, const SetPointLimits& limits) {
 
 }  // namespace
 
-void TimedMove::begin(const JointArray& measured, TimePoint now) {
+void TimedMove::begin(const Instant& instant) {
   if (!traj_started) {
     traj_started = true;
-    traj_start_q = measured;
-    traj_start_time = now;
+    traj_start_q = instant.measured;
+    traj_start_time = instant.now;
   }
 }
 

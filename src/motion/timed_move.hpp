@@ -16,7 +16,7 @@ struct TimedMove {
   JointArray traj_start_q{};  // rad
   TimePoint traj_start_time{};
 
-  void begin(const JointArray& measured, TimePoint now);
+  void begin(const Instant& instant);
   /// A duration of 1e-6 s or less, or NaN, holds the measured positions and never ends.
   SetPoint evaluate(const Instant& instant, const SetPointLimits& limits, Approach approach) const;
 };

@@ -13,10 +13,10 @@ constexpr double kRounding = 1e-6;
 
 using description::clamp;
 
-void WaypointMove::begin(const JointArray& /*measured*/, TimePoint now) {
+void WaypointMove::begin(const Instant& instant) {
   if (!waypoints_started) {
     waypoints_started = true;
-    waypoints_start_time = now;
+    waypoints_start_time = instant.now;
   }
 }
 

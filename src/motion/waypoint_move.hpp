@@ -32,7 +32,7 @@ struct WaypointMove {
   bool waypoints_started = false;
   TimePoint waypoints_start_time{};
 
-  void begin(const JointArray& measured, TimePoint now);
+  void begin(const Instant& instant);
   SetPoint evaluate(const Instant& instant, const SetPointLimits& limits, Approach approach) const;
 };
 

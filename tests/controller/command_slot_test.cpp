@@ -11,7 +11,7 @@ namespace {
 using motion::TimePoint;
 
 struct CommandSlotTest : ::testing::Test {
-  GripperCommand gripper() { return slot.snapshot({}, TimePoint{}).gripper; }
+  GripperCommand gripper() { return slot.snapshot({}).gripper; }
 
   CommandSlot slot;
 };
@@ -37,8 +37,8 @@ TEST_F(CommandSlotTest, ClampsTheGrippersDistanceSpeedAndForceAndKeepsWhatIsNotG
 TEST_F(CommandSlotTest, BeginsAMoveInItsFirstCycleAlone) {
   slot.publish(motion::TimedMove{{1, 1, 1, 1, 1, 1}, 2.0});
   const TimePoint first{std::chrono::seconds(5)};
-  slot.snapshot({0.1, 0, 0, 0, 0, 0}, first);
-  const auto later = slot.snapshot({0.9, 0, 0, 0, 0, 0}, first + std::chrono::seconds(1));
+  slot.snapshot({first, {0.1, 0, 0, 0, 0, 0}});
+  const auto later = slot.snapshot({first + std::chrono::seconds(1), {0.9, 0, 0, 0, 0, 0}});
   const auto& move = std::get<motion::TimedMove>(later.command);
   EXPECT_EQ(move.traj_start_q[0], 0.1);
   EXPECT_EQ(move.traj_start_time, first);
@@ -46,13 +46,13 @@ TEST_F(CommandSlotTest, BeginsAMoveInItsFirstCycleAlone) {
 
 TEST_F(CommandSlotTest, KeepsACommandThatCameWhileAMoveEnded) {
   slot.publish(motion::TimedMove{});
-  const auto ended = slot.snapshot({}, TimePoint{});
+  const auto ended = slot.snapshot({});
   slot.publish(motion::FloatKdl{});
   slot.complete(ended.number, motion::JointTarget{});
-  const auto current = slot.snapshot({}, TimePoint{});
+  const auto current = slot.snapshot({});
   EXPECT_EQ(motion::command_type(current.command), 5);
   slot.complete(current.number, motion::JointTarget{{0.3}, {}});
-  EXPECT_EQ(std::get<motion::JointTarget>(slot.snapshot({}, TimePoint{}).command).target_q[0], 0.3);
+  EXPECT_EQ(std::get<motion::JointTarget>(slot.snapshot({}).command).target_q[0], 0.3);
 }
 
 TEST_F(CommandSlotTest, ReleasesThePlanOfAReplacedCommand) {
@@ -84,14 +84,14 @@ TEST_F(CommandSlotTest, NeverLeavesAPlanToBeFreedByTheControlThread) {
   NotedPlan replaced;
   slot.publish(ended.move());
   std::thread([this] {
-    const auto cycle = slot.snapshot({}, TimePoint{});
+    const auto cycle = slot.snapshot({});
     slot.complete(cycle.number, motion::JointTarget{});
   }).join();
   EXPECT_EQ(ended.freed_by, std::thread::id()) << "ended, and kept";
   slot.publish(replaced.move());
   EXPECT_EQ(ended.freed_by, std::this_thread::get_id());
   std::thread([this] {
-    const auto cycle = slot.snapshot({}, TimePoint{});
+    const auto cycle = slot.snapshot({});
     std::thread([this] { slot.publish(motion::FloatKdl{}); }).join();
   }).join();
   EXPECT_EQ(replaced.freed_by, std::thread::id()) << "replaced in the middle of a cycle, and kept";

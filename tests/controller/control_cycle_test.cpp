@@ -19,7 +19,7 @@ using kelvara::damiao_motor::POS_VEL_MODE;
 
 /// The command that the next cycle would see.
 kelvara::motion::Command current_command(ClosedLoop& loop) {
-  return loop.impl->slot.snapshot({}, loop.now).command;
+  return loop.impl->slot.snapshot({loop.now}).command;
 }
 
 struct Tracking : ::testing::TestWithParam<ControlMode> {};

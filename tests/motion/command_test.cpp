@@ -32,7 +32,7 @@ struct CommandTest : ::testing::Test {
     const auto elapsed =
         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
     const TimePoint now = TimePoint{} + elapsed;
-    begin(command, measured, now);
+    begin(command, {now, measured});
     const SetPoint point = evaluate(command, {now, measured, reference}, limits, approach);
     reference = point.reference;
     return point;
@@ -40,7 +40,7 @@ struct CommandTest : ::testing::Test {
 
   void begin_move(const JointArray& start, const JointArray& target, double duration) {
     command = TimedMove{target, duration};
-    begin(command, start, TimePoint{});
+    begin(command, {TimePoint{}, start});
   }
 
   Command command;

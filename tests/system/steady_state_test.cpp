@@ -122,7 +122,7 @@ TEST(OutOfMemory, InAPlanKeepsTheCurrentCommand) {
                            kelvara::damiao_motor::MIT_MODE);
   impl.cycle->run_cycle(TimePoint{std::chrono::hours(1)});
   impl.publish_joint_trajectory_command(std::vector<double>(6, 0.1), 1.0);
-  const auto number = [&impl] { return impl.slot.snapshot({}, TimePoint{}).number; };
+  const auto number = [&impl] { return impl.slot.snapshot({}).number; };
   const auto current = number();
   const std::vector<std::vector<double>> waypoints(20, std::vector<double>(6, 0.3));
   long failures = 0;

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "controller/command_slot.hpp"
+#include "controller/controller_setup.hpp"
+#include "controller/state_buffer.hpp"
+#include "kelvara/motion/planner.hpp"
+#include "kelvara/move_options.hpp"
+
+namespace kelvara::controller {
+
+/// Starts plans from where the command stands. Any thread; all planning happens on the caller's.
+class MotionStarter {
+ public:
+  /// Makes a plan from a state.
+  using MakePlan = std::function<Plan(const PlanSample& start)>;
+  /// Refuses a plan by throwing.
+  using CheckPlan = std::function<void(const Plan& plan)>;
+
+  /// What a plan may start from.
+  enum class From {
+    kMotion,  // any state of another plan
+    kRest,    // an arm that moves is braked first, which blocks
+  };
+
+  /// All must outlive it.
+  MotionStarter(const ControllerSetup& setup, const RobotKinematics& kinematics, CommandSlot& slot,
+                StateBuffer& state)
+      : setup_(setup), kinematics_(kinematics), slot_(slot), state_(state) {}
+
+  /// The limits of a move: those of the settings, and the ceiling of all commands.
+  MotionLimits limits(double speed) const;
+  MotionPlanner planner(const MoveOptions& options) const;
+
+  /// Plans and starts.
+  /// @throws MotionError, std::invalid_argument of `make` and `check`.
+  MotionHandle move(From from, const MakePlan& make, const CheckPlan& check);
+  /// Starts a plan that must begin where the command stands.
+  /// @throws MotionError when it does not, or exceeds a limit of the arm.
+  MotionHandle execute(const Plan& plan);
+  /// Brakes, and holds.
+  MotionHandle stop();
+  /// The command, once the last one has been executed for a cycle.
+  StandingCommand standing() const;
+
+ private:
+  MotionHandle start_at_rest(const StandingCommand& standing, const MakePlan& make,
+                             const CheckPlan& check, bool& started);
+  MotionHandle start_in_motion(const StandingCommand& standing, double lead_s, const MakePlan& make,
+                               const CheckPlan& check, bool& started);
+  std::shared_ptr<const motion::PlannedMotion> to_motion(const Plan& plan) const;
+  void require_limits(const Plan& plan) const;
+
+  const ControllerSetup& setup_;
+  const RobotKinematics& kinematics_;
+  CommandSlot& slot_;
+  StateBuffer& state_;
+};
+
+}  // namespace kelvara::controller

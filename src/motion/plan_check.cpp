@@ -1,0 +1,7 @@
+#include "kelvara/motion/plan_check.hpp"
+
+namespace kelvara {
+
+PlanCheck::~PlanCheck() = default;
+
+}  // namespace kelvara

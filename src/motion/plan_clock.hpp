@@ -1,0 +1,29 @@
+#pragma once
+
+#include "kelvara/motion/plan.hpp"
+
+#include "description/joint_array.hpp"
+
+namespace kelvara::motion {
+
+/// The clock of a plan that is executed: it advances by `rate` periods in each cycle, whenever that
+/// comes, so that a late cycle delays the motion and never makes a larger step.
+struct PlanClock {
+  double time_s = 0.0;     // of the plan
+  double rate = 1.0;       // 0 stands still, 1 is the plan's own speed
+  double rate_rate = 0.0;  // 1/s
+};
+
+/// The limits that a change of the rate keeps.
+struct RateLimits {
+  JointArray acceleration{};  // rad/s²
+  JointArray jerk{};          // rad/s³
+};
+
+/// Advances by one control period and changes the rate towards `target`, as fast as the joints'
+/// limits allow along the plan. Pure.
+/// @param target Rate to reach, 0 to 1.
+PlanClock step_clock(const PlanClock& before, const Plan& plan, const RateLimits& limits,
+                     double target);
+
+}  // namespace kelvara::motion
