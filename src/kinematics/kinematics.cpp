@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "kinematics/inverse_kinematics.hpp"
 #include "kinematics/jacobian_ik.hpp"
 #include "kinematics/kdl_solvers.hpp"
 #include "kinematics/screw_motion.hpp"
@@ -39,6 +40,12 @@ void print_reports(const description::UrdfDescription& urdf) {
   }
 }
 
+std::optional<kinematics::InverseKinematics> inverse_kinematics_of(
+    const description::UrdfDescription& urdf, const description::KinematicsConfig& config) {
+  const auto chain = kinematics::SixJointChain::from(urdf, config);
+  return chain ? std::optional<kinematics::InverseKinematics>(*chain) : std::nullopt;
+}
+
 /// The canonical path, also of a file that does not exist: opening it reports that.
 std::string canonical_path(const std::string& path) {
   return std::filesystem::weakly_canonical(std::filesystem::absolute(path)).string();
@@ -55,14 +62,14 @@ struct RobotKinematics::Model {
         motion(joints_of(urdf), config.tool_xyz, config.tool_rpy),
         poses(urdf, config),
         torques(poses.chain()),
-        six_joints(kinematics::SixJointChain::from(urdf, config)) {}
+        six_joints(inverse_kinematics_of(urdf, config)) {}
 
   kelvara::DescriptionFiles files;
   double payload_mass;  // kg
   kinematics::ScrewMotion motion;
   kinematics::KdlSolvers poses;
   kinematics::TorqueSolver torques;
-  std::optional<kinematics::SixJointChain> six_joints;  // nothing for another number of joints
+  std::optional<kinematics::InverseKinematics> six_joints;  // nothing for another number of joints
 };
 
 RobotKinematics::RobotKinematics() : RobotKinematics({}, {}) {}
@@ -109,12 +116,16 @@ void RobotKinematics::build_screw_axes() { model_->motion.build_screw_axes(); }
 
 // ---- Arms of six joints ---------------------------------------------------
 
-const kinematics::SixJointChain& kinematics::six_joint_chain(const RobotKinematics& model) {
+const kinematics::InverseKinematics& kinematics::inverse_kinematics(const RobotKinematics& model) {
   if (!model.model_->six_joints) {
     throw std::runtime_error("the chain has " + std::to_string(model.num_joints()) +
                              " moving joints; only a chain of six has poses of six angles");
   }
   return *model.model_->six_joints;
+}
+
+const kinematics::SixJointChain& kinematics::six_joint_chain(const RobotKinematics& model) {
+  return kinematics::inverse_kinematics(model).chain();
 }
 
 kelvara::Pose RobotKinematics::pose(const std::array<double, 6>& q) const {

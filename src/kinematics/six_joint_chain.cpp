@@ -1,11 +1,7 @@
 #include "kinematics/six_joint_chain.hpp"
 
-#include <limits>
-
 namespace kelvara::kinematics {
 namespace {
-
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 /// A rotation that turns the z axis into the given one.
 Rotation rotation_to(const std::array<double, 3>& axis) {
@@ -18,10 +14,13 @@ Rotation rotation_to(const std::array<double, 3>& axis) {
 }
 
 JointRange range_of(const description::UrdfJoint& joint) {
-  if (!joint.has_limits) {
-    return {-kInfinity, kInfinity};
+  JointRange range;
+  range.prismatic = joint.type == "prismatic";
+  if (joint.has_limits) {
+    range.lower = joint.lower;
+    range.upper = joint.upper;
   }
-  return {joint.lower, joint.upper};
+  return range;
 }
 
 }  // namespace
@@ -41,7 +40,6 @@ std::optional<SixJointChain> SixJointChain::from(const description::UrdfDescript
     }
     const Frame turned{rotation_to(joint.axis), {}};
     chain.links_[count] = link * turned;
-    chain.prismatic_[count] = joint.type == "prismatic";
     chain.ranges_[count] = range_of(joint);
     link = inverse(turned);
     ++count;
@@ -52,7 +50,7 @@ std::optional<SixJointChain> SixJointChain::from(const description::UrdfDescript
 
 inline void SixJointChain::move(Frame& frame, std::size_t joint, double q) const {
   Rotation& R = frame.rotation;
-  if (prismatic_[joint]) {
+  if (ranges_[joint].prismatic) {
     frame.position = frame.position + q * R.z;
     return;
   }
@@ -82,8 +80,8 @@ Frame SixJointChain::tool_frame(const JointArray& q, Jacobian& jacobian) const {
   }
   for (std::size_t i = 0; i < kJointCount; ++i) {
     const Vector3& axis = joints[i].rotation.z;
-    const Vector3 v = prismatic_[i] ? axis : cross(axis, frame.position - joints[i].position);
-    const Vector3 w = prismatic_[i] ? Vector3{} : axis;
+    const Vector3 v = ranges_[i].prismatic ? axis : cross(axis, frame.position - joints[i].position);
+    const Vector3 w = ranges_[i].prismatic ? Vector3{} : axis;
     jacobian[0][i] = v.x, jacobian[1][i] = v.y, jacobian[2][i] = v.z;
     jacobian[3][i] = w.x, jacobian[4][i] = w.y, jacobian[5][i] = w.z;
   }

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "kinematics/frame.hpp"
+#include "kinematics/joint_range.hpp"
 
 #include "description/joint_array.hpp"
 #include "description/kinematics_settings.hpp"
@@ -16,12 +17,6 @@ namespace kelvara::kinematics {
 /// Rows vx, vy, vz, wx, wy, wz of the tool in the base frame; one column per joint. m/rad and
 /// rad/rad (m/m for the velocity that a prismatic joint causes).
 using Jacobian = std::array<std::array<double, kJointCount>, 6>;
-
-/// The limits of one joint, rad (m for a prismatic joint); infinite where there are none.
-struct JointRange {
-  double lower;
-  double upper;
-};
 
 /// The position kinematics of a chain with six moving joints, the tool included. Fixed transforms
 /// are merged at construction, into frames that each joint turns about its z axis. Immutable; any
@@ -39,8 +34,7 @@ class SixJointChain {
   /// The frames of the joints at zero angles, each turning about (sliding along) its z axis.
   std::array<Frame, kJointCount> joint_frames() const;
 
-  const std::array<JointRange, kJointCount>& ranges() const { return ranges_; }
-  bool is_prismatic(std::size_t joint) const { return prismatic_[joint]; }
+  const JointRanges& ranges() const { return ranges_; }
 
  private:
   SixJointChain() = default;
@@ -48,8 +42,7 @@ class SixJointChain {
   void move(Frame& frame, std::size_t joint, double q) const;
 
   std::array<Frame, kJointCount + 1> links_;  // each in the one before; the last one is the tool
-  std::array<bool, kJointCount> prismatic_{};
-  std::array<JointRange, kJointCount> ranges_{};
+  JointRanges ranges_;
 };
 
 /// The chain of a model: what planners use in place of `RobotKinematics::pose()`.

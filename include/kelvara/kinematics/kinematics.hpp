@@ -22,8 +22,8 @@ class Chain;
 }
 
 namespace kelvara::kinematics {
-class SixJointChain;
-const SixJointChain& six_joint_chain(const RobotKinematics& model);
+class InverseKinematics;
+const InverseKinematics& inverse_kinematics(const RobotKinematics& model);
 }  // namespace kelvara::kinematics
 
 /// The arm's geometric and dynamic model, built from the robot-description files: a product of
@@ -164,7 +164,7 @@ class KELVARA_EXPORT RobotKinematics {
 
  private:
   struct KELVARA_HIDDEN Model;
-  friend const kelvara::kinematics::SixJointChain& kelvara::kinematics::six_joint_chain(
+  friend const kelvara::kinematics::InverseKinematics& kelvara::kinematics::inverse_kinematics(
       const RobotKinematics& model);
 
   // What the Eigen signatures wrap, on plain arrays.

@@ -1,0 +1,214 @@
+#include "kinematics/inverse_kinematics.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <limits>
+
+#include "kelvara/motion_error.hpp"
+#include "kinematics/closed_form_ik.hpp"
+#include "kinematics/pose_newton.hpp"
+#include "kinematics/pose_search.hpp"
+
+#include "description/classic_stream.hpp"
+
+namespace kelvara::kinematics {
+namespace {
+
+constexpr double kExactAngle = 1e-10;       // rad; a geometry that is off by rounding alone
+constexpr double kExactDistance = 1e-10;    // m
+constexpr double kLimitRounding = 1e-9;     // rad
+constexpr double kPolishedError = 1e-12;    // m and rad; a larger one is refined
+constexpr int kPolishSteps = 3;
+constexpr int kSeedSteps = 60;
+constexpr double kSeedMargin = 0.3;         // rad beyond the limits
+constexpr double kSeedSlack = 4.0;          // times the geometry's errors
+
+bool fit_all(const JointRanges& ranges, JointArray& q) {
+  for (std::size_t j = 0; j < kJointCount; ++j) {
+    if (!ranges[j].fit(q[j], kLimitRounding)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+/// Takes the solutions of an exact geometry; refines what is not exact to rounding.
+struct Exact final : CandidateSink {
+  Exact(const SixJointChain& c, const Frame& t) : chain(c), target(t) {}
+
+  bool take(const JointArray& candidate, bool free) override {
+    const double error = pose_error(chain, target, candidate);
+    if (error < kPolishedError) {
+      found.add(candidate, free);
+      return true;
+    }
+    JointArray q = candidate;
+    if (!(refine(chain, target, q, kPolishSteps) < kReachedError)) {
+      return false;
+    }
+    found.add(q, free);
+    return true;
+  }
+
+  const SixJointChain& chain;
+  const Frame& target;
+  PoseSolutions found;
+};
+
+/// Takes seeds, which Newton steps bring onto the pose.
+struct Seeds final : CandidateSink {
+  Seeds(const SixJointChain& c, const Frame& t, const JointRanges& r)
+      : chain(c), target(t), ranges(r) {}
+
+  bool take(const JointArray& candidate, bool free) override {
+    JointArray q = candidate;
+    if (!(refine(chain, target, q, kSeedSteps) < kReachedError) || !fit_all(ranges, q)) {
+      return false;
+    }
+    found.add(q, free && is_singular(chain, q, 1e-12));
+    return true;
+  }
+
+  const SixJointChain& chain;
+  const Frame& target;
+  const JointRanges& ranges;
+  PoseSolutions found;
+};
+
+double squared_distance(const JointArray& a, const JointArray& b) {
+  double sum = 0.0;
+  for (std::size_t j = 0; j < kJointCount; ++j) {
+    sum += (a[j] - b[j]) * (a[j] - b[j]);
+  }
+  return sum;
+}
+
+/// The joint that a solution needs furthest beyond its limits.
+struct Excess {
+  std::size_t joint = 0;
+  double angle = 0.0;
+  double by = 0.0;
+};
+
+Excess largest_excess(const JointRanges& ranges, const JointArray& q) {
+  Excess largest;
+  for (std::size_t j = 0; j < kJointCount; ++j) {
+    double angle = q[j];
+    const double by = ranges[j].excess(angle);
+    if (by > largest.by) {
+      largest = {j, angle, by};
+    }
+  }
+  return largest;
+}
+
+std::string limit_text(const JointRange& range, const Excess& excess) {
+  const char* unit = range.prismatic ? " m" : " rad";
+  description::ClassicStream text;
+  text << std::fixed << std::setprecision(4) << "the pose needs joint " << excess.joint + 1 << " at "
+       << excess.angle << unit << ", " << excess.by << unit << " beyond its limit of "
+       << (excess.angle < range.lower ? range.lower : range.upper) << unit;
+  return text.str();
+}
+
+std::string reach_text(const Frame& target) {
+  const Pose pose = pose_of(target);
+  description::ClassicStream text;
+  text << std::fixed << std::setprecision(4) << "no joint angles reach the pose at ("
+       << pose.position[0] << ", " << pose.position[1] << ", " << pose.position[2]
+       << ") m with roll, pitch and yaw of (" << pose.rpy[0] << ", " << pose.rpy[1] << ", "
+       << pose.rpy[2] << ") rad";
+  return text.str();
+}
+
+}  // namespace
+
+InverseKinematics::InverseKinematics(const SixJointChain& chain)
+    : chain_(chain), geometry_(parallel_axes_geometry(chain)) {
+  std::transform(chain.ranges().begin(), chain.ranges().end(), middle_.begin(),
+                 [](const JointRange& range) { return range.middle(); });
+  if (geometry_) {
+    const bool exact = geometry_->angle_error < kExactAngle &&
+                       geometry_->distance_error < kExactDistance;
+    method_ = exact ? Method::kClosedForm : Method::kClosedFormSeeds;
+  }
+}
+
+PoseSolutions InverseKinematics::solutions(const Frame& target) const {
+  return within(chain_.ranges(), target, middle_);
+}
+
+PoseSolutions InverseKinematics::solutions(const Frame& target, const JointArray& hint) const {
+  return within(chain_.ranges(), target, hint);
+}
+
+PoseSolutions InverseKinematics::within(const JointRanges& ranges, const Frame& target,
+                                        const JointArray& hint) const {
+  if (method_ == Method::kSearch) {
+    return search_pose(chain_, target, ranges, hint);
+  }
+  if (method_ == Method::kClosedForm) {
+    Exact sink(chain_, target);
+    ClosedFormIk(*geometry_, ranges, hint, {}).solve(target, sink);
+    return sink.found;
+  }
+  const double reach = norm(geometry_->upper_arm) + norm(geometry_->forearm);
+  ClosedFormTolerance tolerance;
+  tolerance.seeds = true;
+  tolerance.distance =
+      kSeedSlack * (geometry_->distance_error + geometry_->angle_error * reach) + kLimitRounding;
+  tolerance.angle = kSeedSlack * (geometry_->angle_error + geometry_->distance_error / reach);
+  tolerance.range = kSeedMargin;
+  Seeds sink(chain_, target, ranges);
+  ClosedFormIk(*geometry_, ranges, hint, tolerance).solve(target, sink);
+  return sink.found;
+}
+
+std::optional<JointArray> InverseKinematics::nearest(const Frame& target,
+                                                     const JointArray& near) const {
+  const PoseSolutions found = solutions(target, near);
+  std::optional<JointArray> best;
+  double least = std::numeric_limits<double>::infinity();
+  for (int k = 0; k < found.count; ++k) {
+    JointArray q = found.q[k];
+    for (std::size_t j = 0; j < kJointCount; ++j) {
+      q[j] = chain_.ranges()[j].turned_towards(q[j], near[j]);
+    }
+    const double distance = squared_distance(q, near);
+    if (distance < least) {
+      least = distance;
+      best = q;
+    }
+  }
+  return best;
+}
+
+JointArray InverseKinematics::solve(const Frame& target, const JointArray& near) const {
+  const std::optional<JointArray> q = nearest(target, near);
+  if (!q) {
+    explain(target, near);
+  }
+  return *q;
+}
+
+void InverseKinematics::explain(const Frame& target, const JointArray& near) const {
+  JointRanges unlimited;
+  for (std::size_t j = 0; j < kJointCount; ++j) {
+    unlimited[j].prismatic = chain_.ranges()[j].prismatic;
+  }
+  const PoseSolutions all = within(unlimited, target, near);
+  if (all.count == 0) {
+    throw MotionError(MotionErrorCode::kOutOfReach, reach_text(target));
+  }
+  Excess least{0, 0.0, std::numeric_limits<double>::infinity()};
+  for (int k = 0; k < all.count; ++k) {
+    const Excess excess = largest_excess(chain_.ranges(), all.q[k]);
+    least = excess.by < least.by ? excess : least;
+  }
+  throw MotionError(MotionErrorCode::kJointLimit,
+                    limit_text(chain_.ranges()[least.joint], least),
+                    static_cast<int>(least.joint) + 1);
+}
+
+}  // namespace kelvara::kinematics
