@@ -60,8 +60,9 @@ struct PathSegment {
 /// function of its arguments; any threads at once.
 ///
 /// Every function throws std::invalid_argument for values that are not finite and limits that are
-/// not positive, and MotionError for what the arm cannot do: a target outside the joint limits, a
-/// start faster than the limits, and what stands below.
+/// not positive, std::length_error for a plan of more than 1 GiB, and MotionError for what the arm
+/// cannot do: a target outside the joint limits, a duration that is too short, and what stands
+/// below.
 class KELVARA_EXPORT MotionPlanner {
  public:
   /// @param model Must outlive the planner.
@@ -71,7 +72,8 @@ class KELVARA_EXPORT MotionPlanner {
 
   /// The fastest jerk-limited motion to a target at rest; all joints arrive together, except that a
   /// joint which is braking already may come to rest a little earlier. A joint that starts outside
-  /// its limits returns into them.
+  /// its limits of position, velocity or acceleration returns into them first. A joint that moves
+  /// too fast to be braked inside its position limits overshoots them by no more than it must.
   /// @param start  Joint angles at rest, or a state in motion.
   /// @param target Joint angles, rad, inside the joint limits.
   Plan plan_joint(const std::array<double, 6>& start, const std::array<double, 6>& target,
