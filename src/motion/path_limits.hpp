@@ -1,0 +1,69 @@
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include "kelvara/motion/planner.hpp"
+
+#include "motion/joint_path.hpp"
+#include "motion/speed_profile.hpp"
+#include "motion/tool_path.hpp"
+
+namespace kelvara::motion {
+
+/// What moves along a path: the joints, the tool's travel (m) and the tool's turning (rad).
+constexpr std::size_t kAxisCount = kJointCount + 2;
+
+/// How much of the limits of the joints a zone heeds.
+enum class JointShare {
+  kProportional,  // as if the joints moved in proportion to the parameter
+  kCurved,        // the second and third derivatives as well; never exceeds a limit of a joint
+};
+
+/// Derivatives of an axis by the path's parameter.
+struct AxisRates {
+  double first = 0.0, second = 0.0, third = 0.0;
+};
+
+/// A short stretch of a path, by its middle.
+struct PathCell {
+  double begin, end;  // of the parameter
+  std::array<AxisRates, kAxisCount> axes{};
+  double across = 0.0;  // the tool's second derivative at right angles to its path, m
+  double relief = 1.0;  // the speed is reduced to this fraction
+};
+
+/// How fast a path may be passed at each place.
+class PathLimits {
+ public:
+  /// @param tool The tool's path, whose limits hold as well; none for a path in joint space.
+  PathLimits(const JointPath& path, const ToolPath* tool, const MotionLimits& limits);
+
+  /// Stretches of similar speed with the limits that hold all over each of them.
+  std::vector<SpeedZone> zones(JointShare share) const;
+  /// Reduces the speed from `begin` to `end` to `fraction` of what it is.
+  void relieve(double begin, double end, double fraction);
+
+  /// A place where the joints hold the tool to less than `fraction` of its own speed, and the joint
+  /// that does; joint 0 when there is none.
+  struct Obstacle {
+    double s;
+    int joint;  // from 1
+  };
+  std::vector<Obstacle> obstacles(double fraction) const;
+
+ private:
+  struct AxisLimits {
+    double speed, acceleration, jerk;
+  };
+
+  double axis_speed(const PathCell& cell, std::size_t axis, JointShare share) const;
+  double cell_speed(const PathCell& cell, JointShare share) const;
+  void limit_acceleration(const PathCell& cell, JointShare share, SpeedZone& zone) const;
+  void limit_jerk(const PathCell& cell, JointShare share, SpeedZone& zone) const;
+
+  std::vector<PathCell> cells_;
+  std::array<AxisLimits, kAxisCount> limits_{};
+};
+
+}  // namespace kelvara::motion

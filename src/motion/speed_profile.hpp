@@ -1,0 +1,48 @@
+#pragma once
+
+#include <vector>
+
+namespace kelvara::motion {
+
+/// A stretch of a path with constant limits of the parameter's rates.
+struct SpeedZone {
+  double length;        // of the parameter s
+  double speed;         // of s, 1/s
+  double acceleration;  // 1/s²
+  double jerk;          // 1/s³
+};
+
+struct SpeedState {
+  double s = 0.0;
+  double speed = 0.0;
+  double acceleration = 0.0;
+};
+
+/// The parameter of a path over time: at rest at both ends, with continuous acceleration, which is
+/// zero where zones meet. In each zone as fast as its limits and the speeds at its ends allow; time
+/// optimal for a path of one zone. Immutable.
+class SpeedProfile {
+ public:
+  /// @param zones At least one; lengths and limits are positive.
+  explicit SpeedProfile(const std::vector<SpeedZone>& zones);
+
+  double duration_s() const { return phases_.back().begin_s; }
+  /// Before the start and after the end: at rest.
+  SpeedState at(double time_s) const;
+
+ private:
+  /// A time of constant jerk.
+  struct Phase {
+    double begin_s;
+    SpeedState state;  // at its begin
+    double jerk;
+  };
+
+  void add(double duration_s, double jerk);
+  void add_transition(double from, double to, const SpeedZone& zone);
+  void add_zone(const SpeedZone& zone, double from, double to);
+
+  std::vector<Phase> phases_;  // the last one is the rest at the end
+};
+
+}  // namespace kelvara::motion
