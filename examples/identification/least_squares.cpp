@@ -12,7 +12,6 @@ namespace {
 
 constexpr int kInertialCount = Estimate::kInertialCount;
 constexpr int kColumns = kInertialCount + 18;
-constexpr double kDrySpeed = 0.015;      // rad/s; scale of the smoothed sign of the velocity
 constexpr double kRankThreshold = 1e-4;  // relative, for columns of unit norm
 
 /// The matrix that maps the parameters to the torques of one instant: the regressor, and columns
@@ -23,7 +22,7 @@ Eigen::Matrix<double, 6, kColumns> torque_matrix(const Motion& motion, Eigen::In
   standard_regressor_qor0815(q.data(), dq.data(), ddq.data(), matrix.data());
   for (int i = 0; i < 6; ++i) {
     matrix(i, kInertialCount + i) = dq[i];
-    matrix(i, kInertialCount + 6 + i) = std::tanh(dq[i] / kDrySpeed);
+    matrix(i, kInertialCount + 6 + i) = smooth_sign(dq[i]);
     matrix(i, kInertialCount + 12 + i) = ddq[i];
   }
   return matrix;

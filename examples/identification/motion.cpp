@@ -12,6 +12,7 @@ namespace {
 constexpr double kPeriodS = 0.005;      // of the resampled signals
 constexpr double kSmoothingS = 0.030;   // standard deviation of the Gaussian window
 constexpr double kLongestGapS = 0.012;  // between samples
+constexpr double kDrySpeed = 0.015;     // rad/s; scale of the smoothed sign of the velocity
 
 /// One signal of the samples at even times.
 Rows at_even_times(const std::vector<Sample>& samples, Joints Sample::*signal) {
@@ -71,6 +72,8 @@ std::vector<Eigen::Index> well_sampled(const std::vector<Sample>& samples, Eigen
 }
 
 }  // namespace
+
+double smooth_sign(double velocity) { return std::tanh(velocity / kDrySpeed); }
 
 Motion motion_of(const std::vector<Sample>& samples) {
   if (samples.size() < 100) {

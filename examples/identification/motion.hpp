@@ -21,6 +21,9 @@ struct Motion {
   Rows q, dq, ddq, torque;  // rad, rad/s, rad/s², N·m
 };
 
+/// The sign of a velocity (rad/s), smooth as the samples around a reversal are.
+double smooth_sign(double velocity);
+
 /// Resamples at even times, smooths all signals with the same zero-phase filter, and differentiates
 /// the velocities. Leaves out instants near a gap between samples; prints how many are left.
 /// @throws std::runtime_error for fewer than 100 samples.
