@@ -100,9 +100,6 @@ class KELVARA_EXPORT RobotKinematics {
   /// vz, wx, wy, wz, one column per joint; m/rad and rad/rad.
   std::array<std::array<double, 6>, 6> jacobian(const std::array<double, 6>& q) const;
 
-  std::array<double, 6> solve_pose(const kelvara::Pose& pose,
-                                   const std::array<double, 6>& near) const;
-
   // ---- KDL chain ----
 
   /// Solves the inverse kinematics by Levenberg-Marquardt (KDL).
