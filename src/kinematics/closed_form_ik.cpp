@@ -6,7 +6,10 @@
 namespace kelvara::kinematics {
 namespace {
 
-constexpr int kSweep = 16;  // angles tried where one is free
+constexpr double kSeedInset = 0.25;  // of the slack
+constexpr double kMaxSpread = 0.2;
+constexpr double kAnyTurn = 7.0;     // rad; a margin that every angle keeps to
+constexpr int kSweep = 12;  // angles tried where one is free
 constexpr double kTurn = 2.0 * 3.14159265358979323846;
 
 /// Turns a vector about a unit axis.
@@ -30,17 +33,43 @@ TwoTurns two_turns(const Planar& ab, double d, double square) {
   return found;
 }
 
-/// Returns whether a square below zero is one within rounding, and sets it to 0; for seeds, moves a
+}  // namespace
+
+ClosedFormIk::Branch ClosedFormIk::start() const {
+  Branch branch;
+  branch.angle = tolerance_.angle;
+  branch.distance = tolerance_.distance;
+  branch.margin = tolerance_.range;
+  return branch;
+}
+
+/// Lets the next steps of seeds be as inexact as an angle that this one found.
+void ClosedFormIk::widen(Branch& branch, double error) const {
+  if (tolerance_.seeds) {
+    const double spread = std::min(error, kMaxSpread);
+    branch.angle += spread;
+    branch.distance += spread * norm(g_.wrist_to_axis4);
+    branch.margin += std::min(error, kAnyTurn);
+  }
+}
+
+bool ClosedFormIk::fits(Branch& branch, std::size_t joint) const {
+  const bool fit = ranges_[joint].fit(branch.q[joint], branch.margin);
+  branch.clamped |= branch.q[joint] == ranges_[joint].lower;
+  branch.clamped |= branch.q[joint] == ranges_[joint].upper;
+  return fit;
+}
+
+/// Returns whether a square below zero is one within the slack, and sets it to 0; for seeds, moves a
 /// square near zero away from it, so that there are turns on both sides of the boundary.
-bool bound(double& square, double slack, bool seeds) {
+bool ClosedFormIk::bound(Branch& branch, double& square, double slack) const {
   if (square < -slack) {
     return false;
   }
-  square = std::max(square, seeds ? slack : 0.0);
+  branch.clamped |= square < 0.0;
+  square = std::max(square, tolerance_.seeds ? kSeedInset * slack : 0.0);
   return true;
 }
-
-}  // namespace
 
 /// Tries the hint and angles at growing distance from it; all of them for seeds, else until one has
 /// solutions.
@@ -67,38 +96,41 @@ bool ClosedFormIk::solve_shoulder(const Frame& T, CandidateSink& sink) {
   const double r = norm(ab);
   const double slack = tolerance_.distance;
   if (r < slack && std::abs(d) < slack) {
+    Branch branch = start();
+    branch.free = true;
+    widen(branch, kAnyTurn);
     return sweep(hint_[0], [&](const Planar& turn) {
-      return enter_wrist(T, arm, turn, true, sink);
+      return enter_wrist(branch, T, arm, turn, sink);
     });
   }
   double square = (r - d) * (r + d);
-  if (!bound(square, 2.0 * slack * (r + slack), tolerance_.seeds)) {
+  Branch branch = start();
+  if (!bound(branch, square, 2.0 * slack * (r + slack))) {
     return false;
   }
+  widen(branch, 2.0 * slack / std::sqrt(square));
   bool any = false;
   const TwoTurns found = two_turns(ab, d, square);
   for (int k = 0; k < found.count; ++k) {
-    any = enter_wrist(T, arm, found.turns[k], false, sink) || any;
+    any = enter_wrist(branch, T, arm, found.turns[k], sink) || any;
   }
   return any;
 }
 
-bool ClosedFormIk::enter_wrist(const Frame& T, const Vector3& arm, const Planar& turn1, bool free,
-                               CandidateSink& sink) {
-  Branch branch;
+bool ClosedFormIk::enter_wrist(Branch branch, const Frame& T, const Vector3& arm,
+                               const Planar& turn1, CandidateSink& sink) {
   branch.q[0] = angle_of(turn1);
-  if (!ranges_[0].fit(branch.q[0], tolerance_.range)) {
+  if (!fits(branch, 0)) {
     return false;
   }
   const Planar back = conjugate(turn1);
   branch.rotation = {turned(g_.axis1, back, T.rotation.x), turned(g_.axis1, back, T.rotation.y),
                      turned(g_.axis1, back, T.rotation.z)};
   branch.wrist = g_.in_plane(turned(g_.axis1, back, arm) + g_.point1);
-  branch.free = free;
   return solve_wrist(branch, sink);
 }
 
-bool ClosedFormIk::solve_wrist(const Branch& branch, CandidateSink& sink) {
+bool ClosedFormIk::solve_wrist(Branch& branch, CandidateSink& sink) {
   const Vector3 axis6 = branch.rotation * g_.axis6;
   const double d = dot(g_.normal, axis6);
   const double sine_squared = squared_norm(g_.in_plane(axis6));
@@ -110,10 +142,11 @@ bool ClosedFormIk::solve_wrist(const Branch& branch, CandidateSink& sink) {
   const double below = d > 0.0 ? (r + k - 1.0) + sine_squared / (1.0 + d) : r + k - d;
   const double above = d < 0.0 ? (r - k - 1.0) + sine_squared / (1.0 - d) : r - k + d;
   double square = below * above;
-  if (!bound(square, 2.0 * tolerance_.angle * r, tolerance_.seeds)) {
+  if (!bound(branch, square, 2.0 * branch.angle * r)) {
     return false;
   }
-  const bool aligned = sine_squared < tolerance_.angle * tolerance_.angle;
+  const bool aligned = sine_squared < branch.angle * branch.angle;
+  widen(branch, 2.0 * branch.angle / std::sqrt(sine_squared));
   bool any = false;
   const TwoTurns found = two_turns(ab, d - k, square);
   for (int i = 0; i < found.count; ++i) {
@@ -128,7 +161,7 @@ bool ClosedFormIk::solve_wrist(const Branch& branch, CandidateSink& sink) {
 bool ClosedFormIk::enter_forearm(const Branch& branch, const Planar& turn5, CandidateSink& sink) {
   Branch next = branch;
   next.q[4] = angle_of(turn5);
-  if (!ranges_[4].fit(next.q[4], tolerance_.range)) {
+  if (!fits(next, 4)) {
     return false;
   }
   const Planar from = g_.in_plane(turned(g_.axis5, turn5, g_.axis6));
@@ -142,7 +175,7 @@ bool ClosedFormIk::free_forearm(const Branch& branch, const Planar& turn5, Candi
   Branch next = branch;
   next.q[4] = angle_of(turn5);
   next.free = true;
-  if (!ranges_[4].fit(next.q[4], tolerance_.range)) {
+  if (!fits(next, 4)) {
     return false;
   }
   const Planar to = g_.in_plane(branch.rotation * g_.mark6);
@@ -159,10 +192,10 @@ bool ClosedFormIk::set_joint6(Branch& branch, const Planar& turn5) const {
              turned(g_.normal, conjugate(branch.turn_phi), branch.rotation * g_.mark6));
   branch.q[5] = std::atan2(dot(g_.side6, mark), dot(g_.mark6, mark));
   branch.phi = angle_of(branch.turn_phi);
-  return ranges_[5].fit(branch.q[5], tolerance_.range);
+  return fits(branch, 5);
 }
 
-bool ClosedFormIk::solve_elbow(const Branch& branch, CandidateSink& sink) {
+bool ClosedFormIk::solve_elbow(Branch& branch, CandidateSink& sink) {
   const Planar target = branch.wrist + branch.turn_phi * g_.wrist_to_axis4 - g_.point2;
   const double upper = norm(g_.upper_arm);
   const double fore = norm(g_.forearm);
@@ -172,11 +205,12 @@ bool ClosedFormIk::solve_elbow(const Branch& branch, CandidateSink& sink) {
   const double shortest = std::abs(upper - fore);
   double square = (longest - distance) * (longest + distance) * (distance - shortest) *
                   (distance + shortest) / (product * product);
-  const double slack = tolerance_.distance * longest * longest * longest / (product * product);
-  if (distance > longest + tolerance_.distance || distance < shortest - tolerance_.distance ||
-      !bound(square, 8.0 * slack, tolerance_.seeds)) {
+  const double slack = branch.distance * longest * longest * longest / (product * product);
+  if (distance > longest + branch.distance || distance < shortest - branch.distance ||
+      !bound(branch, square, 8.0 * slack)) {
     return false;
   }
+  widen(branch, 4.0 * slack / std::sqrt(square));
   const double cosine =
       (distance * distance - upper * upper - fore * fore) / product;
   const double sine = std::sqrt(square);
@@ -191,7 +225,7 @@ bool ClosedFormIk::place_elbow(const Branch& branch, const Planar& target, const
   const Planar turn3 = unit(bend * g_.upper_arm * conjugate(g_.forearm));
   const double beta = angle_of(turn3);
   next.q[2] = g_.sign3 * beta;
-  if (!ranges_[2].fit(next.q[2], tolerance_.range)) {
+  if (!fits(next, 2)) {
     return false;
   }
   const Planar arm = g_.upper_arm + turn3 * g_.forearm;
@@ -205,8 +239,7 @@ bool ClosedFormIk::place_elbow(const Branch& branch, const Planar& target, const
 bool ClosedFormIk::finish(Branch& branch, const Planar& turn2, double beta, CandidateSink& sink) {
   branch.q[1] = angle_of(turn2);
   branch.q[3] = g_.sign4 * (branch.phi - branch.q[1] - beta);
-  return ranges_[1].fit(branch.q[1], tolerance_.range) &&
-         ranges_[3].fit(branch.q[3], tolerance_.range) && sink.take(branch.q, branch.free);
+  return fits(branch, 1) && fits(branch, 3) && sink.take(branch);
 }
 
 }  // namespace kelvara::kinematics

@@ -7,12 +7,18 @@
 
 namespace kelvara::kinematics {
 
-/// Receives the joint angles that the closed form finds.
+/// Joint angles that the closed form finds.
+struct Candidate {
+  JointArray q;
+  bool free = false;     // represents a continuum
+  bool clamped = false;  // a value beyond a boundary, or an angle beyond a limit, counted as rounding
+};
+
+/// Receives the candidates.
 class CandidateSink {
  public:
-  /// @param free The angles represent a continuum.
   /// @return Whether the candidate is a solution.
-  virtual bool take(const JointArray& q, bool free) = 0;
+  virtual bool take(const Candidate& candidate) = 0;
 
  protected:
   ~CandidateSink() = default;
@@ -52,23 +58,27 @@ class ClosedFormIk {
 
  private:
   /// What the steps leave to the next one.
-  struct Branch {
-    JointArray q;
+  struct Branch : Candidate {
     Rotation rotation;  // of the chain from joint 2 on
     Planar wrist;       // in the plane
     double phi;
     Planar turn_phi;
-    bool free = false;
+    double angle, distance, margin;  // as in ClosedFormTolerance, with the errors so far
   };
 
+  Branch start() const;
+  void widen(Branch& branch, double error) const;
+  bool fits(Branch& branch, std::size_t joint) const;
+  bool bound(Branch& branch, double& square, double slack) const;
+
   bool solve_shoulder(const Frame& T, CandidateSink& sink);
-  bool enter_wrist(const Frame& T, const Vector3& arm, const Planar& turn1, bool free,
+  bool enter_wrist(Branch branch, const Frame& T, const Vector3& arm, const Planar& turn1,
                    CandidateSink& sink);
-  bool solve_wrist(const Branch& branch, CandidateSink& sink);
+  bool solve_wrist(Branch& branch, CandidateSink& sink);
   bool enter_forearm(const Branch& branch, const Planar& turn5, CandidateSink& sink);
   bool free_forearm(const Branch& branch, const Planar& turn5, CandidateSink& sink);
   bool set_joint6(Branch& branch, const Planar& turn5) const;
-  bool solve_elbow(const Branch& branch, CandidateSink& sink);
+  bool solve_elbow(Branch& branch, CandidateSink& sink);
   bool place_elbow(const Branch& branch, const Planar& target, const Planar& bend,
                    CandidateSink& sink);
   bool finish(Branch& branch, const Planar& turn2, double beta, CandidateSink& sink);

@@ -15,14 +15,15 @@
 namespace kelvara::kinematics {
 namespace {
 
-constexpr double kExactAngle = 1e-10;       // rad; a geometry that is off by rounding alone
-constexpr double kExactDistance = 1e-10;    // m
+constexpr double kExactAngle = 1e-13;       // rad; a geometry that is off by rounding alone
+constexpr double kExactDistance = 1e-13;    // m
 constexpr double kLimitRounding = 1e-9;     // rad
 constexpr double kPolishedError = 1e-12;    // m and rad; a larger one is refined
 constexpr int kPolishSteps = 3;
-constexpr int kSeedSteps = 60;
+constexpr int kSeedSteps = 16;
+constexpr double kPromisingError = 1e-5;  // m and rad; worth as many steps again
 constexpr double kSeedMargin = 0.3;         // rad beyond the limits
-constexpr double kSeedSlack = 4.0;          // times the geometry's errors
+constexpr double kSeedSlack = 8.0;          // times the geometry's errors
 
 bool fit_all(const JointRanges& ranges, JointArray& q) {
   for (std::size_t j = 0; j < kJointCount; ++j) {
@@ -37,17 +38,14 @@ bool fit_all(const JointRanges& ranges, JointArray& q) {
 struct Exact final : CandidateSink {
   Exact(const SixJointChain& c, const Frame& t) : chain(c), target(t) {}
 
-  bool take(const JointArray& candidate, bool free) override {
-    const double error = pose_error(chain, target, candidate);
-    if (error < kPolishedError) {
-      found.add(candidate, free);
-      return true;
-    }
-    JointArray q = candidate;
-    if (!(refine(chain, target, q, kPolishSteps) < kReachedError)) {
+  bool take(const Candidate& candidate) override {
+    JointArray q = candidate.q;
+    // Without clamping, and off the singular poses, the decomposition is exact to rounding.
+    if ((candidate.clamped || candidate.free) &&
+        !(refine(chain, target, q, kPolishSteps) < kReachedError)) {
       return false;
     }
-    found.add(q, free);
+    found.add(q, candidate.free);
     return true;
   }
 
@@ -61,12 +59,17 @@ struct Seeds final : CandidateSink {
   Seeds(const SixJointChain& c, const Frame& t, const JointRanges& r)
       : chain(c), target(t), ranges(r) {}
 
-  bool take(const JointArray& candidate, bool free) override {
-    JointArray q = candidate;
-    if (!(refine(chain, target, q, kSeedSteps) < kReachedError) || !fit_all(ranges, q)) {
+  bool take(const Candidate& candidate) override {
+    ++seeds;
+    JointArray q = candidate.q;
+    double error = refine(chain, target, q, kSeedSteps);
+    if (error > kPolishedError && error < kPromisingError) {
+      error = refine(chain, target, q, kSeedSteps);
+    }
+    if (!(error < kReachedError) || !fit_all(ranges, q)) {
       return false;
     }
-    found.add(q, free && is_singular(chain, q, 1e-12));
+    found.add(q, candidate.free && is_singular(chain, q, 1e-12));
     return true;
   }
 
@@ -74,6 +77,7 @@ struct Seeds final : CandidateSink {
   const Frame& target;
   const JointRanges& ranges;
   PoseSolutions found;
+  int seeds = 0;
 };
 
 double squared_distance(const JointArray& a, const JointArray& b) {
@@ -162,7 +166,8 @@ PoseSolutions InverseKinematics::within(const JointRanges& ranges, const Frame& 
   tolerance.range = kSeedMargin;
   Seeds sink(chain_, target, ranges);
   ClosedFormIk(*geometry_, ranges, hint, tolerance).solve(target, sink);
-  return sink.found;
+  const bool lost = sink.found.count == 0 && sink.seeds > 0;
+  return lost ? search_pose(chain_, target, ranges, hint) : sink.found;
 }
 
 std::optional<JointArray> InverseKinematics::nearest(const Frame& target,

@@ -13,9 +13,10 @@ using Matrix6 = std::array<Vector6, 6>;
 constexpr double kMaxStep = 0.5;          // rad, of the fastest joint
 constexpr double kDamping = 0.1;          // times the squared error
 constexpr double kLeastDamping = 1e-15;   // keeps the pivots of a singular Jacobian positive
-constexpr double kMoreDamping = 10.0;     // factor after a step that makes the error worse
-constexpr double kLessDamping = 0.3;      // factor after one that helps
-constexpr double kEnoughDamping = 1e8;    // where the search stops
+constexpr double kRoundingError = 1e-12;  // an error below it that does not fall is rounding
+constexpr int kPatience = 3;              // steps that may raise the error: see refine()
+constexpr double kNarrower = 0.3;
+constexpr double kWider = 1.5;
 constexpr double kSmallSine = 1e-9;
 
 /// The rotation vector that turns the present frame into the target. Small angles are exact to
@@ -101,22 +102,38 @@ void solve(const Matrix6& L, Vector6& b) {
   }
 }
 
-/// The angles after the step Jᵀ(JJᵀ + damping·I)⁻¹·error.
-JointArray stepped(const JointArray& q, const Jacobian& J, Vector6 error, double damping) {
-  Matrix6 A = gram(J);
-  factorise(A, damping);
-  solve(A, error);
+struct State {
+  JointArray q;
+  Jacobian J;
+  Vector6 error;
+  double squared;  // of the error
+};
+
+State state_at(const SixJointChain& chain, const Frame& target, const JointArray& q) {
+  State state;
+  state.q = q;
+  state.error = error_of(target, chain.tool_frame(q, state.J));
+  state.squared = squared(state.error);
+  return state;
+}
+
+/// The angles after the step Jᵀ(JJᵀ + damping·I)⁻¹·error, shortened to the radius.
+JointArray stepped(const State& from, double radius) {
+  Matrix6 A = gram(from.J);
+  Vector6 y = from.error;
+  factorise(A, kDamping * from.squared + kLeastDamping);
+  solve(A, y);
   JointArray step{};
   double largest = 0.0;
   for (std::size_t j = 0; j < kJointCount; ++j) {
     for (std::size_t i = 0; i < 6; ++i) {
-      step[j] += J[i][j] * error[i];
+      step[j] += from.J[i][j] * y[i];
     }
     largest = std::max(largest, std::abs(step[j]));
   }
-  const double scale = largest > kMaxStep ? kMaxStep / largest : 1.0;
+  const double scale = largest > radius ? radius / largest : 1.0;
   for (std::size_t j = 0; j < kJointCount; ++j) {
-    step[j] = q[j] + scale * step[j];
+    step[j] = from.q[j] + scale * step[j];
   }
   return step;
 }
@@ -128,23 +145,26 @@ double pose_error(const SixJointChain& chain, const Frame& target, const JointAr
 }
 
 double refine(const SixJointChain& chain, const Frame& target, JointArray& q, int max_steps) {
-  Jacobian J;
-  Vector6 error = error_of(target, chain.tool_frame(q, J));
-  double best = squared(error);
-  double factor = kDamping;
-  for (int k = 0; k < max_steps && best > kRefinedError * kRefinedError; ++k) {
-    const JointArray next = stepped(q, J, error, factor * best + kLeastDamping);
-    Jacobian next_J;
-    const Vector6 next_error = error_of(target, chain.tool_frame(next, next_J));
-    const double size = squared(next_error);
-    if (size < best) {
-      q = next, J = next_J, error = next_error, best = size;
-      factor *= kLessDamping;
-    } else if ((factor *= kMoreDamping) > kEnoughDamping || best < 1e-24) {
+  State best = state_at(chain, target, q);
+  State present = best;
+  double radius = kMaxStep;
+  int without_gain = 0;
+  for (int k = 0; k < max_steps && best.squared > kRefinedError * kRefinedError; ++k) {
+    present = state_at(chain, target, stepped(present, radius));
+    if (present.squared < best.squared) {
+      best = present;
+      without_gain = 0;
+      radius = std::min(kMaxStep, kWider * radius);
+    } else if (best.squared < kRoundingError * kRoundingError) {
       break;
+    } else if (++without_gain == kPatience) {
+      present = best;
+      without_gain = 0;
+      radius *= kNarrower;
     }
   }
-  return std::sqrt(best);
+  q = best.q;
+  return std::sqrt(best.squared);
 }
 
 bool is_singular(const SixJointChain& chain, const JointArray& q, double tolerance) {
