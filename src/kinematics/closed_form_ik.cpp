@@ -8,8 +8,8 @@ namespace {
 
 constexpr double kSeedInset = 0.25;  // of the slack
 constexpr double kMaxSpread = 0.2;
-constexpr double kAnyTurn = 7.0;     // rad; a margin that every angle keeps to
-constexpr int kSweep = 12;  // angles tried where one is free
+constexpr double kAnyTurn = 7.0;  // rad; a margin that every angle keeps to
+constexpr int kSweep = 12;        // angles tried where one is free
 constexpr double kTurn = 2.0 * 3.14159265358979323846;
 
 /// Turns a vector about a unit axis.
@@ -60,8 +60,8 @@ bool ClosedFormIk::fits(Branch& branch, std::size_t joint) const {
   return fit;
 }
 
-/// Returns whether a square below zero is one within the slack, and sets it to 0; for seeds, moves a
-/// square near zero away from it, so that there are turns on both sides of the boundary.
+/// Returns whether a square below zero is one within the slack, and sets it to 0; for seeds, moves
+/// a square near zero away from it, so that there are turns on both sides of the boundary.
 bool ClosedFormIk::bound(Branch& branch, double& square, double slack) const {
   if (square < -slack) {
     return false;
@@ -99,9 +99,8 @@ bool ClosedFormIk::solve_shoulder(const Frame& T, CandidateSink& sink) {
     Branch branch = start();
     branch.free = true;
     widen(branch, kAnyTurn);
-    return sweep(hint_[0], [&](const Planar& turn) {
-      return enter_wrist(branch, T, arm, turn, sink);
-    });
+    return sweep(hint_[0],
+                 [&](const Planar& turn) { return enter_wrist(branch, T, arm, turn, sink); });
   }
   double square = (r - d) * (r + d);
   Branch branch = start();
@@ -211,8 +210,7 @@ bool ClosedFormIk::solve_elbow(Branch& branch, CandidateSink& sink) {
     return false;
   }
   widen(branch, 4.0 * slack / std::sqrt(square));
-  const double cosine =
-      (distance * distance - upper * upper - fore * fore) / product;
+  const double cosine = (distance * distance - upper * upper - fore * fore) / product;
   const double sine = std::sqrt(square);
   const bool straight = place_elbow(branch, target, {cosine, sine}, sink);
   return (sine > 0.0 && place_elbow(branch, target, {cosine, -sine}, sink)) || straight;

@@ -10,8 +10,9 @@ namespace kelvara::kinematics {
 /// Joint angles that the closed form finds.
 struct Candidate {
   JointArray q;
-  bool free = false;     // represents a continuum
-  bool clamped = false;  // a value beyond a boundary, or an angle beyond a limit, counted as rounding
+  bool free = false;  // represents a continuum
+  bool clamped =
+      false;  // a value beyond a boundary, or an angle beyond a limit, counted as rounding
 };
 
 /// Receives the candidates.
@@ -36,7 +37,8 @@ struct ClosedFormTolerance {
 
 /// The joint angles that bring the tool of an ideal geometry to a pose, by decomposition:
 ///
-/// 1. Axes 2, 3 and 4 leave the wrist centre's distance along their direction n as it is. This gives
+/// 1. Axes 2, 3 and 4 leave the wrist centre's distance along their direction n as it is. This
+/// gives
 ///    two angles of joint 1.
 /// 2. Joint 5 alone then determines the angle between axis 6 and n. Two angles of joint 5.
 /// 3. The turn φ of axes 2, 3 and 4 together and joint 6 follow from the rotation.

@@ -15,24 +15,15 @@
 namespace kelvara::kinematics {
 namespace {
 
-constexpr double kExactAngle = 1e-13;       // rad; a geometry that is off by rounding alone
-constexpr double kExactDistance = 1e-13;    // m
-constexpr double kLimitRounding = 1e-9;     // rad
-constexpr double kPolishedError = 1e-12;    // m and rad; a larger one is refined
+constexpr double kExactAngle = 1e-13;     // rad; a geometry that is off by rounding alone
+constexpr double kExactDistance = 1e-13;  // m
+constexpr double kLimitRounding = 1e-9;   // rad
+constexpr double kPolishedError = 1e-12;  // m and rad; a larger one is refined
 constexpr int kPolishSteps = 3;
 constexpr int kSeedSteps = 16;
 constexpr double kPromisingError = 1e-5;  // m and rad; worth as many steps again
-constexpr double kSeedMargin = 0.3;         // rad beyond the limits
-constexpr double kSeedSlack = 8.0;          // times the geometry's errors
-
-bool fit_all(const JointRanges& ranges, JointArray& q) {
-  for (std::size_t j = 0; j < kJointCount; ++j) {
-    if (!ranges[j].fit(q[j], kLimitRounding)) {
-      return false;
-    }
-  }
-  return true;
-}
+constexpr double kSeedMargin = 0.3;       // rad beyond the limits
+constexpr double kSeedSlack = 8.0;        // times the geometry's errors
 
 /// Takes the solutions of an exact geometry; refines what is not exact to rounding.
 struct Exact final : CandidateSink {
@@ -66,7 +57,7 @@ struct Seeds final : CandidateSink {
     if (error > kPolishedError && error < kPromisingError) {
       error = refine(chain, target, q, kSeedSteps);
     }
-    if (!(error < kReachedError) || !fit_all(ranges, q)) {
+    if (!(error < kReachedError) || !fit(ranges, q, kLimitRounding)) {
       return false;
     }
     found.add(q, candidate.free && is_singular(chain, q, 1e-12));
@@ -88,30 +79,11 @@ double squared_distance(const JointArray& a, const JointArray& b) {
   return sum;
 }
 
-/// The joint that a solution needs furthest beyond its limits.
-struct Excess {
-  std::size_t joint = 0;
-  double angle = 0.0;
-  double by = 0.0;
-};
-
-Excess largest_excess(const JointRanges& ranges, const JointArray& q) {
-  Excess largest;
-  for (std::size_t j = 0; j < kJointCount; ++j) {
-    double angle = q[j];
-    const double by = ranges[j].excess(angle);
-    if (by > largest.by) {
-      largest = {j, angle, by};
-    }
-  }
-  return largest;
-}
-
 std::string limit_text(const JointRange& range, const Excess& excess) {
   const char* unit = range.prismatic ? " m" : " rad";
   description::ClassicStream text;
-  text << std::fixed << std::setprecision(4) << "the pose needs joint " << excess.joint + 1 << " at "
-       << excess.angle << unit << ", " << excess.by << unit << " beyond its limit of "
+  text << std::fixed << std::setprecision(4) << "the pose needs joint " << excess.joint + 1
+       << " at " << excess.angle << unit << ", " << excess.by << unit << " beyond its limit of "
        << (excess.angle < range.lower ? range.lower : range.upper) << unit;
   return text.str();
 }
@@ -133,8 +105,8 @@ InverseKinematics::InverseKinematics(const SixJointChain& chain)
   std::transform(chain.ranges().begin(), chain.ranges().end(), middle_.begin(),
                  [](const JointRange& range) { return range.middle(); });
   if (geometry_) {
-    const bool exact = geometry_->angle_error < kExactAngle &&
-                       geometry_->distance_error < kExactDistance;
+    const bool exact =
+        geometry_->angle_error < kExactAngle && geometry_->distance_error < kExactDistance;
     method_ = exact ? Method::kClosedForm : Method::kClosedFormSeeds;
   }
 }
@@ -211,8 +183,7 @@ void InverseKinematics::explain(const Frame& target, const JointArray& near) con
     const Excess excess = largest_excess(chain_.ranges(), all.q[k]);
     least = excess.by < least.by ? excess : least;
   }
-  throw MotionError(MotionErrorCode::kJointLimit,
-                    limit_text(chain_.ranges()[least.joint], least),
+  throw MotionError(MotionErrorCode::kJointLimit, limit_text(chain_.ranges()[least.joint], least),
                     static_cast<int>(least.joint) + 1);
 }
 

@@ -14,9 +14,9 @@ namespace kelvara::kinematics {
 class InverseKinematics {
  public:
   enum class Method {
-    kClosedForm,        // axes 2, 3 and 4 are parallel, 5 and 6 meet, both to rounding
-    kClosedFormSeeds,   // nearly so: the closed form of the geometry next to it, then Newton steps
-    kSearch,            // any other chain of six joints
+    kClosedForm,       // axes 2, 3 and 4 are parallel, 5 and 6 meet, both to rounding
+    kClosedFormSeeds,  // nearly so: the closed form of the geometry next to it, then Newton steps
+    kSearch,           // any other chain of six joints
   };
 
   explicit InverseKinematics(const SixJointChain& chain);
@@ -28,8 +28,8 @@ class InverseKinematics {
   /// allow. Where a joint angle is free, the solution takes the hint's (the middle of the ranges).
   PoseSolutions solutions(const Frame& target) const;
   PoseSolutions solutions(const Frame& target, const JointArray& hint) const;
-  /// Returns the solution within the limits whose joint angles are nearest to `near`: the sum of the
-  /// squared differences is least, full turns taken into account. Nothing when there is none.
+  /// Returns the solution within the limits whose joint angles are nearest to `near`: the sum of
+  /// the squared differences is least, full turns taken into account. Nothing when there is none.
   std::optional<JointArray> nearest(const Frame& target, const JointArray& near) const;
   /// Does the same, but explains why there is none.
   /// @throws MotionError kOutOfReach, or kJointLimit with the joint.

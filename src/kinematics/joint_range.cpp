@@ -56,4 +56,25 @@ double JointRange::middle() const {
   return std::isfinite(lower) && std::isfinite(upper) ? 0.5 * (lower + upper) : 0.0;
 }
 
+bool fit(const JointRanges& ranges, JointArray& q, double margin) {
+  for (std::size_t j = 0; j < kJointCount; ++j) {
+    if (!ranges[j].fit(q[j], margin)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+Excess largest_excess(const JointRanges& ranges, const JointArray& q) {
+  Excess largest;
+  for (std::size_t j = 0; j < kJointCount; ++j) {
+    double angle = q[j];
+    const double by = ranges[j].excess(angle);
+    if (by > largest.by) {
+      largest = {j, angle, by};
+    }
+  }
+  return largest;
+}
+
 }  // namespace kelvara::kinematics

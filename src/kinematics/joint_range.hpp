@@ -28,4 +28,17 @@ struct JointRange {
 
 using JointRanges = std::array<JointRange, kJointCount>;
 
+/// Fits all angles; false when one does not fit.
+bool fit(const JointRanges& ranges, JointArray& q, double margin);
+
+/// A joint beyond its limit.
+struct Excess {
+  std::size_t joint = 0;
+  double angle = 0.0;
+  double by = 0.0;
+};
+
+/// Returns the joint that is furthest beyond its limit; `by` is 0 when all are inside.
+Excess largest_excess(const JointRanges& ranges, const JointArray& q);
+
 }  // namespace kelvara::kinematics

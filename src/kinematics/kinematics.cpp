@@ -1,6 +1,7 @@
 #include "kelvara/kinematics/kinematics.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -13,6 +14,7 @@
 #include "kinematics/screw_motion.hpp"
 #include "kinematics/six_joint_chain.hpp"
 #include "kinematics/torque_solver.hpp"
+#include "kinematics/turn_copies.hpp"
 
 #include "description/file_search.hpp"
 #include "description/kinematics_settings.hpp"
@@ -38,6 +40,20 @@ void print_reports(const description::UrdfDescription& urdf) {
       kelvara::diagnostics::error_line() << report;
     }
   }
+}
+
+template <std::size_t count>
+void check_finite(const std::array<double, count>& values, const char* message) {
+  if (!std::all_of(values.begin(), values.end(), [](double v) { return std::isfinite(v); })) {
+    throw std::invalid_argument(message);
+  }
+}
+
+kinematics::Frame finite_frame(const kelvara::Pose& pose) {
+  const char* message = "inverse kinematics: the pose holds a value that is not finite";
+  check_finite(pose.position, message);
+  check_finite(pose.rpy, message);
+  return kinematics::frame_of(pose);
 }
 
 std::optional<kinematics::InverseKinematics> inverse_kinematics_of(
@@ -137,6 +153,37 @@ std::array<std::array<double, 6>, 6> RobotKinematics::jacobian(
   kinematics::Jacobian jacobian;
   kinematics::six_joint_chain(*this).tool_frame(q, jacobian);
   return jacobian;
+}
+
+std::vector<kelvara::PoseSolution> RobotKinematics::pose_solutions(
+    const kelvara::Pose& pose) const {
+  const kinematics::InverseKinematics& solver = kinematics::inverse_kinematics(*this);
+  const kinematics::PoseSolutions found = solver.solutions(finite_frame(pose));
+  std::vector<kelvara::PoseSolution> solutions;
+  for (int k = 0; k < found.count; ++k) {
+    for (const kelvara::JointArray& q :
+         kinematics::turn_copies(solver.chain().ranges(), found.q[k])) {
+      solutions.push_back({q, found.singular[k]});
+    }
+  }
+  return solutions;
+}
+
+std::vector<std::array<double, 6>> RobotKinematics::inverse_kinematics_all(
+    const kelvara::Pose& pose) const {
+  std::vector<std::array<double, 6>> all;
+  for (const kelvara::PoseSolution& solution : pose_solutions(pose)) {
+    all.push_back(solution.q);
+  }
+  return all;
+}
+
+std::array<double, 6> RobotKinematics::solve_pose(const kelvara::Pose& pose,
+                                                  const std::array<double, 6>& near) const {
+  const kinematics::InverseKinematics& solver = kinematics::inverse_kinematics(*this);
+  const kinematics::Frame target = finite_frame(pose);
+  check_finite(near, "inverse kinematics: the joint angles hold a value that is not finite");
+  return solver.solve(target, near);
 }
 
 // ---- KDL chain ------------------------------------------------------------

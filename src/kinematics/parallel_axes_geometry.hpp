@@ -21,8 +21,8 @@ struct ParallelAxesGeometry {
   Vector3 wrist;         // where axes 5 and 6 meet
   Vector3 mark6, side6;  // two vectors that show the turn about axis 6: (mark6, side6, axis6)
   Frame home_inverse;    // of the tool at zero angles
-  // How far the chain is off this geometry: 0 but for rounding, or for a disturbed chain the largest
-  // angle between the axes 2, 3 and 4 (rad) and the distance of axes 5 and 6 (m).
+  // How far the chain is off this geometry: 0 but for rounding, or for a disturbed chain the
+  // largest angle between the axes 2, 3 and 4 (rad) and the distance of axes 5 and 6 (m).
   double angle_error = 0.0, distance_error = 0.0;
 
   Planar in_plane(const Vector3& v) const { return {dot(v, e1), dot(v, e2)}; }

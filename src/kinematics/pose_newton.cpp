@@ -22,8 +22,8 @@ constexpr double kSmallSine = 1e-9;
 /// The rotation vector that turns the present frame into the target. Small angles are exact to
 /// rounding; the direction at half a turn is arbitrary.
 Vector3 rotation_error(const Rotation& target, const Rotation& present) {
-  const Vector3 twice = cross(present.x, target.x) + cross(present.y, target.y) +
-                        cross(present.z, target.z);
+  const Vector3 twice =
+      cross(present.x, target.x) + cross(present.y, target.y) + cross(present.z, target.z);
   const double cosine =
       0.5 * (dot(present.x, target.x) + dot(present.y, target.y) + dot(present.z, target.z) - 1.0);
   if (cosine > 0.9) {

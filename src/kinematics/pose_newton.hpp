@@ -14,8 +14,8 @@ double pose_error(const SixJointChain& chain, const Frame& target, const JointAr
 
 /// Refines joint angles towards a pose by damped Newton steps, at most `max_steps` of them. The
 /// damping falls with the square of the error: far away and near singular poses the step is that of
-/// gradient descent, near the solution that of Newton's method. Returns the error that is left. Does
-/// not allocate.
+/// gradient descent, near the solution that of Newton's method. Returns the error that is left.
+/// Does not allocate.
 /// @param q Start angles in, the best angles out, rad; the joint limits are ignored.
 double refine(const SixJointChain& chain, const Frame& target, JointArray& q, int max_steps);
 

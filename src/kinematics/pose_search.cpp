@@ -39,15 +39,6 @@ JointArray seed_of(int index, const JointRanges& ranges) {
   return q;
 }
 
-bool fit_all(const JointRanges& ranges, JointArray& q) {
-  for (std::size_t j = 0; j < kJointCount; ++j) {
-    if (!ranges[j].fit(q[j], kLimitRounding)) {
-      return false;
-    }
-  }
-  return true;
-}
-
 }  // namespace
 
 PoseSolutions search_pose(const SixJointChain& chain, const Frame& target,
@@ -56,7 +47,8 @@ PoseSolutions search_pose(const SixJointChain& chain, const Frame& target,
   int without_news = 0;
   for (int k = 0; k < kMaxSeeds && without_news < kSeedsWithoutNews; ++k) {
     JointArray q = k == 0 ? hint : seed_of(k, ranges);
-    const bool news = refine(chain, target, q, kMaxSteps) < kReachedError && fit_all(ranges, q) &&
+    const bool news = refine(chain, target, q, kMaxSteps) < kReachedError &&
+                      fit(ranges, q, kLimitRounding) &&
                       found.add(q, is_singular(chain, q, kSingularPivot));
     without_news = news ? 0 : without_news + 1;
   }

@@ -80,7 +80,8 @@ Frame SixJointChain::tool_frame(const JointArray& q, Jacobian& jacobian) const {
   }
   for (std::size_t i = 0; i < kJointCount; ++i) {
     const Vector3& axis = joints[i].rotation.z;
-    const Vector3 v = ranges_[i].prismatic ? axis : cross(axis, frame.position - joints[i].position);
+    const Vector3 v =
+        ranges_[i].prismatic ? axis : cross(axis, frame.position - joints[i].position);
     const Vector3 w = ranges_[i].prismatic ? Vector3{} : axis;
     jacobian[0][i] = v.x, jacobian[1][i] = v.y, jacobian[2][i] = v.z;
     jacobian[3][i] = w.x, jacobian[4][i] = w.y, jacobian[5][i] = w.z;

@@ -12,6 +12,7 @@
 #include "kelvara/description/file_search.hpp"
 #include "kelvara/export.hpp"
 #include "kelvara/kinematics/chain_joint.hpp"
+#include "kelvara/kinematics/pose_solution.hpp"
 #include "kelvara/kinematics/transforms.hpp"
 #include "kelvara/pose.hpp"
 
@@ -88,9 +89,10 @@ class KELVARA_EXPORT RobotKinematics {
   /// constructor does. Must not overlap any other call.
   void build_screw_axes();
 
-  // ---- Arms of six joints: plain arrays, any threads, no allocation ----
+  // ---- Arms of six joints: plain arrays, any threads ----
   //
-  // All of these throw std::runtime_error for a chain without exactly six moving joints.
+  // All of these throw std::runtime_error for a chain without exactly six moving joints. `pose` and
+  // `jacobian` do not allocate.
 
   /// Returns the pose of the tool at the joint angles `q` (rad). Pitch lies within ±90 degrees, and
   /// the angles give back the tool's rotation to rounding at any pitch; yaw = 0 where pitch is ±90
@@ -99,6 +101,27 @@ class KELVARA_EXPORT RobotKinematics {
   /// Returns the geometric Jacobian of the tool point in the base frame at `q` (rad): rows vx, vy,
   /// vz, wx, wy, wz, one column per joint; m/rad and rad/rad.
   std::array<std::array<double, 6>, 6> jacobian(const std::array<double, 6>& q) const;
+  /// Returns all joint angles within the joint limits that bring the tool to a pose, distinct by
+  /// more than 1e-6 rad, each exact to 1e-9 m and rad; up to eight, and for joints whose limits are
+  /// more than a full turn apart each full turn of them too. Empty when there are none. Of a
+  /// singular pose, which a continuum of angles reaches, it holds representatives. In closed form,
+  /// microseconds, where the arm's axes 2, 3 and 4 are parallel and its axes 5 and 6 meet; Newton
+  /// steps from there where they nearly do; for other arms a numeric search of milliseconds, which
+  /// may miss solutions.
+  /// @throws std::invalid_argument for a pose that is not finite.
+  std::vector<std::array<double, 6>> inverse_kinematics_all(const kelvara::Pose& pose) const;
+  /// Returns the same solutions, and which of them represent a continuum.
+  /// @throws std::invalid_argument for a pose that is not finite.
+  std::vector<kelvara::PoseSolution> pose_solutions(const kelvara::Pose& pose) const;
+  /// Returns the solution nearest to the joint angles `near`: the one with the least sum of squared
+  /// differences, full turns within the limits taken into account. At a singular pose, the angle
+  /// that is free stays as it is in `near` if that leads to a solution.
+  /// @throws kelvara::MotionError kOutOfReach when no joint angles reach the pose; kJointLimit when
+  ///         some would, with the joint that stands furthest beyond its limit in the solution that
+  ///         exceeds the limits least.
+  /// @throws std::invalid_argument for values that are not finite.
+  std::array<double, 6> solve_pose(const kelvara::Pose& pose,
+                                   const std::array<double, 6>& near) const;
 
   // ---- KDL chain ----
 
