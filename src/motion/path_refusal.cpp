@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "kinematics/inverse_kinematics.hpp"
+
 #include "description/classic_stream.hpp"
 
 namespace kelvara::motion {
@@ -29,9 +31,9 @@ std::string text_of(const PathPlace& place) {
   return text.str();
 }
 
-Pose pose_at(const ToolPath& tool, double s) {
+kinematics::Frame frame_at(const ToolPath& tool, double s) {
   const ToolPoint point = tool.at(s);
-  return kinematics::pose_of({point.rotation, point.position.value});
+  return {point.rotation, point.position.value};
 }
 
 /// A joint beyond its limit.
@@ -70,10 +72,10 @@ std::optional<Violation> find_violation(const JointPath& path, const JointLimits
 }
 
 /// Why the tool cannot be where the path ends or goes on; nothing when it can.
-std::optional<MotionError> pose_refusal(const RobotKinematics& model, const Pose& pose,
-                                        const JointArray& near) {
+std::optional<MotionError> pose_refusal(const RobotKinematics& model,
+                                        const kinematics::Frame& target, const JointArray& near) {
   try {
-    (void)model, (void)pose, (void)near;
+    kinematics::inverse_kinematics(model).solve(target, near);
   } catch (const MotionError& error) {
     return error;
   }
@@ -90,7 +92,7 @@ std::optional<MotionError> pose_refusal(const RobotKinematics& model, const Pose
        << violation.limit << " rad";
   const bool ends_outside = limits.clamp_to_urdf_joint_limit(
                                 violation.joint, last[violation.joint]) != last[violation.joint];
-  if (ends_outside && !pose_refusal(model, pose_at(tool, tool.length()), last)) {
+  if (ends_outside && !pose_refusal(model, frame_at(tool, tool.length()), last)) {
     text << "; another configuration of the arm reaches the end of the path";
     throw MotionError(MotionErrorCode::kBranchChange, text.str(), joint);
   }
@@ -102,12 +104,12 @@ std::optional<MotionError> pose_refusal(const RobotKinematics& model, const Pose
                              const PathKnot& last) {
   const std::string place = text_of(tool.place(last.s));
   const double beyond = std::min(last.s + kBeyond * tool.length(), tool.length());
-  if (const auto error = pose_refusal(model, pose_at(tool, beyond), last.q)) {
+  if (const auto error = pose_refusal(model, frame_at(tool, beyond), last.q)) {
     if (error->code() == MotionErrorCode::kOutOfReach) {
       throw MotionError(error->code(), "the path leaves the arm's reach " + place);
     }
   }
-  if (!pose_refusal(model, pose_at(tool, tool.length()), last.q)) {
+  if (!pose_refusal(model, frame_at(tool, tool.length()), last.q)) {
     throw MotionError(MotionErrorCode::kBranchChange,
                       "the path cannot be followed without a jump to another configuration of the "
                       "arm " +
