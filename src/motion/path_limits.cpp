@@ -62,6 +62,14 @@ PathCell make_cell(const JointPath& path, const ToolPath* tool, double begin, do
   return cell;
 }
 
+/// The absolute rates of an axis; those that `share` leaves out are 0.
+AxisRates curve_of(const PathCell& cell, std::size_t axis, JointShare share) {
+  const bool is_curved = axis >= kJointCount || share == JointShare::kCurved;
+  const AxisRates& rates = cell.axes[axis];
+  return {std::abs(rates.first), is_curved ? std::abs(rates.second) : 0.0,
+          is_curved ? std::abs(rates.third) : 0.0};
+}
+
 /// Of a zone whose fastest cell runs at `top`.
 int level_of(double speed, double top) {
   if (speed >= top * (1.0 - kRounding)) {
@@ -107,35 +115,46 @@ double PathLimits::cell_speed(const PathCell& cell, JointShare share) const {
   for (std::size_t axis = 0; axis < kAxisCount; ++axis) {
     speed = std::min(speed, axis_speed(cell, axis, share));
   }
-  return cell.relief * speed;
+  return cell.speed_relief * speed;
 }
 
-void PathLimits::limit_acceleration(const PathCell& cell, JointShare share, SpeedZone& zone) const {
-  const double v = zone.speed;
-  const double relief = cell.relief * cell.relief;
+double PathLimits::cell_acceleration(const PathCell& cell, JointShare share, double speed) const {
+  double largest = kInfinity;
   for (std::size_t axis = 0; axis < kAxisCount; ++axis) {
-    const bool curved = axis >= kJointCount || share == JointShare::kCurved;
-    const double first = std::abs(cell.axes[axis].first);
-    const double second = curved ? std::abs(cell.axes[axis].second) : 0.0;
-    const double third = curved ? std::abs(cell.axes[axis].third) : 0.0;
-    const double rest = limits_[axis].acceleration - second * v * v;
-    const double jerk = kCurveJerkShare * (limits_[axis].jerk - third * v * v * v);
-    zone.acceleration =
-        std::min({zone.acceleration, relief * rest / first, relief * jerk / (3.0 * second * v)});
+    const AxisRates rates = curve_of(cell, axis, share);
+    const double rest = limits_[axis].acceleration - rates.second * speed * speed;
+    const double jerk = limits_[axis].jerk - rates.third * speed * speed * speed;
+    largest = std::min(
+        {largest, rest / rates.first, kCurveJerkShare * jerk / (3.0 * rates.second * speed)});
   }
+  return largest;
 }
 
-void PathLimits::limit_jerk(const PathCell& cell, JointShare share, SpeedZone& zone) const {
-  const double v = zone.speed;
-  const double relief = cell.relief * cell.relief * cell.relief;
+double PathLimits::cell_jerk(const PathCell& cell, JointShare share, double speed,
+                             double acceleration) const {
+  double largest = kInfinity;
   for (std::size_t axis = 0; axis < kAxisCount; ++axis) {
-    const bool curved = axis >= kJointCount || share == JointShare::kCurved;
-    const double curve = curved ? std::abs(cell.axes[axis].third) * v * v * v +
-                                      3.0 * std::abs(cell.axes[axis].second) * v * zone.acceleration
-                                : 0.0;
-    zone.jerk = std::min(zone.jerk,
-                         relief * (limits_[axis].jerk - curve) / std::abs(cell.axes[axis].first));
+    const AxisRates rates = curve_of(cell, axis, share);
+    const double curve = speed * (rates.third * speed * speed + 3.0 * rates.second * acceleration);
+    largest = std::min(largest, (limits_[axis].jerk - curve) / rates.first);
   }
+  return largest;
+}
+
+SpeedRamp PathLimits::ramp(std::size_t begin, std::size_t end, JointShare share, double speed,
+                           Relief relief) const {
+  SpeedRamp ramp{kInfinity, kInfinity};
+  for (std::size_t k = begin; k < end; ++k) {
+    const double fraction = cells_[k].speed_relief * cells_[k].*relief;
+    ramp.acceleration = std::min(
+        ramp.acceleration, std::pow(fraction, 2) * cell_acceleration(cells_[k], share, speed));
+  }
+  for (std::size_t k = begin; k < end; ++k) {
+    const double fraction = cells_[k].speed_relief * cells_[k].*relief;
+    ramp.jerk = std::min(
+        ramp.jerk, std::pow(fraction, 3) * cell_jerk(cells_[k], share, speed, ramp.acceleration));
+  }
+  return ramp;
 }
 
 std::vector<SpeedZone> PathLimits::zones(JointShare share) const {
@@ -146,28 +165,21 @@ std::vector<SpeedZone> PathLimits::zones(JointShare share) const {
   const double top = *std::max_element(speeds.begin(), speeds.end());
   std::vector<SpeedZone> zones;
   for (std::size_t begin = 0, end = 0; begin < cells_.size(); begin = end) {
+    double speed = speeds[begin];
     while (end < cells_.size() && level_of(speeds[end], top) == level_of(speeds[begin], top)) {
-      ++end;
+      speed = std::min(speed, speeds[end++]);
     }
-    SpeedZone zone{cells_[end - 1].end - cells_[begin].begin,
-                   *std::min_element(speeds.begin() + static_cast<std::ptrdiff_t>(begin),
-                                     speeds.begin() + static_cast<std::ptrdiff_t>(end)),
-                   kInfinity, kInfinity};
-    for (std::size_t k = begin; k < end; ++k) {
-      limit_acceleration(cells_[k], share, zone);
-    }
-    for (std::size_t k = begin; k < end; ++k) {
-      limit_jerk(cells_[k], share, zone);
-    }
-    zones.push_back(zone);
+    zones.push_back({cells_[end - 1].end - cells_[begin].begin, speed,
+                     ramp(begin, end, share, speed, &PathCell::rise_relief),
+                     ramp(begin, end, share, speed, &PathCell::fall_relief)});
   }
   return zones;
 }
 
-void PathLimits::relieve(double begin, double end, double fraction) {
+void PathLimits::relieve(double begin, double end, Relief relief, double fraction) {
   for (PathCell& cell : cells_) {
     if (cell.end >= begin && cell.begin <= end) {
-      cell.relief *= fraction;
+      cell.*relief *= fraction;
     }
   }
 }

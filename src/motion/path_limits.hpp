@@ -30,8 +30,13 @@ struct PathCell {
   double begin, end;  // of the parameter
   std::array<AxisRates, kAxisCount> axes{};
   double across = 0.0;  // the tool's second derivative at right angles to its path, m
-  double relief = 1.0;  // the speed is reduced to this fraction
+  // Fractions to which the speed, its rise and its fall are slowed down.
+  double speed_relief = 1.0, rise_relief = 1.0, fall_relief = 1.0;
 };
+
+/// What to slow down: the speed at a place (accelerations by the square, jerks by the cube of the
+/// fraction), or the rise or the fall of the speed in the zone that the place belongs to.
+using Relief = double PathCell::*;
 
 /// How fast a path may be passed at each place.
 class PathLimits {
@@ -41,8 +46,8 @@ class PathLimits {
 
   /// Stretches of similar speed with the limits that hold all over each of them.
   std::vector<SpeedZone> zones(JointShare share) const;
-  /// Reduces the speed from `begin` to `end` to `fraction` of what it is.
-  void relieve(double begin, double end, double fraction);
+  /// Slows down from `begin` to `end`, to `fraction` of the present speed.
+  void relieve(double begin, double end, Relief relief, double fraction);
 
   /// A place where the joints hold the tool to less than `fraction` of its own speed, and the joint
   /// that does; joint 0 when there is none.
@@ -59,8 +64,10 @@ class PathLimits {
 
   double axis_speed(const PathCell& cell, std::size_t axis, JointShare share) const;
   double cell_speed(const PathCell& cell, JointShare share) const;
-  void limit_acceleration(const PathCell& cell, JointShare share, SpeedZone& zone) const;
-  void limit_jerk(const PathCell& cell, JointShare share, SpeedZone& zone) const;
+  double cell_acceleration(const PathCell& cell, JointShare share, double speed) const;
+  double cell_jerk(const PathCell& cell, JointShare share, double speed, double acceleration) const;
+  SpeedRamp ramp(std::size_t begin, std::size_t end, JointShare share, double speed,
+                 Relief relief) const;
 
   std::vector<PathCell> cells_;
   std::array<AxisLimits, kAxisCount> limits_{};

@@ -11,7 +11,8 @@ namespace kelvara::motion {
 namespace {
 
 constexpr double kTolerance = 1e-7;  // relative, of the joints' limits
-constexpr int kLocalRounds = 12;     // of slowing down locally before the whole motion slows down
+constexpr int kLocalRounds = 20;     // of slowing down where a limit is exceeded
+constexpr int kCurvedRounds = 10;    // with the joints' curves heeded, before all slows down
 constexpr double kReserve = 0.98;    // a place that is too fast is slowed down by this much more
 constexpr double kSlowdown = 1.02;   // of the whole motion, in one round
 // A last step shorter than this would make differences of samples inaccurate.
@@ -21,19 +22,6 @@ constexpr double kMinLastStep = 1e-5;  // s
 double with_whole_last_step(double duration_s) {
   const double last = std::fmod(duration_s, Plan::kSamplePeriodS);
   return last < kMinLastStep ? duration_s + kMinLastStep - last : duration_s;
-}
-
-/// By what the speed must be divided for the joints to keep their limits; 1 when they do.
-double speed_excess(const PlanSample& before, const PlanSample& now, double step_s,
-                    const MotionLimits& limits) {
-  double ratio = 1.0;
-  for (std::size_t i = 0; i < kJointCount; ++i) {
-    const double jerk = step_s > 0.0 ? (now.ddq[i] - before.ddq[i]) / step_s : 0.0;
-    ratio = std::max({ratio, std::abs(now.dq[i]) / limits.velocity[i],
-                      std::sqrt(std::abs(now.ddq[i]) / limits.acceleration[i]),
-                      std::cbrt(std::abs(jerk) / limits.jerk[i])});
-  }
-  return ratio;
 }
 
 }  // namespace
@@ -70,60 +58,85 @@ void PathMotion::settle(double duration_s) {
     if (excesses.empty()) {
       return;
     }
-    if (round < kLocalRounds) {
-      slow_down(excesses);
+    if (round < kLocalRounds + kCurvedRounds) {
+      slow_down(excesses, round < kLocalRounds ? JointShare::kProportional : JointShare::kCurved);
     } else {
       slowdown_ *= kSlowdown;
     }
   }
 }
 
-PlanSample PathMotion::sample(double time_s, std::size_t& run, double& s) const {
-  run = 0;
-  while (run + 1 < runs_.size() && time_s > runs_[run].profile.duration_s()) {
-    time_s -= runs_[run].profile.duration_s();
-    ++run;
+PathMotion::Moment PathMotion::moment_at(double time_s) const {
+  Moment moment;
+  while (moment.run + 1 < runs_.size() && time_s > runs_[moment.run].profile.duration_s()) {
+    time_s -= runs_[moment.run].profile.duration_s();
+    ++moment.run;
   }
-  const SpeedState along = runs_[run].profile.at(time_s);
-  const PathState path = runs_[run].run.path.at(along.s);
-  s = along.s;
-  PlanSample state;
-  state.q = path.q;
+  moment.along = runs_[moment.run].profile.at(time_s);
+  moment.path = runs_[moment.run].run.path.at(moment.along.s);
+  const auto& [s, speed, acceleration] = moment.along;
+  moment.state.q = moment.path.q;
   for (std::size_t i = 0; i < kJointCount; ++i) {
-    state.dq[i] = path.first[i] * along.speed;
-    state.ddq[i] = path.second[i] * along.speed * along.speed + path.first[i] * along.acceleration;
+    moment.state.dq[i] = moment.path.first[i] * speed;
+    moment.state.ddq[i] =
+        moment.path.second[i] * speed * speed + moment.path.first[i] * acceleration;
   }
-  return state;
+  return moment;
+}
+
+PathMotion::Excess PathMotion::excess(const Moment& before, const Moment& now,
+                                      double step_s) const {
+  const double v = now.along.speed;
+  const Relief ramp = before.along.acceleration + now.along.acceleration > 0.0
+                          ? &PathCell::rise_relief
+                          : &PathCell::fall_relief;
+  Excess worst{now.run, now.run == before.run ? before.along.s : 0.0, now.along.s,
+               &PathCell::speed_relief, 1.0};
+  const auto consider = [&](double ratio, bool by_speed) {
+    if (ratio > worst.ratio) {
+      worst.ratio = ratio;
+      worst.relief = by_speed ? &PathCell::speed_relief : ramp;
+    }
+  };
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    const double ddq = std::abs(now.state.ddq[i]);
+    const double jerk =
+        step_s > 0.0 ? std::abs(now.state.ddq[i] - before.state.ddq[i]) / step_s : 0.0;
+    consider(std::abs(now.state.dq[i]) / limits_.velocity[i], true);
+    consider(std::sqrt(ddq / limits_.acceleration[i]),
+             std::abs(now.path.second[i]) * v * v > 0.5 * ddq);
+    consider(std::cbrt(jerk / limits_.jerk[i]),
+             std::abs(now.path.third[i]) * v * v * v > 0.5 * jerk);
+  }
+  return worst;
 }
 
 std::vector<PathMotion::Excess> PathMotion::take_samples(double duration_s) {
   const double factor = duration_s / total_s();
   samples_.assign(count_plan_samples(duration_s), {});
   std::vector<Excess> excesses;
-  std::size_t run = 0;
-  double s = 0.0;
+  Moment before = moment_at(0.0);
   for (std::size_t k = 0; k < samples_.size(); ++k) {
-    const std::size_t run_before = run;
-    const double s_before = s;
     const double time_s = plan_sample_time_s(k, duration_s);
-    samples_[k] = sample(k + 1 < samples_.size() ? time_s / factor : HUGE_VAL, run, s);
+    Moment now = moment_at(k + 1 < samples_.size() ? time_s / factor : HUGE_VAL);
     for (std::size_t i = 0; i < kJointCount; ++i) {
-      samples_[k].dq[i] /= factor;
-      samples_[k].ddq[i] /= factor * factor;
+      now.state.dq[i] /= factor;
+      now.state.ddq[i] /= factor * factor;
     }
-    const std::size_t before = k > 0 ? k - 1 : 0;
-    const double step_s = time_s - plan_sample_time_s(before, duration_s);
-    const double ratio = speed_excess(samples_[before], samples_[k], step_s, limits_);
-    if (ratio > 1.0 + kTolerance) {
-      add({run, run == run_before ? s_before : 0.0, s, ratio}, excesses);
+    samples_[k] = now.state;
+    const double step_s = k > 0 ? time_s - plan_sample_time_s(k - 1, duration_s) : 0.0;
+    const Excess found = excess(before, now, step_s);
+    if (found.ratio > 1.0 + kTolerance) {
+      add(found, excesses);
     }
+    before = now;
   }
   return excesses;
 }
 
 void PathMotion::add(const Excess& excess, std::vector<Excess>& excesses) {
   if (excesses.empty() || excesses.back().run != excess.run ||
-      excesses.back().end != excess.begin) {
+      excesses.back().relief != excess.relief || excesses.back().end != excess.begin) {
     excesses.push_back(excess);
     return;
   }
@@ -131,17 +144,14 @@ void PathMotion::add(const Excess& excess, std::vector<Excess>& excesses) {
   excesses.back().ratio = std::max(excesses.back().ratio, excess.ratio);
 }
 
-void PathMotion::slow_down(const std::vector<Excess>& excesses) {
+void PathMotion::slow_down(const std::vector<Excess>& excesses, JointShare share) {
   for (const Excess& excess : excesses) {
-    TimedRun& timed = runs_[excess.run];
-    if (timed.share == JointShare::kCurved) {
-      timed.run.limits.relieve(excess.begin, excess.end, kReserve / excess.ratio);
-    }
+    runs_[excess.run].run.limits.relieve(excess.begin, excess.end, excess.relief,
+                                         kReserve / excess.ratio);
   }
   for (const Excess& excess : excesses) {
     TimedRun& timed = runs_[excess.run];
-    timed.share = JointShare::kCurved;
-    timed.profile = SpeedProfile(timed.run.limits.zones(timed.share));
+    timed.profile = SpeedProfile(timed.run.limits.zones(share));
   }
 }
 

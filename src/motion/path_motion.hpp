@@ -36,21 +36,29 @@ class PathMotion {
   struct TimedRun {
     PathRun run;
     SpeedProfile profile;
-    JointShare share = JointShare::kProportional;
+  };
+  /// A sample before the stretching of time.
+  struct Moment {
+    std::size_t run = 0;
+    SpeedState along;
+    PathState path;
+    PlanSample state;
   };
   /// Where successive samples exceed a limit.
   struct Excess {
     std::size_t run;
     double begin, end;  // of the parameter
+    Relief relief;      // what to slow down
     double ratio;       // by which the speed must be divided
   };
 
   void settle(double duration_s);
   double total_s() const;
-  PlanSample sample(double time_s, std::size_t& run, double& s) const;
+  Moment moment_at(double time_s) const;
   std::vector<Excess> take_samples(double duration_s);
+  Excess excess(const Moment& before, const Moment& now, double step_s) const;
   static void add(const Excess& excess, std::vector<Excess>& excesses);
-  void slow_down(const std::vector<Excess>& excesses);
+  void slow_down(const std::vector<Excess>& excesses, JointShare share);
 
   std::vector<TimedRun> runs_;
   MotionLimits limits_;

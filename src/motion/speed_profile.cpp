@@ -11,19 +11,23 @@ constexpr int kBisections = 60;
 
 /// A change of speed, acceleration zero at both ends, as fast as the limits allow.
 struct Transition {
-  Transition(double change, const SpeedZone& zone) {
-    const bool is_long = change * zone.jerk > zone.acceleration * zone.acceleration;
-    ramp_s = is_long ? zone.acceleration / zone.jerk : std::sqrt(change / zone.jerk);
-    hold_s = is_long ? change / zone.acceleration - ramp_s : 0.0;
+  Transition(double from, double to, const SpeedZone& zone) {
+    const SpeedRamp& ramp = to > from ? zone.rise : zone.fall;
+    const double change = std::abs(to - from);
+    const bool is_long = change * ramp.jerk > ramp.acceleration * ramp.acceleration;
+    ramp_s = is_long ? ramp.acceleration / ramp.jerk : std::sqrt(change / ramp.jerk);
+    hold_s = is_long ? change / ramp.acceleration - ramp_s : 0.0;
+    jerk = std::copysign(ramp.jerk, to - from);
   }
   double duration_s() const { return 2.0 * ramp_s + hold_s; }
 
   double ramp_s;  // of the acceleration, at each end
   double hold_s;  // at the acceleration's limit
+  double jerk;    // at the begin
 };
 
 double transition_length(double from, double to, const SpeedZone& zone) {
-  return 0.5 * (from + to) * Transition(std::abs(to - from), zone).duration_s();
+  return 0.5 * (from + to) * Transition(from, to, zone).duration_s();
 }
 
 /// The largest speed in [low, high] for which `fits` holds, which does for `low`.
@@ -40,13 +44,12 @@ double largest_speed(double low, double high, Fits fits) {
 }
 
 /// The largest speed, at most `limit`, between which and `other` a zone has room for a transition.
-double reachable_speed(double other, double limit, const SpeedZone& zone) {
+template <typename Length>
+double reachable_speed(double other, double limit, const SpeedZone& zone, Length length) {
   if (limit <= other) {
     return limit;
   }
-  return largest_speed(other, limit, [&](double speed) {
-    return transition_length(other, speed, zone) <= zone.length;
-  });
+  return largest_speed(other, limit, [&](double speed) { return length(speed) <= zone.length; });
 }
 
 /// The speeds where zones meet, rest at both ends included.
@@ -54,10 +57,14 @@ std::vector<double> border_speeds(const std::vector<SpeedZone>& zones) {
   std::vector<double> speeds(zones.size() + 1, 0.0);
   for (std::size_t k = zones.size() - 1; k > 0; --k) {
     const double limit = std::min(zones[k - 1].speed, zones[k].speed);
-    speeds[k] = reachable_speed(speeds[k + 1], limit, zones[k]);
+    speeds[k] = reachable_speed(speeds[k + 1], limit, zones[k], [&](double speed) {
+      return transition_length(speed, speeds[k + 1], zones[k]);
+    });
   }
   for (std::size_t k = 1; k < zones.size(); ++k) {
-    speeds[k] = reachable_speed(speeds[k - 1], speeds[k], zones[k - 1]);
+    speeds[k] = reachable_speed(speeds[k - 1], speeds[k], zones[k - 1], [&](double speed) {
+      return transition_length(speeds[k - 1], speed, zones[k - 1]);
+    });
   }
   return speeds;
 }
@@ -88,11 +95,10 @@ void SpeedProfile::add(double duration_s, double jerk) {
 }
 
 void SpeedProfile::add_transition(double from, double to, const SpeedZone& zone) {
-  const Transition transition(std::abs(to - from), zone);
-  const double jerk = std::copysign(zone.jerk, to - from);
-  add(transition.ramp_s, jerk);
+  const Transition transition(from, to, zone);
+  add(transition.ramp_s, transition.jerk);
   add(transition.hold_s, 0.0);
-  add(transition.ramp_s, -jerk);
+  add(transition.ramp_s, -transition.jerk);
   phases_.back().state.speed = to;
   phases_.back().state.acceleration = 0.0;
 }

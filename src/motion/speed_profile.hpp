@@ -4,12 +4,18 @@
 
 namespace kelvara::motion {
 
+/// The limits of a change of speed.
+struct SpeedRamp {
+  double acceleration;  // of the parameter s, 1/s²
+  double jerk;          // 1/s³
+};
+
 /// A stretch of a path with constant limits of the parameter's rates.
 struct SpeedZone {
-  double length;        // of the parameter s
-  double speed;         // of s, 1/s
-  double acceleration;  // 1/s²
-  double jerk;          // 1/s³
+  double length;   // of the parameter s
+  double speed;    // 1/s
+  SpeedRamp rise;  // to a higher speed
+  SpeedRamp fall;  // to a lower one
 };
 
 struct SpeedState {
