@@ -20,6 +20,7 @@ print_help() {
 
 packages_library=(g++ cmake ninja-build pkg-config libyaml-cpp-dev liborocos-kdl-dev
   libtinyxml2-dev libeigen3-dev)
+packages_collision=(libfcl-dev)
 packages_simulation=(libmujoco-dev can-utils)
 packages_report=(python3 python3-numpy python3-yaml python3-matplotlib)
 packages_test=(libgtest-dev libgmock-dev)
