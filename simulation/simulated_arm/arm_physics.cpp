@@ -1,69 +1,23 @@
 #include "simulation/simulated_arm/arm_physics.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstring>
-#include <iomanip>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include <mujoco/mujoco.h>
 
+#include "simulation/simulated_arm/jaw_linkage.hpp"
 #include "simulation/simulated_arm/motor_facts.hpp"
 
 namespace kelvara::simulation {
 namespace {
 
-constexpr double kPointInertia = 1e-9;  // kg·m²; MuJoCo requires more than 0
-
-template <typename Values>
-std::string numbers(const Values& values) {
-  std::ostringstream text;
-  text << std::setprecision(17);
-  for (const double value : values) {
-    text << value << ' ';
-  }
-  return text.str();
-}
-
-void write_inertial(std::ostream& out, const LinkDescription& link) {
-  out << "<inertial mass='" << link.mass << "' pos='" << numbers(link.com) << "' fullinertia='"
-      << numbers(link.inertia) << "'/>";
-}
-
-void write_point_mass(std::ostream& out, double mass, const Triple& at) {
-  if (mass > 0.0) {
-    const Triple inertia{kPointInertia, kPointInertia, kPointInertia};
-    out << "<body><inertial mass='" << mass << "' pos='" << numbers(at) << "' diaginertia='"
-        << numbers(inertia) << "'/></body>";
-  }
-}
-
-/// The arm in MuJoCo's own format.
-std::string model_text(const RobotDescription& description, double load_kg) {
-  std::ostringstream out;
-  out << std::setprecision(17) << "<mujoco model='arm'>"
-      << "<compiler angle='radian' eulerseq='XYZ' balanceinertia='false'/>"
-      << "<option timestep='" << ArmPhysics::kStepS << "' gravity='0 0 -9.81'/><worldbody>";
-  for (std::size_t i = 0; i < description.joints.size(); ++i) {
-    const JointDescription& joint = description.joints[i];
-    const Drive& drive = kMotors[i].drive;
-    out << "<body name='link" << i + 1 << "' pos='" << numbers(joint.origin) << "' euler='"
-        << numbers(joint.rpy) << "'";
-    out << "><joint name='" << joint.name << "' type='hinge' axis='" << numbers(joint.axis)
-        << "' limited='true' range='" << joint.lower << ' ' << joint.upper << "' armature='"
-        << drive.inertia << "' damping='" << drive.viscous << "' frictionloss='"
-        << drive.dry_friction << "'/>";
-    write_inertial(out, joint.child);
-  }
-  write_point_mass(out, description.payload.mass, description.payload.com);
-  write_point_mass(out, load_kg, description.tool);
-  out << "<site name='tool' pos='" << numbers(description.tool) << "'/>";
-  for (std::size_t i = 0; i < description.joints.size(); ++i) {
-    out << "</body>";
-  }
-  out << "</worldbody></mujoco>";
-  return out.str();
-}
+constexpr double kMaxOverlap = 0.001;  // m, of bodies at the start
 
 mjModel* compile(const std::string& text) {
   const auto files = std::make_unique<mjVFS>();  // megabytes: too large for a thread's stack
@@ -86,6 +40,11 @@ ArmPhysics::Joints joints_of(const mjtNum* values) {
   return joints;
 }
 
+Triple rpy_of(const mjtNum* R) {
+  return {std::atan2(R[7], R[8]), std::atan2(-R[6], std::hypot(R[7], R[8])),
+          std::atan2(R[3], R[0])};
+}
+
 }  // namespace
 
 struct ArmPhysics::Model {
@@ -102,8 +61,11 @@ struct ArmPhysics::Model {
   DataPointer scratch;  // for queries that must not disturb the motion
 };
 
-ArmPhysics::ArmPhysics(const RobotDescription& description, double load_kg)
-    : model_(std::make_unique<Model>(model_text(description, load_kg))) {
+ArmPhysics::ArmPhysics(const RobotDescription& description, double load_kg,
+                       std::optional<Contacts> contacts)
+    : contacts_(std::move(contacts)),
+      model_(std::make_unique<Model>(
+          arm_model(description, load_kg, contacts_ ? &*contacts_ : nullptr))) {
   set_positions({});
 }
 
@@ -122,7 +84,17 @@ void ArmPhysics::step(const Joints& torque) {
   constexpr Triple kNoTorque{};
   mj_applyFT(model, data, tool_force_.data(), kNoTorque.data(), data->site_xpos,
              model->site_bodyid[0], data->qfrc_applied);
+  if (has_jaws()) {
+    drive_jaws();
+  }
   mj_step(model, data);
+}
+
+void ArmPhysics::step_at_rest() {
+  const Joints q = positions();
+  step({});
+  std::copy(q.begin(), q.end(), model_->data->qpos);
+  std::fill_n(model_->data->qvel, q.size(), 0.0);
 }
 
 ArmPhysics::Joints ArmPhysics::positions() const { return joints_of(model_->data->qpos); }
@@ -143,8 +115,9 @@ ArmPhysics::Joints ArmPhysics::inverse_dynamics(const Joints& q, const Joints& d
   std::copy(ddq.begin(), ddq.end(), data->qacc);
   mj_fwdPosition(model, data);
   mj_fwdVelocity(model, data);
-  Joints torque{};
-  mj_rne(model, data, 1, torque.data());
+  std::vector<double> torques(static_cast<std::size_t>(model->nv));  // of the scene, too
+  mj_rne(model, data, 1, torques.data());
+  Joints torque = joints_of(torques.data());
   for (std::size_t i = 0; i < torque.size(); ++i) {
     torque[i] += kMotors[i].drive.inertia * ddq[i];
   }
@@ -157,6 +130,76 @@ ArmPhysics::Joints ArmPhysics::rotor_inertia() {
     inertia[i] = kMotors[i].drive.inertia;
   }
   return inertia;
+}
+
+// ---- Jaws, which follow the joints ------------------------------------------
+
+/// The jaws share the motor's inertia and torque equally.
+void ArmPhysics::drive_jaws() {
+  const double ratio = jaw_ratio_at(jaw_motor_angle());
+  const double torque = jaw_torque_ - kJaws.viscous * jaw_motor_velocity();
+  for (std::size_t jaw = kJointCount; jaw < kJointCount + 2; ++jaw) {
+    model_->model->dof_armature[jaw] = kJaws.inertia / (2.0 * ratio * ratio);
+    model_->data->qfrc_applied[jaw] = torque / (2.0 * ratio);
+  }
+}
+
+double ArmPhysics::jaw_motor_angle() const {
+  const mjtNum* strokes = model_->data->qpos + kJointCount;
+  return jaw_motor_angle_at((strokes[0] + strokes[1]) / 2.0);
+}
+
+double ArmPhysics::jaw_motor_velocity() const {
+  const mjtNum* speeds = model_->data->qvel + kJointCount;
+  return (speeds[0] + speeds[1]) / 2.0 / jaw_ratio_at(jaw_motor_angle());
+}
+
+// ---- The scene --------------------------------------------------------------
+
+BodyPose ArmPhysics::body_pose(const std::string& name) const {
+  const int body = mj_name2id(model_->model.get(), mjOBJ_BODY, (kBodyPrefix + name).c_str());
+  if (body < 0) {
+    throw std::invalid_argument("the scene has no body '" + name + "'");
+  }
+  const mjtNum* at = model_->data->xpos + 3 * body;
+  return {{at[0], at[1], at[2]}, rpy_of(model_->data->xmat + 9 * body)};
+}
+
+/// What a geom belongs to: a link, a jaw, a body of the scene or the table.
+ArmPhysics::Owner ArmPhysics::owner_of(int geom) const {
+  const int body = model_->model->geom_bodyid[geom];
+  if (body == 0) {
+    return {"the table", 0};
+  }
+  const std::string name = mj_id2name(model_->model.get(), mjOBJ_BODY, body);
+  for (const Body& of_scene : contacts_->scene.bodies) {
+    if (name == kBodyPrefix + of_scene.name) {
+      return {"'" + of_scene.name + "'", of_scene.line};
+    }
+  }
+  return {"'" + name + "'", 0};
+}
+
+void ArmPhysics::require_no_overlap() const {
+  const mjData* data = model_->data.get();
+  for (const mjContact* contact = data->contact; contact != data->contact + data->ncon; ++contact) {
+    if (contact->dist >= -kMaxOverlap) {
+      continue;
+    }
+    Owner one = owner_of(contact->geom1);
+    Owner other = owner_of(contact->geom2);
+    if (one.line < other.line) {
+      std::swap(one, other);
+    }
+    std::ostringstream text;
+    text << contacts_->scene.path << ": ";
+    if (one.line > 0) {
+      text << "line " << one.line << ", ";
+    }
+    text << one.name << " and " << other.name << " overlap by "
+         << std::round(-1e4 * contact->dist) / 10.0 << " mm at the start";
+    throw std::runtime_error(text.str());
+  }
 }
 
 }  // namespace kelvara::simulation

@@ -38,8 +38,56 @@ Eigen::Matrix3d rotation(const Triple& rpy) {
       .toRotationMatrix();
 }
 
+double parse_length(const XMLElement* shape, const char* attribute) {
+  const double length = shape->DoubleAttribute(attribute);
+  if (!(length > 0.0)) {
+    throw std::runtime_error(std::string("a <collision> needs a ") + attribute + " above 0");
+  }
+  return length;
+}
+
+Solid parse_solid(const XMLElement* collision) {
+  const XMLElement* origin = collision->FirstChildElement("origin");
+  Solid solid;
+  solid.origin = parse_triple(origin, "xyz", {});
+  solid.rpy = parse_triple(origin, "rpy", {});
+  const XMLElement* geometry = collision->FirstChildElement("geometry");
+  const XMLElement* shape = geometry == nullptr ? nullptr : geometry->FirstChildElement();
+  const std::string name = shape == nullptr ? "" : shape->Name();
+  if (name == "box") {
+    solid.size = parse_triple(shape, "size", {});
+    if (!std::all_of(solid.size.begin(), solid.size.end(),
+                     [](double edge) { return edge > 0.0; })) {
+      throw std::runtime_error("a <collision> needs a size above 0");
+    }
+  } else if (name == "sphere") {
+    solid.shape = Solid::Shape::kSphere;
+    solid.size = {parse_length(shape, "radius"), 0.0, 0.0};
+  } else if (name == "cylinder") {
+    solid.shape = Solid::Shape::kCylinder;
+    solid.size = {parse_length(shape, "radius"), parse_length(shape, "length"), 0.0};
+  } else {
+    throw std::runtime_error("a <collision> must be a box, a sphere or a cylinder");
+  }
+  return solid;
+}
+
+std::vector<Solid> parse_solids(const XMLElement* link) {
+  std::vector<Solid> solids;
+  for (const XMLElement* collision = link->FirstChildElement("collision"); collision != nullptr;
+       collision = collision->NextSiblingElement("collision")) {
+    solids.push_back(parse_solid(collision));
+  }
+  return solids;
+}
+
 LinkDescription parse_link(const XMLElement* link) {
   LinkDescription result;
+  try {
+    result.solids = parse_solids(link);
+  } catch (const std::runtime_error& error) {
+    result.solids_error = error.what();
+  }
   const XMLElement* inertial = link->FirstChildElement("inertial");
   if (inertial == nullptr) {
     return result;
@@ -113,6 +161,11 @@ void load_urdf(const std::string& path, RobotDescription& description) {
     if (!tip.empty() && (parent == nullptr || !parent->Attribute("link", tip.c_str()))) {
       throw std::runtime_error("joint '" + description.joints.back().name +
                                "' does not continue the chain at link '" + tip + "'");
+    }
+    if (tip.empty()) {
+      const char* base = parent == nullptr ? nullptr : parent->Attribute("link");
+      const auto link = links.find(base == nullptr ? "" : base);
+      description.base = link == links.end() ? LinkDescription{} : link->second;
     }
     tip = joint->FirstChildElement("child")->Attribute("link");
   }

@@ -8,10 +8,20 @@ namespace kelvara::simulation {
 
 using Triple = std::array<double, 3>;
 
+struct Solid {
+  enum class Shape { kBox, kSphere, kCylinder };
+  Shape shape = Shape::kBox;
+  Triple size{};    // m; box: edges; sphere: radius; cylinder: radius, length along z
+  Triple origin{};  // m, of its centre
+  Triple rpy{};     // rad
+};
+
 struct LinkDescription {
   double mass = 0.0;                // kg
   Triple com{};                     // m, in the link frame
   std::array<double, 6> inertia{};  // xx yy zz xy xz yz about the com, link axes, kg·m²
+  std::vector<Solid> solids;        // collision shapes, in the link frame
+  std::string solids_error;         // why a shape cannot be used; matters for contacts alone
 };
 
 struct JointDescription {
@@ -27,6 +37,7 @@ struct JointDescription {
 /// What the physics needs of the URDF and the YAML file. The simulation reads both without the
 /// library, so that comparing its dynamics with the library's model also checks the reading.
 struct RobotDescription {
+  LinkDescription base;                  // the link that the first joint starts from
   std::vector<JointDescription> joints;  // base first
   LinkDescription payload;               // a point mass on the last link; mass 0: no payload
   Triple tool{};                         // m, on the last link

@@ -4,14 +4,24 @@
 #include <cmath>
 
 namespace kelvara::simulation {
+namespace {
+
+std::optional<Contacts> contacts_of(const SimulatedArm::Options& options) {
+  return options.scene ? std::optional(Contacts{*options.scene, options.with_gripper})
+                       : std::nullopt;
+}
+
+}  // namespace
+
 SimulatedArm::SimulatedArm(const RobotDescription& description, const Options& options)
-    : physics_(description, options.load_kg) {
+    : physics_(description, options.load_kg, contacts_of(options)) {
   std::copy_n(description.motor_signs.begin(), signs_.size(), signs_.begin());
   const std::size_t count = options.with_gripper ? kMotors.size() : kJointCount;
   for (std::size_t i = 0; i < count; ++i) {
     motors_.emplace_back(kMotors[i].model, kMotors[i].can_id, kMotors[i].master_id);
   }
   set_joint_positions(options.start);
+  physics_.require_no_overlap();
 }
 
 void SimulatedArm::receive(const canfd_frame& frame, std::vector<canfd_frame>& replies) {
@@ -65,14 +75,29 @@ void SimulatedArm::step() {
   }
   in_cradle_ = in_cradle_ && std::none_of(motors_.begin(), motors_.begin() + kJointCount,
                                           [](const auto& motor) { return motor.is_enabled(); });
-  if (!in_cradle_) {
-    physics_.step(torque);
+  if (physics_.has_jaws()) {
+    physics_.set_jaw_torque(motors_[kGripper].advance(
+        ArmPhysics::kStepS, physics_.jaw_motor_angle(), physics_.jaw_motor_velocity()));
   }
-  if (motors_.size() > kGripper) {
+  step_body(torque);
+  if (motors_.size() > kGripper && !physics_.has_jaws()) {
     step_gripper();
   }
 }
 
+void SimulatedArm::step_body(const Joints& torque) {
+  if (!in_cradle_) {
+    physics_.step(torque);
+  } else if (physics_.has_contacts()) {
+    physics_.step_at_rest();
+  }
+}
+
+double SimulatedArm::gripper_angle() const {
+  return physics_.has_jaws() ? physics_.jaw_motor_angle() : gripper_angle_;
+}
+
+/// The jaws without contacts: one hinge between two stops.
 void SimulatedArm::step_gripper() {
   constexpr double kStepS = ArmPhysics::kStepS;
   const double torque = motors_[kGripper].advance(kStepS, gripper_angle_, gripper_velocity_);

@@ -5,6 +5,8 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "simulation/simulated_arm/arm_physics.hpp"
@@ -26,10 +28,13 @@ class SimulatedArm {
 
   struct Options {
     bool with_gripper = true;
-    double load_kg = 0.0;  // held in the gripper
-    Joints start{};        // rad
+    double load_kg = 0.0;                       // held in the gripper
+    Joints start{};                             // rad
+    std::optional<Scene> scene = std::nullopt;  // nothing collides without one
   };
 
+  /// @throws std::runtime_error when the scene cannot be simulated, or its bodies overlap each
+  ///         other or the arm at the start.
   SimulatedArm(const RobotDescription& description, const Options& options);
 
   /// Passes a frame to every motor (classic frames in a canfd_frame, too) and appends the replies.
@@ -38,6 +43,7 @@ class SimulatedArm {
   void advance(std::chrono::nanoseconds time);
 
   /// Puts the joints at these angles (rad), at rest; they are held there if still in the cradle.
+  /// The bodies of a scene return to their start.
   void set_joint_positions(const Joints& q);
 
   /// Applies this force at the tool until the next call: N, along the base frame's axes.
@@ -48,8 +54,10 @@ class SimulatedArm {
   Joints joint_velocities() const { return physics_.velocities(); }  // rad/s
   Joints joint_torques() const;                                      // N·m, of the motors
   Triple tool_position() const { return physics_.tool_position(); }  // m
-  bool floats() const;  // every joint motor is commanded by torque alone
-  double gripper_angle() const { return gripper_angle_; }  // rad, motor side
+  bool floats() const;           // every joint motor is commanded by torque alone
+  double gripper_angle() const;  // rad, motor side
+  /// @throws std::invalid_argument when the scene has no body of this name.
+  BodyPose body_pose(const std::string& name) const { return physics_.body_pose(name); }
 
   std::size_t motor_count() const { return motors_.size(); }
   std::size_t enabled_motor_count() const;
@@ -59,6 +67,7 @@ class SimulatedArm {
 
  private:
   void step();
+  void step_body(const Joints& torque);
   void step_gripper();
 
   ArmPhysics physics_;
