@@ -17,7 +17,10 @@
 namespace kelvara::simulation {
 namespace {
 
-constexpr double kMaxOverlap = 0.001;  // m, of bodies at the start
+// The jaws yield a little at their stops; the linkage's angle is defined this far.
+constexpr double kLeastStroke = -0.004;  // m
+constexpr double kMostStroke = 0.050;    // m
+constexpr double kMaxOverlap = 0.001;    // m, of bodies at the start
 
 mjModel* compile(const std::string& text) {
   const auto files = std::make_unique<mjVFS>();  // megabytes: too large for a thread's stack
@@ -146,7 +149,7 @@ void ArmPhysics::drive_jaws() {
 
 double ArmPhysics::jaw_motor_angle() const {
   const mjtNum* strokes = model_->data->qpos + kJointCount;
-  return jaw_motor_angle_at((strokes[0] + strokes[1]) / 2.0);
+  return jaw_motor_angle_at(std::clamp((strokes[0] + strokes[1]) / 2.0, kLeastStroke, kMostStroke));
 }
 
 double ArmPhysics::jaw_motor_velocity() const {

@@ -20,8 +20,9 @@ constexpr double kFingerTolerance = 1e-6;  // m, between a finger and the other 
 constexpr char kOptions[] =
     " cone='elliptic' impratio='10' noslip_iterations='3'/>"
     "<default><geom condim='4' friction='0.8 0.005 0.0001' solref='0.004 1' "
-    "solimp='0.95 0.99 0.001'/></default>";
-constexpr char kStiff[] = " solref='0.002 1' solimp='0.99 0.999 0.0001'";
+    "solimp='0.98 0.999 0.001'/></default>";
+constexpr char kStiffStop[] = " solreflimit='0.002 1' solimplimit='0.99 0.999 0.0001'";
+constexpr char kStiffLink[] = " solref='0.002 1' solimp='0.99 0.999 0.0001'";
 
 std::string half_extents(const Solid& solid) {
   const Triple& size = solid.size;
@@ -64,8 +65,8 @@ std::string jaw_of(const Solid& finger, const char* name) {
   out << "<body name='" << name << "' pos='"
       << numbers(Triple{finger.origin[0], side * finger.size[1] / 2.0, finger.origin[2]})
       << "'><joint name='" << name << "' type='slide' axis='0 " << side
-      << " 0' limited='true' range='0 " << jaw_stroke_at(kJawOpenAngle) << "' armature='"
-      << kJaws.inertia / (2.0 * ratio * ratio) << "'/><inertial mass='" << kJawMass
+      << " 0' limited='true' range='0 " << jaw_stroke_at(kJawOpenAngle) << "'" << kStiffStop
+      << " armature='" << kJaws.inertia / (2.0 * ratio * ratio) << "'/><inertial mass='" << kJawMass
       << "' pos='0 0 0' diaginertia='"
       << numbers(Triple{kPointInertia, kPointInertia, kPointInertia}) << "'/>" << shape_of(finger)
       << "/></body>";
@@ -119,7 +120,19 @@ bool ContactModel::is_finger(std::size_t solid) const {
          std::abs(box.origin[2] - tool[2]) <= box.size[2] / 2.0;
 }
 
-std::string ContactModel::options() const { return contacts_ == nullptr ? "/>" : kOptions; }
+/// Buffers for the most contacts that a heap of the free bodies has.
+std::string ContactModel::options() const {
+  if (contacts_ == nullptr) {
+    return "/>";
+  }
+  const std::vector<Body>& bodies = contacts_->scene.bodies;
+  const auto moving =
+      std::count_if(bodies.begin(), bodies.end(), [](const Body& body) { return body.mass > 0.0; });
+  std::ostringstream out;
+  out << kOptions << "<size nconmax='" << 60 + 22 * moving << "' njmax='" << 300 + 110 * moving
+      << "'/>";
+  return out.str();
+}
 
 std::string ContactModel::base() const {
   if (contacts_ == nullptr) {
@@ -184,7 +197,7 @@ std::string ContactModel::constraints() const {
   const std::string right = kRightJawName;
   return "<contact>" + exclude_base + "<exclude body1='" + left + "' body2='" + right +
          "'/></contact><equality><joint joint1='" + left + "' joint2='" + right +
-         "' polycoef='0 1 0 0 0'" + kStiff + "/></equality>";
+         "' polycoef='0 1 0 0 0'" + kStiffLink + "/></equality>";
 }
 
 }  // namespace kelvara::simulation

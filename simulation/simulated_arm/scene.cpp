@@ -23,6 +23,7 @@ constexpr Range kPlace{-5.0, 5.0};    // m
 constexpr Range kAngle{-6.3, 6.3};    // rad
 constexpr Range kMass{0.001, 50.0};   // kg
 constexpr Range kFriction{0.0, 5.0};
+constexpr std::ptrdiff_t kMaxMoving = 20;  // bodies, for which the simulation keeps up with time
 constexpr char kNameCharacters[] =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
 
@@ -182,6 +183,10 @@ std::vector<Body> parse_bodies(const YAML::Node& node) {
     if (!names.insert(bodies.back().name).second) {
       fail(node[i]["name"], "bodies[" + std::to_string(i) + "].name", "another body has this name");
     }
+  }
+  if (std::count_if(bodies.begin(), bodies.end(),
+                    [](const Body& body) { return body.mass > 0.0; }) > kMaxMoving) {
+    fail(node, "bodies", "at most 20 may move");
   }
   return bodies;
 }

@@ -101,6 +101,9 @@ const std::map<std::string, void (*)(Arguments&, const std::string&)> kOptions{
     {"--seed",
      [](Arguments& arguments, const std::string& value) { arguments.seed = parse_seed(value); }},
     {"--urdf", [](Arguments& arguments, const std::string& value) { arguments.urdf = value; }},
+    {"--scene", [](Arguments& arguments, const std::string& value) { arguments.scene = value; }},
+    {"--report-bodies",
+     [](Arguments& arguments, const std::string& value) { arguments.body_report = value; }},
     {"--config", [](Arguments& arguments, const std::string& value) { arguments.config = value; }},
 };
 
@@ -110,6 +113,7 @@ const char* const kSimulatedArmUsage =
     "usage: kelvara-simulated-arm --interface NAME [--fd] [--no-gripper] [--start Q1,...,Q6]\n"
     "                             [--load KG] [--hand DX,DY,DZ] [--show]\n"
     "                             [--lose SHARE [--seed N]] [--wait-for-commands]\n"
+    "                             [--scene FILE [--report-bodies FILE]]\n"
     "                             [--urdf FILE] [--config FILE]\n"
     "  --interface NAME   SocketCAN interface, real or virtual\n"
     "  --fd               answer with CAN-FD frames\n"
@@ -120,6 +124,8 @@ const char* const kSimulatedArmUsage =
     "  --lose SHARE       loses this share (0 to 1) of the frames, in both directions\n"
     "  --seed N           chooses other frames to lose\n"
     "  --wait-for-commands  the arm's time stops while no frame arrives, for a slow machine\n"
+    "  --scene FILE       a table and bodies, which the arm collides with and the jaws hold\n"
+    "  --report-bodies FILE  write where the scene's bodies are, as they move\n"
     "  --show             print what the arm does\n"
     "  --urdf FILE, --config FILE  another robot description";
 
@@ -140,6 +146,9 @@ SimulatedArmArguments parse_arguments(const std::vector<std::string>& words) {
   }
   if (arguments.arm.interface.empty() && !arguments.help) {
     throw UsageError("--interface NAME is missing; --help lists the options");
+  }
+  if (!arguments.body_report.empty() && arguments.scene.empty()) {
+    throw UsageError("--report-bodies needs a --scene");
   }
   return arguments;
 }

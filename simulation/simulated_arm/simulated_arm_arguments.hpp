@@ -14,6 +14,8 @@ struct SimulatedArmArguments {
   RealtimeArm::Options arm;
   std::string urdf;            // empty: the project's own
   std::string config;          // empty: the project's own
+  std::string scene;           // path; empty: nothing collides
+  std::string body_report;     // path; empty: none
   std::optional<Triple> hand;  // displacement of the tool, m
   double lose = 0.0;           // share of the frames that are lost, in both directions
   unsigned seed = 1;           // of the frames that are lost

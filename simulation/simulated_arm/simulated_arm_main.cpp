@@ -9,6 +9,7 @@
 #include <string>
 
 #include "simulation/simulated_arm/adversary.hpp"
+#include "simulation/simulated_arm/body_report.hpp"
 #include "simulation/simulated_arm/progress_display.hpp"
 #include "simulation/simulated_arm/realtime_arm.hpp"
 #include "simulation/simulated_arm/simulated_arm_arguments.hpp"
@@ -27,8 +28,27 @@ void stop_on_signals() {
   sigaction(SIGTERM, &action, nullptr);
 }
 
+RealtimeArm::Options options_of(const SimulatedArmArguments& arguments) {
+  RealtimeArm::Options options = arguments.arm;
+  if (!arguments.scene.empty()) {
+    options.arm.scene = load_scene(arguments.scene);
+  }
+  return options;
+}
+
+void print_ready(const SimulatedArmArguments& arguments, const SimulatedArm& arm) {
+  std::printf("ready: simulated arm on %s, %zu motors, %s\n", arguments.arm.interface.c_str(),
+              arm.motor_count(), arguments.arm.fd ? "CAN-FD" : "classic CAN");
+  std::fflush(stdout);
+}
+
 void run(const SimulatedArmArguments& arguments) {
-  RealtimeArm realtime(load_robot_description(arguments.urdf, arguments.config), arguments.arm);
+  const RealtimeArm::Options options = options_of(arguments);
+  std::optional<BodyReport> report;
+  if (!arguments.body_report.empty()) {
+    report.emplace(arguments.body_report, *options.arm.scene);
+  }
+  RealtimeArm realtime(load_robot_description(arguments.urdf, arguments.config), options);
   SimulatedArm& arm = realtime.arm();
   if (arguments.lose > 0.0) {
     Adversary({.seed = arguments.seed,
@@ -37,9 +57,7 @@ void run(const SimulatedArmArguments& arguments) {
         .attach(realtime.bus());
   }
   stop_on_signals();
-  std::printf("ready: simulated arm on %s, %zu motors, %s\n", arguments.arm.interface.c_str(),
-              arm.motor_count(), arguments.arm.fd ? "CAN-FD" : "classic CAN");
-  std::fflush(stdout);
+  print_ready(arguments, arm);
   std::optional<ProgressDisplay> display;
   std::optional<SimulatedHand> hand;
   if (arguments.show) {
@@ -52,6 +70,9 @@ void run(const SimulatedArmArguments& arguments) {
     const std::string event = hand ? hand->update() : "";
     if (display) {
       display->update(event);
+    }
+    if (report) {
+      report->update(arm);
     }
   });
   if (display) {

@@ -43,6 +43,10 @@ expect 2 "unknown option" "$bin/kelvara-simulated-arm" --interface can0 --quick
 expect 2 "start needs 6 numbers" "$bin/kelvara-simulated-arm" --interface can0 --start 1,2
 expect 2 "not a number" "$bin/kelvara-simulated-arm" --interface can0 --load heavy
 expect 1 "no interface can9" on_bus can0 "$bin/kelvara-simulated-arm" --interface can9
+expect 2 "needs a --scene" "$bin/kelvara-simulated-arm" --interface can0 --report-bodies "$work/bodies"
+echo "tables: {}" >"$work/scene.yaml"
+expect 1 "scene.yaml: line 1, tables: unknown key" \
+  "$bin/kelvara-simulated-arm" --interface can0 --scene "$work/scene.yaml"
 expect 2 "usage: kelvara-virtual-can" "$bin/kelvara-virtual-can" fly
 expect 2 "not an interface name" "$bin/kelvara-virtual-can" run "can 0"
 expect 1 "no interface can9" "$bin/kelvara-virtual-can" down can9
