@@ -50,6 +50,7 @@ class Record:
     rounds: list = field(default_factory=list)  # t of every command for joint 1, floating or not
     frames: int = 0
     bits: int = 0
+    start: float = 0.0  # the clock's time of the first frame
     duration: float = 0.0
     position_velocity: bool = False
 
@@ -141,6 +142,7 @@ def read_log(path, signs):
         start = frame.time if start is None else start
         decoder.take(frame.time - start, frame.can_id, frame.data)
     record = decoder.record
+    record.start = start or 0.0
     record.commands = [np.array(rows).reshape(-1, 3) for rows in record.commands]
     record.replies = [np.array(rows).reshape(-1, 5) for rows in record.replies]
     record.floating = [np.array(rows).reshape(-1, 4) for rows in record.floating]

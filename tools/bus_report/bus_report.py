@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
 """Reports how well the arm followed its commands, from a candump log of the bus alone.
 
-usage: bus_report.py LOG [--joints] [--plot DIR] [--json FILE] [--urdf FILE] [--config FILE]
+usage: bus_report.py LOG [--joints] [--plot DIR [--bodies FILE --scene FILE]] [--json FILE]
+                     [--urdf FILE] [--config FILE]
 
 For each move, the largest of each figure over the joints (with --joints, and in the JSON file, every
 joint's): the travel, the peak error (between a commanded position and the feedback that answers the
 command), the end error, and the overshoot beyond the commanded positions. If the arm floated: its
 drift, how far a hand moved it, and how far it moved after the hand left it. Then the control period
-as seen on the bus. --plot writes tracking.png, arm.png and tool.png.
+as seen on the bus. --plot writes tracking.png, arm.png and tool.png; --bodies and --scene, the report
+and the scene of a simulated arm, add its bodies to arm.png.
 """
 
 import argparse
@@ -21,6 +23,7 @@ import yaml
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from arm_facts import SETTINGS_PATH, URDF_PATH, read_settings  # noqa: E402
+from body_log import read_bodies  # noqa: E402
 from bus_log import read_log  # noqa: E402
 
 WINDOW_S = 0.05  # a joint moves while its command changes by MOVING within this time
@@ -204,15 +207,22 @@ def main():
     parser.add_argument("log")
     parser.add_argument("--joints", action="store_true", help="print every joint's figures")
     parser.add_argument("--plot", metavar="DIR", help="folder for the pictures")
+    parser.add_argument("--bodies", metavar="FILE", help="report of a simulated scene's bodies")
+    parser.add_argument("--scene", metavar="FILE", help="that scene")
     parser.add_argument("--json", metavar="FILE", help="file for the figures")
     parser.add_argument("--urdf", default=URDF_PATH)
     parser.add_argument("--config", default=SETTINGS_PATH)
     arguments = parser.parse_args()
+    if bool(arguments.bodies) != bool(arguments.scene):
+        parser.error("--bodies and --scene go together")
+    bodies = []
     try:
         settings = read_settings(arguments.config)
         record = read_log(arguments.log, settings["motor_signs"])
         tool = settings["kinematics"]["tool"]["xyz"]
-    except (OSError, KeyError, yaml.YAMLError) as error:
+        if arguments.bodies:
+            bodies = read_bodies(arguments.bodies, arguments.scene, record.start)
+    except (OSError, KeyError, ValueError, yaml.YAMLError) as error:
         sys.exit(f"bus_report: {error}")
     if not all(len(rows) > 1 for rows in record.commands):
         sys.exit(f"bus_report: {arguments.log} holds no commands for six joints")
@@ -227,7 +237,7 @@ def main():
         import plots  # only a plot needs matplotlib
 
         os.makedirs(arguments.plot, exist_ok=True)
-        plots.plot_all(record, report, arguments.urdf, tool, arguments.plot)
+        plots.plot_all(record, report, arguments.urdf, tool, arguments.plot, bodies)
 
 
 if __name__ == "__main__":

@@ -21,12 +21,12 @@ LONGEST_GAP_S = 0.25  # between samples that a line connects
 PATH_HZ = 100  # points per second of the tool's path
 
 
-def plot_all(record, report, urdf, tool, folder):
+def plot_all(record, report, urdf, tool, folder, bodies=()):
     """Writes tracking.png, arm.png and tool.png; `tool` is the tool's place in the last link."""
     chain = read_chain(urdf)
     angles = joint_angles(record)
     plot_tracking(angles, report, os.path.join(folder, "tracking.png"))
-    plot_arm(angles, chain, tool, base_radius(urdf), os.path.join(folder, "arm.png"))
+    plot_arm(angles, chain, tool, base_radius(urdf), os.path.join(folder, "arm.png"), bodies)
     plot_tool(record, angles, report, chain, tool, os.path.join(folder, "tool.png"))
 
 
@@ -62,8 +62,8 @@ def interpolate(rows_per_joint, column, times):
     return np.array([np.interp(times, rows[:, 0], rows[:, column]) for rows in rows_per_joint]).T
 
 
-def plot_arm(angles, chain, tool, radius, path):
-    """The arm at several instants, with the path of its tool; a ring marks the base."""
+def plot_arm(angles, chain, tool, radius, path, bodies):
+    """The arm and the bodies at several instants, with the tool's path; a ring marks the base."""
     times = np.linspace(angles[0][0, 0], angles[0][-1, 0], 600)
     measured = interpolate(angles, 1, times)
     points = np.array([joint_points(chain, q, tool) for q in measured])
@@ -79,6 +79,8 @@ def plot_arm(angles, chain, tool, radius, path):
     for colour, index in zip(colours, shown):
         axes.plot(*points[index].T, color=colour, lw=4, alpha=0.55, solid_capstyle="round")
         axes.scatter(*points[index][1:-1].T, color=colour, s=14, alpha=0.8)
+        for line in (line for body in bodies for line in body.lines_at(times[index])):
+            axes.plot(*line.T, color=colour, lw=1.2)
     axes.plot(*points[:, -1].T, color=ERROR, lw=1.6, label="path of the tool")
     ring = np.linspace(0, 2 * np.pi, 60)
     axes.plot(radius * np.cos(ring), radius * np.sin(ring), 0 * ring, color="black", lw=1)
