@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
@@ -160,7 +161,8 @@ double ArmPhysics::jaw_motor_velocity() const {
 // ---- The scene --------------------------------------------------------------
 
 BodyPose ArmPhysics::body_pose(const std::string& name) const {
-  const int body = mj_name2id(model_->model.get(), mjOBJ_BODY, (kBodyPrefix + name).c_str());
+  const std::ptrdiff_t body =
+      mj_name2id(model_->model.get(), mjOBJ_BODY, (kBodyPrefix + name).c_str());
   if (body < 0) {
     throw std::invalid_argument("the scene has no body '" + name + "'");
   }

@@ -51,7 +51,6 @@ void BodyReport::update(const SimulatedArm& arm) {
       write(entry);
     }
   }
-  file_.flush();
 }
 
 void BodyReport::write(const Entry& entry) {
@@ -61,7 +60,7 @@ void BodyReport::write(const Entry& entry) {
       file_ << ',' << std::setprecision(5) << value;
     }
   }
-  file_ << '\n';
+  file_ << std::endl;
 }
 
 }  // namespace kelvara::simulation

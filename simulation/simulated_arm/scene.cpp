@@ -1,11 +1,12 @@
 #include "simulation/simulated_arm/scene.hpp"
 
 #include <algorithm>
-#include <cmath>
+#include <cstddef>
 #include <initializer_list>
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include <yaml-cpp/yaml.h>
 

@@ -1,4 +1,4 @@
-"""The bodies of a simulated scene: their shapes from its file, their motion from the simulation's report."""
+"""The bodies of a simulated scene: shapes from its file, motion from the simulation's report."""
 
 import csv
 from typing import NamedTuple
