@@ -16,24 +16,24 @@ constexpr double kMaxRateJerk = 2000.0;  // 1/s²
 // Slower than this a joint does not bound the rate.
 constexpr double kStillRadPerS = 1e-6;
 // Of the joints' jerk: what the approach to the target rate uses.
-constexpr double kApproachShare = 0.5;
+constexpr double kApproachShare = 0.25;
+// The plan's own jerk, and as much for the change of its rate.
+constexpr double kJerkBudget = 2.0;
 
+/// Bounds of the rate's derivative, 1/s.
 struct Range {
   double low = -kMaxRateRate;
   double high = kMaxRateRate;
-};
 
-/// The rates of the rate that keep one joint's acceleration and jerk.
-Range range_of(double before_ddq, double plan_dq, double plan_ddq, double rate, double a_max,
-               double j_max) {
-  const double step = j_max * kControlPeriodS;
-  const double low = std::max(-a_max, before_ddq - step);
-  const double high = std::max(low, std::min(a_max, before_ddq + step));
-  const double inertial = rate * rate * plan_ddq;
-  const double first = (low - inertial) / plan_dq;
-  const double second = (high - inertial) / plan_dq;
-  return {std::min(first, second), std::max(first, second)};
-}
+  bool is_empty() const { return low > high; }
+  /// Keeps the joint's acceleration between two values.
+  void narrow(double ddq_low, double ddq_high, double plan_dq, double inertial_ddq) {
+    const double first = (ddq_low - inertial_ddq) / plan_dq;
+    const double second = (ddq_high - inertial_ddq) / plan_dq;
+    low = std::max(low, std::min(first, second));
+    high = std::min(high, std::max(first, second));
+  }
+};
 
 /// Approaches the target rate so that it is reached without a jerk above the joints' share.
 double approach(double error, double rate_jerk) {
@@ -42,36 +42,51 @@ double approach(double error, double rate_jerk) {
   return std::copysign(speed, error);
 }
 
+/// The derivative of the rate for the coming cycle. Where the joints disagree, a smooth command
+/// takes precedence over the limits of acceleration.
 double step_rate(const PlanClock& before, const Plan& plan, const RateLimits& limits,
-                 double target) {
-  const PlanSample from = plan.at(before.time_s);
-  const PlanSample to = plan.at(before.time_s + before.rate * kControlPeriodS);
-  Range range;
+                 const JointArray& ddq, double target) {
+  const PlanSample to = plan_state(plan, before.time_s + before.rate * kControlPeriodS);
+  Range acceleration, jerk;
   double rate_jerk = kMaxRateJerk;
   for (std::size_t i = 0; i < kJointCount; ++i) {
-    if (std::abs(to.dq[i]) < kStillRadPerS) {
+    const double dq = std::abs(to.dq[i]);
+    if (dq < kStillRadPerS) {
       continue;
     }
-    const double ddq = before.rate * before.rate * from.ddq[i] + before.rate_rate * from.dq[i];
-    const Range joint =
-        range_of(ddq, to.dq[i], to.ddq[i], before.rate, limits.acceleration[i], limits.jerk[i]);
-    range.low = std::max(range.low, joint.low);
-    range.high = std::min(range.high, joint.high);
-    rate_jerk = std::min(rate_jerk, kApproachShare * limits.jerk[i] / std::abs(to.dq[i]));
+    const double inertial = before.rate * before.rate * to.ddq[i];
+    const double step = kJerkBudget * limits.jerk[i] * kControlPeriodS;
+    acceleration.narrow(-limits.acceleration[i], limits.acceleration[i], to.dq[i], inertial);
+    jerk.narrow(ddq[i] - step, ddq[i] + step, to.dq[i], inertial);
+    const double peak = std::max(dq, plan.report().peak_velocity[i]);
+    rate_jerk = std::min(rate_jerk, kApproachShare * limits.jerk[i] / peak);
   }
-  if (range.low > range.high) {
-    return 0.5 * (range.low + range.high);  // the joints disagree: the least violation
-  }
-  return std::clamp(approach(target - before.rate, rate_jerk), range.low, range.high);
+  const double wanted = approach(target - before.rate, rate_jerk);
+  const double allowed = acceleration.is_empty()
+                             ? before.rate_rate
+                             : std::clamp(wanted, acceleration.low, acceleration.high);
+  return jerk.is_empty() ? before.rate_rate : std::clamp(allowed, jerk.low, jerk.high);
 }
 
 }  // namespace
 
+PlanSample plan_state(const Plan& plan, double time_s) {
+  if (time_s >= 0.0) {
+    return plan.at(time_s);
+  }
+  PlanSample state = plan.samples().front();
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    state.q[i] += time_s * (state.dq[i] + 0.5 * time_s * state.ddq[i]);
+    state.dq[i] += time_s * state.ddq[i];
+  }
+  return state;
+}
+
 PlanClock step_clock(const PlanClock& before, const Plan& plan, const RateLimits& limits,
-                     double target) {
+                     const JointArray& ddq, double target) {
   PlanClock clock = before;
   if (before.rate != target || before.rate_rate != 0.0) {
-    clock.rate_rate = step_rate(before, plan, limits, target);
+    clock.rate_rate = step_rate(before, plan, limits, ddq, target);
     clock.rate = std::clamp(before.rate + clock.rate_rate * kControlPeriodS, 0.0, 1.0);
     if (std::abs(clock.rate - target) < 1e-9) {
       clock.rate = target;

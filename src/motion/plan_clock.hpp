@@ -22,8 +22,12 @@ struct RateLimits {
 
 /// Advances by one control period and changes the rate towards `target`, as fast as the joints'
 /// limits allow along the plan. Pure.
+/// @param ddq    The acceleration that the cycle before has commanded, rad/s².
 /// @param target Rate to reach, 0 to 1.
 PlanClock step_clock(const PlanClock& before, const Plan& plan, const RateLimits& limits,
-                     double target);
+                     const JointArray& ddq, double target);
+
+/// The plan's state; just before its start the motion that leads to it.
+PlanSample plan_state(const Plan& plan, double time_s);
 
 }  // namespace kelvara::motion

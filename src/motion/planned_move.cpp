@@ -30,7 +30,7 @@ Fade fade_at(double time_s, double duration_s) {
 /// The state of the command at the clock's time and rate.
 PlanSample state_at(const PlannedMove& move, const PlanClock& clock) {
   const Plan& plan = move.motion->plan;
-  PlanSample state = plan.at(clock.time_s);
+  PlanSample state = plan_state(plan, clock.time_s);
   const Fade fade = fade_at(clock.time_s, plan.duration_s());
   for (std::size_t i = 0; i < kJointCount; ++i) {
     const double dq = state.dq[i] + fade.rate * move.offset[i];
@@ -59,8 +59,8 @@ SetPoint PlannedMove::evaluate(const Instant& instant, const SetPointLimits& lim
                                Approach /*approach*/) const {
   const Plan& plan = motion->plan;
   SetPoint point;
-  point.clock =
-      step_clock(instant.clock, plan, motion->limits, stop_status ? 0.0 : instant.speed_override);
+  point.clock = step_clock(instant.clock, plan, motion->limits, instant.standing.ddq,
+                           stop_status ? 0.0 : instant.speed_override);
   const bool at_end = point.clock.time_s >= plan.duration_s();
   const bool at_rest = stop_status && point.clock.rate == 0.0;
   point.moving = !at_end && !at_rest;

@@ -101,13 +101,14 @@ TEST(MotionStarter, NeverStepsInAnySequenceOfMovesStopsAndSpeeds) {
   go(loop, kReady);
   const MotionLimits limits = loop.impl->motions->limits(1.0);
   SmoothnessWatch watch(loop);
-  MotionHandle motion;
+  MotionHandle motion, stop;
   for (int k = 0; k < 60; ++k) {
     const int choice = std::uniform_int_distribution<int>(0, 5)(random);
     if (choice <= 2) {
+      finish(loop, stop, watch);  // a move waits for it
       motion = move_joint(loop, near(random, kReady, 0.4), choice == 0 ? 0.5 : 1.0);
     } else if (choice == 3) {
-      loop.impl->motions->stop();
+      stop = loop.impl->motions->stop();
     } else {
       loop.impl->flags.speed_override = std::uniform_int_distribution<int>(0, 4)(random) / 4.0;
     }
@@ -212,7 +213,8 @@ TEST(MotionStarter, RefusesPlansThatDoNotStartWhereTheCommandStands) {
   JointArray off = kReady;
   off[2] += 0.002;
   const Plan elsewhere = planner.plan_joint(off, kReady);
-  EXPECT_EQ(refused_joint(Code::kStartMismatch, [&] { loop.impl->motions->execute(elsewhere); }), 3);
+  EXPECT_EQ(refused_joint(Code::kStartMismatch, [&] { loop.impl->motions->execute(elsewhere); }),
+            3);
   off[2] = kReady[2] + 0.0005;
   const MotionHandle close_by = loop.impl->motions->execute(planner.plan_joint(off, {}));
   SmoothnessWatch watch(loop);
@@ -255,8 +257,10 @@ TEST(MotionStarter, KeepsJointOneWithinThreeMilliradiansOnAFastMove) {
   EXPECT_LE(rms, 3e-3);
 }
 
+/// 30 cm to the right in front of the arm.
 struct Line {
-  std::array<double, 3> from, to;
+  std::array<double, 3> from{0.4, 0.15, 0.15}, to{0.4, -0.15, 0.15};
+  Pose pose(const std::array<double, 3>& position) const { return {position, {0.0, 0.6, 0.0}}; }
   double distance(const std::array<double, 3>& point) const {
     double along = 0.0, length = 0.0;
     for (std::size_t k = 0; k < 3; ++k) {
@@ -278,13 +282,12 @@ class StraightLine : public testing::TestWithParam<kelvara::damiao_motor::Contro
 /// 30 cm at 0.25 m/s with the shipped parameters.
 TEST_P(StraightLine, StaysWithinTwoMillimetresOnTheArm) {
   ClosedLoop loop(GetParam());
-  go(loop, kReady);
+  const Line line;
   const RobotKinematics& model = loop.impl->kinematics;
+  go(loop, model.solve_pose(line.pose(line.from), kReady));
   const JointArray start = loop.impl->arm_state().q_command;
-  Pose end = model.pose(start);
-  const Line line{end.position, {end.position[0], end.position[1] - 0.3, end.position[2]}};
-  end.position = line.to;
-  const Plan plan = loop.impl->motions->planner({1.0, 0.0}).plan_linear(start, {end});
+  const MotionPlanner planner = loop.impl->motions->planner({1.0, 0.0});
+  const Plan plan = planner.plan_linear(start, {line.pose(line.to)});
   EXPECT_NEAR(plan.report().peak_tool_speed, 0.25, 1e-3);
   const MotionHandle motion = loop.impl->motions->execute(plan);
   double farthest = 0.0;
@@ -301,13 +304,12 @@ INSTANTIATE_TEST_SUITE_P(EachMode, StraightLine, testing::Values(MIT_MODE, POS_V
 
 TEST(MotionStarter, StopsALineOnTheLine) {
   ClosedLoop loop(MIT_MODE);
-  go(loop, kReady);
+  const Line line;
   const RobotKinematics& model = loop.impl->kinematics;
+  go(loop, model.solve_pose(line.pose(line.from), kReady));
   const JointArray start = loop.impl->arm_state().q_command;
-  Pose end = model.pose(start);
-  const Line line{end.position, {end.position[0], end.position[1] - 0.3, end.position[2]}};
-  end.position = line.to;
-  const Plan plan = loop.impl->motions->planner({1.0, 0.0}).plan_linear(start, {end});
+  const MotionPlanner planner = loop.impl->motions->planner({1.0, 0.0});
+  const Plan plan = planner.plan_linear(start, {line.pose(line.to)});
   const MotionHandle motion = loop.impl->motions->execute(plan);
   loop.run(200);
   const MotionHandle stop = loop.impl->motions->stop();
@@ -346,8 +348,8 @@ TEST(MotionStarter, FollowsAStreamWithJitterAndBrakesWhenItStops) {
     loop.run(1, watch);
     if (t > 0.5) {
       const double lag = 0.03 + kPeriodS;  // one and a half periods of the stream
-      worst = std::max(worst, std::abs(loop.impl->arm_state().q_command[0] - kReady[0] -
-                                       sine(t - lag)));
+      worst = std::max(worst,
+                       std::abs(loop.impl->arm_state().q_command[0] - kReady[0] - sine(t - lag)));
     }
   }
   EXPECT_LE(worst, 0.02);
