@@ -1,6 +1,7 @@
 #include "kinematics/inverse_kinematics.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <iomanip>
 #include <limits>
@@ -23,7 +24,8 @@ constexpr int kPolishSteps = 3;
 constexpr int kSeedSteps = 16;
 constexpr double kPromisingError = 1e-5;  // m and rad; worth as many steps again
 constexpr double kSeedMargin = 0.3;       // rad beyond the limits
-constexpr double kSeedSlack = 8.0;        // times the geometry's errors
+// Times the errors of the geometry; the second one where the first leads nowhere.
+constexpr std::array kSeedSlacks{2.5, 12.0};
 
 /// Takes the solutions of an exact geometry; refines what is not exact to rounding.
 struct Exact final : CandidateSink {
@@ -70,6 +72,18 @@ struct Seeds final : CandidateSink {
   PoseSolutions found;
   int seeds = 0;
 };
+
+ClosedFormTolerance seed_tolerance(const ParallelAxesGeometry& geometry, double slack) {
+  const double reach = norm(geometry.upper_arm) + norm(geometry.forearm);
+  ClosedFormTolerance tolerance;
+  tolerance.seeds = true;
+  tolerance.distance =
+      slack * (geometry.distance_error + geometry.angle_error * reach) + kLimitRounding;
+  tolerance.angle =
+      slack * (geometry.angle_error + geometry.distance_error / reach) + kLimitRounding;
+  tolerance.range = kSeedMargin;
+  return tolerance;
+}
 
 double squared_distance(const JointArray& a, const JointArray& b) {
   double sum = 0.0;
@@ -129,17 +143,16 @@ PoseSolutions InverseKinematics::within(const JointRanges& ranges, const Frame& 
     ClosedFormIk(*geometry_, ranges, hint, {}).solve(target, sink);
     return sink.found;
   }
-  const double reach = norm(geometry_->upper_arm) + norm(geometry_->forearm);
-  ClosedFormTolerance tolerance;
-  tolerance.seeds = true;
-  tolerance.distance =
-      kSeedSlack * (geometry_->distance_error + geometry_->angle_error * reach) + kLimitRounding;
-  tolerance.angle = kSeedSlack * (geometry_->angle_error + geometry_->distance_error / reach);
-  tolerance.range = kSeedMargin;
-  Seeds sink(chain_, target, ranges);
-  ClosedFormIk(*geometry_, ranges, hint, tolerance).solve(target, sink);
-  const bool lost = sink.found.count == 0 && sink.seeds > 0;
-  return lost ? search_pose(chain_, target, ranges, hint) : sink.found;
+  bool promising = false;
+  for (const double slack : kSeedSlacks) {
+    Seeds sink(chain_, target, ranges);
+    ClosedFormIk(*geometry_, ranges, hint, seed_tolerance(*geometry_, slack)).solve(target, sink);
+    if (sink.found.count > 0) {
+      return sink.found;
+    }
+    promising = sink.seeds > 0;
+  }
+  return promising ? search_pose(chain_, target, ranges, hint) : PoseSolutions{};
 }
 
 std::optional<JointArray> InverseKinematics::nearest(const Frame& target,
