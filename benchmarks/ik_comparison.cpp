@@ -1,10 +1,10 @@
-// Compares the two inverse kinematics on the same targets: the share that each solves, and its mean
-// time.
-// Prints a table; docs/inverse_kinematics.md holds one. Usage: ik_comparison [TARGETS]
+// Compares the inverse kinematics on the same targets: the share that each solves, and its mean
+// time. Prints a table; docs/inverse_kinematics.md holds one. Usage: ik_comparison [TARGETS]
 
 #include <time.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -41,9 +41,9 @@ struct Score {
 
 class Comparison {
  public:
-  /// Runs both solvers over the trials and prints one line.
+  /// Runs the solvers over the trials and prints one line.
   void run(const char* name, const std::vector<Trial>& trials) {
-    Score jacobian, kdl;
+    Score jacobian, kdl, all;
     for (const Trial& trial : trials) {
       const Eigen::Matrix4d T = model_.forward_kinematics(trial.truth);
       const Eigen::Vector3d position = T.topRightCorner<3, 1>();
@@ -62,10 +62,20 @@ class Comparison {
       const bool found = model_.solve_ik_kdl(target_pos, target_euler, seed, q);
       kdl.total_us += thread_time_us() - start;
       kdl.solved += found && reaches(Eigen::Map<Eigen::VectorXd>(q.data(), 6), T) ? 1 : 0;
+
+      std::array<double, 6> truth, near;
+      std::copy(trial.truth.begin(), trial.truth.end(), truth.begin());
+      std::copy(seed.begin(), seed.end(), near.begin());
+      const kelvara::Pose pose = model_.pose(truth);
+      start = thread_time_us();
+      std::array<double, 6> nearest = model_.solve_pose(pose, near);
+      all.total_us += thread_time_us() - start;
+      all.solved += reaches(Eigen::Map<Eigen::VectorXd>(nearest.data(), 6), T) ? 1 : 0;
     }
     std::printf("| %s", name);
     jacobian.print(trials.size());
     kdl.print(trials.size());
+    all.print(trials.size());
     std::puts(" |");
   }
 
@@ -123,7 +133,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   constexpr double kNear = 0.3;           // rad
-  std::cerr.setstate(std::ios::failbit);  // both solvers report what they cannot solve
+  std::cerr.setstate(std::ios::failbit);  // the local solvers report what they cannot solve
   Comparison comparison;
   const auto trials = [&](auto draw_seed, auto draw_truth) {
     std::vector<Trial> made;
@@ -136,8 +146,10 @@ int main(int argc, char** argv) {
   const auto nearby = [&](const Eigen::VectorXd& seed) { return comparison.near(seed, kNear); };
   const Eigen::VectorXd work = (Eigen::VectorXd(6) << 0.0, 0.9, -1.0, 0.6, 0.5, 0.0).finished();
   const Eigen::VectorXd motion = (Eigen::VectorXd(6) << 0.6, 0.5, -0.4, 0.5, -0.6, 0.8).finished();
-  std::puts("| seeds and targets | Jacobian: solved | mean time | KDL: solved | mean time |");
-  std::puts("|---|---|---|---|---|");
+  std::puts(
+      "| seeds and targets | Jacobian: solved | mean time | KDL: solved | mean time "
+      "| solve_pose: solved | mean time |");
+  std::puts("|---|---|---|---|---|---|---|");
   comparison.run("within 0.3 rad of home", trials([] { return Eigen::VectorXd::Zero(6); }, nearby));
   comparison.run("within 0.3 rad of a working pose",
                  trials([&]() -> const Eigen::VectorXd& { return work; }, nearby));
