@@ -6,10 +6,12 @@
 namespace kelvara::kinematics {
 namespace {
 
-constexpr double kSeedInset = 0.25;  // of the slack
-constexpr double kMaxSpread = 0.2;
-constexpr double kAnyTurn = 7.0;  // rad; a margin that every angle keeps to
-constexpr int kSweep = 12;        // angles tried where one is free
+// Seeds. The values are those with which the solutions of disturbed arms were found most often and
+// fastest.
+constexpr double kSeedInset = 0.25;  // of the slack: how far inside a boundary
+constexpr double kMaxSpread = 0.2;   // rad; Newton steps bridge more
+constexpr double kAnyTurn = 7.0;     // rad; a margin that every angle keeps to
+constexpr int kSweep = 12;           // angles tried where one is free
 constexpr double kTurn = 2.0 * 3.14159265358979323846;
 
 /// Turns a vector about a unit axis.

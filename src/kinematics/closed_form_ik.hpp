@@ -29,7 +29,7 @@ class CandidateSink {
 struct ClosedFormTolerance {
   double angle = 1e-10;     // rad; what counts as zero
   double distance = 1e-10;  // m
-  double range = 1e-9;      // rad beyond the joint limits
+  double range = 1e-10;     // rad beyond the joint limits
   /// Seeds for a chain that is a little off the geometry: at a boundary (a stretched elbow, an
   /// angle where two solutions meet) both sides of it, and all of a continuum.
   bool seeds = false;

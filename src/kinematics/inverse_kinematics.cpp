@@ -18,7 +18,7 @@ namespace {
 
 constexpr double kExactAngle = 1e-13;     // rad; a geometry that is off by rounding alone
 constexpr double kExactDistance = 1e-13;  // m
-constexpr double kLimitRounding = 1e-9;   // rad
+constexpr double kLimitRounding = 1e-10;  // rad
 constexpr double kPolishedError = 1e-12;  // m and rad; a larger one is refined
 constexpr int kPolishSteps = 3;
 constexpr int kSeedSteps = 16;
@@ -27,23 +27,31 @@ constexpr double kSeedMargin = 0.3;       // rad beyond the limits
 // Times the errors of the geometry; the second one where the first leads nowhere.
 constexpr std::array kSeedSlacks{2.5, 12.0};
 
-/// Takes the solutions of an exact geometry; refines what is not exact to rounding.
+/// Takes the solutions of an exact geometry. What was not clamped is exact to rounding.
 struct Exact final : CandidateSink {
-  Exact(const SixJointChain& c, const Frame& t) : chain(c), target(t) {}
+  Exact(const SixJointChain& c, const Frame& t, const JointRanges& r)
+      : chain(c), target(t), ranges(r) {}
 
   bool take(const Candidate& candidate) override {
     JointArray q = candidate.q;
-    // Without clamping, and off the singular poses, the decomposition is exact to rounding.
-    if ((candidate.clamped || candidate.free) &&
-        !(refine(chain, target, q, kPolishSteps) < kReachedError)) {
+    if ((candidate.clamped || candidate.free) && !polish(q)) {
       return false;
     }
     found.add(q, candidate.free);
     return true;
   }
 
+  bool polish(JointArray& q) const {
+    if (pose_error(chain, target, q) < kPolishedError) {
+      return true;
+    }
+    refine(chain, target, q, kPolishSteps);
+    return fit(ranges, q, kLimitRounding) && pose_error(chain, target, q) < kReachedError;
+  }
+
   const SixJointChain& chain;
   const Frame& target;
+  const JointRanges& ranges;
   PoseSolutions found;
 };
 
@@ -139,7 +147,7 @@ PoseSolutions InverseKinematics::within(const JointRanges& ranges, const Frame& 
     return search_pose(chain_, target, ranges, hint);
   }
   if (method_ == Method::kClosedForm) {
-    Exact sink(chain_, target);
+    Exact sink(chain_, target, ranges);
     ClosedFormIk(*geometry_, ranges, hint, {}).solve(target, sink);
     return sink.found;
   }
@@ -176,13 +184,11 @@ std::optional<JointArray> InverseKinematics::nearest(const Frame& target,
 
 JointArray InverseKinematics::solve(const Frame& target, const JointArray& near) const {
   const std::optional<JointArray> q = nearest(target, near);
-  if (!q) {
-    explain(target, near);
-  }
-  return *q;
+  return q ? *q : solve_beyond_limits(target, near);
 }
 
-void InverseKinematics::explain(const Frame& target, const JointArray& near) const {
+JointArray InverseKinematics::solve_beyond_limits(const Frame& target,
+                                                  const JointArray& near) const {
   JointRanges unlimited;
   for (std::size_t j = 0; j < kJointCount; ++j) {
     unlimited[j].prismatic = chain_.ranges()[j].prismatic;
@@ -193,7 +199,11 @@ void InverseKinematics::explain(const Frame& target, const JointArray& near) con
   }
   Excess least{0, 0.0, std::numeric_limits<double>::infinity()};
   for (int k = 0; k < all.count; ++k) {
-    const Excess excess = largest_excess(chain_.ranges(), all.q[k]);
+    JointArray q = all.q[k];
+    if (fit(chain_.ranges(), q, kLimitRounding)) {
+      return q;  // only Newton steps from other seeds led there
+    }
+    const Excess excess = largest_excess(chain_.ranges(), q);
     least = excess.by < least.by ? excess : least;
   }
   throw MotionError(MotionErrorCode::kJointLimit, limit_text(chain_.ranges()[least.joint], least),

@@ -38,7 +38,7 @@ class InverseKinematics {
  private:
   PoseSolutions within(const JointRanges& ranges, const Frame& target,
                        const JointArray& hint) const;
-  [[noreturn]] void explain(const Frame& target, const JointArray& near) const;
+  JointArray solve_beyond_limits(const Frame& target, const JointArray& near) const;
 
   SixJointChain chain_;
   JointArray middle_;
