@@ -11,7 +11,8 @@ namespace {
 constexpr double kSeedInset = 0.25;  // of the slack: how far inside a boundary
 constexpr double kMaxSpread = 0.2;   // rad; Newton steps bridge more
 constexpr double kAnyTurn = 7.0;     // rad; a margin that every angle keeps to
-constexpr int kSweep = 12;           // angles tried where one is free
+constexpr int kSweep = 180;          // angles tried at most where one is free
+constexpr int kSeedSweep = 12;       // angles that seeds are taken at
 constexpr double kTurn = 2.0 * 3.14159265358979323846;
 
 /// Turns a vector about a unit axis.
@@ -77,10 +78,11 @@ bool ClosedFormIk::bound(Branch& branch, double& square, double slack) const {
 /// solutions.
 template <typename Step>
 bool ClosedFormIk::sweep(double hint, Step step) const {
+  const int count = tolerance_.seeds ? kSeedSweep : kSweep;
   bool any = false;
-  for (int k = 0; k < kSweep && (tolerance_.seeds || !any); ++k) {
+  for (int k = 0; k < count && (tolerance_.seeds || !any); ++k) {
     const int offset = k % 2 == 0 ? k / 2 : -(k + 1) / 2;
-    any = step(unit_at(hint + offset * (kTurn / kSweep))) || any;
+    any = step(unit_at(hint + offset * (kTurn / count))) || any;
   }
   return any;
 }
