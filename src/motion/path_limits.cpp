@@ -27,23 +27,23 @@ constexpr double kRounding = 1e-12;  // relative
 // Of a cell: the step of the differences that yield the third derivative.
 constexpr double kDifferenceStep = 0.25;
 
-/// The first two derivatives of the length of a curve.
-AxisRates length_rates(const VectorRates& curve) {
-  const double speed = norm(curve.first);
-  return {speed, speed > 0.0 ? dot(curve.first, curve.second) / speed : 0.0, 0.0};
+/// The first two derivatives of the length of the tool's path.
+AxisRates travel_rates(const VectorRates& position) {
+  const double speed = norm(position.first);
+  return {speed, speed > 0.0 ? dot(position.first, position.second) / speed : 0.0, 0.0};
 }
 
-/// The tool's axes at `s`; `step`: of the differences.
+/// The tool's axes at `s`; `step`: of the differences. The turning counts as a vector, whose
+/// direction changes as its length does.
 void add_tool(const ToolPath& tool, double s, double step, PathCell& cell) {
   const ToolPoint middle = tool.at(s);
   const ToolPoint before = tool.at(s - step);
   const ToolPoint after = tool.at(s + step);
-  AxisRates& travel = cell.axes[kTravel] = length_rates(middle.position);
-  AxisRates& turn = cell.axes[kTurn] = length_rates(middle.angular);
+  AxisRates& travel = cell.axes[kTravel] = travel_rates(middle.position);
   travel.third =
-      (length_rates(after.position).second - length_rates(before.position).second) / (2.0 * step);
-  turn.third =
-      (length_rates(after.angular).second - length_rates(before.angular).second) / (2.0 * step);
+      (travel_rates(after.position).second - travel_rates(before.position).second) / (2.0 * step);
+  cell.axes[kTurn] = {norm(middle.angular.first), norm(middle.angular.second),
+                      norm(after.angular.second - before.angular.second) / (2.0 * step)};
   if (travel.first > 0.0) {
     cell.across = norm(cross(middle.position.first, middle.position.second)) / travel.first;
   }

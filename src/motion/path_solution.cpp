@@ -17,7 +17,7 @@ using Matrix6 = Eigen::Matrix<double, 6, 6, Eigen::RowMajor>;
 using Vector6 = Eigen::Matrix<double, 6, 1>;
 
 constexpr double kSolved = 1e-12;     // m and rad
-constexpr double kAccuracy = 1e-8;    // m and rad, of the curves between knots
+constexpr double kAccuracy = 1e-9;    // m and rad, of the curves between knots
 constexpr int kNewtonSteps = 12;      // from a prediction it takes two or three
 constexpr double kMaxStep = 0.02;     // between knots, m or rad
 constexpr double kMinPieceSteps = 4;  // of a short piece

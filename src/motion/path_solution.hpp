@@ -15,7 +15,7 @@ struct PathSolution {
 
 /// Follows the tool's path from the joint angles `start`, which reach its first point, without a
 /// jump: Newton steps from one knot to the next, to 1e-12. Knots lie as dense as it takes for the
-/// curves between them to stay within 10 nm and 10 nrad of the path.
+/// curves between them to stay within 1 nm and 1 nrad of the path.
 PathSolution solve_path(const kinematics::SixJointChain& chain, const ToolPath& path,
                         const JointArray& start);
 
