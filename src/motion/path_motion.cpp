@@ -21,8 +21,22 @@ constexpr double kMinLastStep = 1e-5;  // s
 /// The shortest duration from `duration_s` on whose last step is not too short.
 double with_whole_last_step(double duration_s) {
   const double last = std::fmod(duration_s, Plan::kSamplePeriodS);
-  return last < kMinLastStep ? duration_s + kMinLastStep - last : duration_s;
+  return last < 2.0 * kMinLastStep ? duration_s + 2.0 * kMinLastStep - last : duration_s;
 }
+
+/// The least jerk that leads a joint from one sample to the next.
+struct StepJerk {
+  StepJerk(const PlanSample& from, const PlanSample& to, std::size_t joint, double step_s) {
+    if (step_s < kMinLastStep) {
+      return;
+    }
+    const double mean = 0.5 * (from.ddq[joint] + to.ddq[joint]);
+    of_ends = std::abs(to.ddq[joint] - from.ddq[joint]) / step_s;
+    inside = std::abs((to.dq[joint] - from.dq[joint]) / step_s - mean) * 4.0 / step_s;
+  }
+  double of_ends = 0.0;  // for the accelerations of both samples
+  double inside = 0.0;   // for their velocities: a curve may lie between them
+};
 
 }  // namespace
 
@@ -100,13 +114,13 @@ PathMotion::Excess PathMotion::excess(const Moment& before, const Moment& now,
   };
   for (std::size_t i = 0; i < kJointCount; ++i) {
     const double ddq = std::abs(now.state.ddq[i]);
-    const double jerk =
-        step_s > 0.0 ? std::abs(now.state.ddq[i] - before.state.ddq[i]) / step_s : 0.0;
     consider(std::abs(now.state.dq[i]) / limits_.velocity[i], true);
     consider(std::sqrt(ddq / limits_.acceleration[i]),
              std::abs(now.path.second[i]) * v * v > 0.5 * ddq);
-    consider(std::cbrt(jerk / limits_.jerk[i]),
-             std::abs(now.path.third[i]) * v * v * v > 0.5 * jerk);
+    const StepJerk jerk(before.state, now.state, i, step_s);
+    consider(std::cbrt(jerk.of_ends / limits_.jerk[i]),
+             std::abs(now.path.third[i]) * v * v * v > 0.5 * jerk.of_ends);
+    consider(std::cbrt(jerk.inside / limits_.jerk[i]), true);
   }
   return worst;
 }

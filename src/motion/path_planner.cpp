@@ -52,7 +52,8 @@ Plan MotionPlanner::plan_path(const std::array<double, 6>& start,
   motion::check_options(options);
   auto runs = motion::PathBuilder(model_, limits_, segments).build(start);
   if (runs.empty()) {
-    return motion::make_plan({PlanSample{start, {}, {}}}, 0.0, model_, limits_);
+    std::vector<PlanSample> rest(motion::count_plan_samples(options.duration_s), {start, {}, {}});
+    return motion::make_plan(std::move(rest), options.duration_s, model_, limits_);
   }
   motion::PathMotion path(std::move(runs), limits_);
   if (options.duration_s > 0.0) {

@@ -364,7 +364,7 @@ TEST_F(PathPlanner, StaysWhereNothingMoves) {
   const Plan plan = planner.plan_linear({}, {moved(tool({}), {})});
   EXPECT_EQ(plan.duration_s(), 0.0);
   EXPECT_EQ(plan.samples().size(), 1u);
-  EXPECT_EQ(planner.plan_path({}, {}).samples().size(), 1u);
+  EXPECT_EQ(planner.plan_path({}, {}, {0.1}).samples().size(), 41u);
 }
 
 }  // namespace
