@@ -184,11 +184,21 @@ void PathLimits::relieve(double begin, double end, Relief relief, double fractio
   }
 }
 
+double PathLimits::tool_speed(const PathCell& cell, double from_rest) const {
+  double speed = kInfinity;
+  for (const std::size_t axis : {kTravel, kTurn}) {
+    const double jerk = limits_[axis].jerk / std::abs(cell.axes[axis].first);
+    speed = std::min({speed, axis_speed(cell, axis, JointShare::kProportional),
+                      std::cbrt(4.5 * jerk * from_rest * from_rest)});
+  }
+  return speed;
+}
+
 std::vector<PathLimits::Obstacle> PathLimits::obstacles(double fraction) const {
   std::vector<Obstacle> found;
   for (const PathCell& cell : cells_) {
-    const double tool = std::min(axis_speed(cell, kTravel, JointShare::kProportional),
-                                 axis_speed(cell, kTurn, JointShare::kProportional));
+    const double s = 0.5 * (cell.begin + cell.end);
+    const double tool = tool_speed(cell, std::min(s, cells_.back().end - s));
     std::size_t slowest = 0;
     for (std::size_t i = 1; i < kJointCount; ++i) {
       const bool slower =
@@ -196,7 +206,7 @@ std::vector<PathLimits::Obstacle> PathLimits::obstacles(double fraction) const {
       slowest = slower ? i : slowest;
     }
     if (axis_speed(cell, slowest, JointShare::kCurved) < fraction * tool) {
-      found.push_back({0.5 * (cell.begin + cell.end), static_cast<int>(slowest) + 1});
+      found.push_back({s, static_cast<int>(slowest) + 1});
     }
   }
   return found;

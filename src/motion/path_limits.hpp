@@ -49,12 +49,13 @@ class PathLimits {
   /// Slows down from `begin` to `end`, to `fraction` of the present speed.
   void relieve(double begin, double end, Relief relief, double fraction);
 
-  /// A place where the joints hold the tool to less than `fraction` of its own speed, and the joint
-  /// that does; joint 0 when there is none.
+  /// A place where a joint holds the tool back.
   struct Obstacle {
     double s;
     int joint;  // from 1
   };
+  /// The places where the joints hold the tool to less than `fraction` of the speed that its own
+  /// limits allow.
   std::vector<Obstacle> obstacles(double fraction) const;
 
  private:
@@ -63,6 +64,9 @@ class PathLimits {
   };
 
   double axis_speed(const PathCell& cell, std::size_t axis, JointShare share) const;
+  /// What the tool's limits allow at a distance (of the parameter) from the nearer end, which is at
+  /// rest.
+  double tool_speed(const PathCell& cell, double from_rest) const;
   double cell_speed(const PathCell& cell, JointShare share) const;
   double cell_acceleration(const PathCell& cell, JointShare share, double speed) const;
   double cell_jerk(const PathCell& cell, JointShare share, double speed, double acceleration) const;

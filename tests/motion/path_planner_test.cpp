@@ -1,110 +1,20 @@
+#include <algorithm>
 #include <cmath>
-#include <functional>
-#include <random>
 #include <stdexcept>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kelvara/kinematics/kinematics.hpp"
-#include "kelvara/motion/planner.hpp"
-#include "kinematics/inverse_kinematics.hpp"
-
-#include "motion/rotation_vector.hpp"
+#include "support/path_planning.hpp"
 
 namespace kelvara {
 namespace {
 
-using kinematics::Frame;
-using kinematics::norm;
-using kinematics::Vector3;
-using ::testing::AllOf;
 using ::testing::HasSubstr;
+using PathPlanner = PathPlanning;
 
 constexpr double kDeviation = 1e-6;  // m and rad; a hundredth of what is promised
-
-struct PathPlanner : ::testing::Test {
-  static MotionLimits arm_limits() {
-    MotionLimits limits;
-    limits.velocity = {2.5, 2.5, 2.5, 4.0, 4.0, 4.0};
-    limits.acceleration = {8.0, 8.0, 8.0, 15.0, 15.0, 15.0};
-    limits.jerk = {80.0, 80.0, 80.0, 150.0, 150.0, 150.0};
-    return limits;
-  }
-
-  Frame tool(const JointArray& q) const { return kinematics::six_joint_chain(model).tool_frame(q); }
-
-  static Pose moved(const Frame& frame, const Vector3& way, const Vector3& turn = {}) {
-    return kinematics::pose_of({motion::rotation_of(turn) * frame.rotation, frame.position + way});
-  }
-
-  Vector3 vector(double size) {
-    return size * kinematics::normalized({part(random), part(random), part(random)});
-  }
-
-  JointArray random_angles() {
-    JointArray q;
-    for (std::size_t i = 0; i < kJointCount; ++i) {
-      const double lower = model.joint_lower()[i];
-      const double upper = model.joint_upper()[i];
-      q[i] = 0.5 * (lower + upper) + 0.45 * (upper - lower) * part(random);
-    }
-    return q;
-  }
-
-  double tool_speed(const PlanSample& sample) const {
-    const auto J = model.jacobian(sample.q);
-    Vector3 v;
-    for (std::size_t i = 0; i < kJointCount; ++i) {
-      v = v + sample.dq[i] * Vector3{J[0][i], J[1][i], J[2][i]};
-    }
-    return norm(v);
-  }
-
-  /// Rest at both ends, the joints' limits at and between all samples, and rates that fit.
-  static void expect_sound(const Plan& plan, const MotionLimits& limits) {
-    const auto& samples = plan.samples();
-    for (const PlanSample* end : {&samples.front(), &samples.back()}) {
-      EXPECT_EQ(end->dq, JointArray{});
-      EXPECT_EQ(end->ddq, JointArray{});
-    }
-    for (std::size_t k = 1; k < samples.size(); ++k) {
-      const double h = plan.sample_time_s(k) - plan.sample_time_s(k - 1);
-      for (std::size_t i = 0; i < kJointCount; ++i) {
-        const auto& [q0, dq0, ddq0] = samples[k - 1];
-        const auto& [q, dq, ddq] = samples[k];
-        ASSERT_LE(std::abs(dq[i]), limits.velocity[i] * (1 + 1e-6)) << k;
-        ASSERT_LE(std::abs(ddq[i]), limits.acceleration[i] * (1 + 1e-6)) << k;
-        ASSERT_LE(std::abs(ddq[i] - ddq0[i]) / h, limits.jerk[i] * (1 + 1e-6)) << k;
-        ASSERT_NEAR(q[i] - q0[i], 0.5 * h * (dq[i] + dq0[i]), limits.jerk[i] * h * h * h / 6) << k;
-        ASSERT_NEAR(dq[i] - dq0[i], 0.5 * h * (ddq[i] + ddq0[i]), limits.jerk[i] * h * h) << k;
-      }
-    }
-  }
-
-  /// Calls `check` with the tool's frame and its speed at and between the samples.
-  void along(const Plan& plan, const std::function<void(const Frame&, double)>& check) const {
-    for (double t = 0.0; t < plan.duration_s(); t += 0.3 * Plan::kSamplePeriodS) {
-      const PlanSample sample = plan.at(t);
-      check(tool(sample.q), tool_speed(sample));
-    }
-  }
-
-  MotionError refusal(const JointArray& start, const std::vector<Pose>& poses) const {
-    try {
-      planner.plan_linear(start, poses);
-    } catch (const MotionError& error) {
-      return error;
-    }
-    throw std::logic_error("not refused");
-  }
-
-  RobotKinematics model;
-  MotionLimits limits = arm_limits();
-  MotionPlanner planner{model, limits};
-  std::mt19937 random{11};
-  std::uniform_real_distribution<double> part{-1.0, 1.0};
-};
 
 /// The shortest duration of a path from rest to rest.
 double shortest(double length, double speed, double acceleration, double jerk) {
@@ -219,47 +129,6 @@ TEST_F(PathPlanner, SlowsDownOnlyWhereAJointNeedsIt) {
   EXPECT_NEAR(before, limits.tool_speed, 1e-6);
   EXPECT_NEAR(after, limits.tool_speed, 1e-6);
   EXPECT_LT(slowest, 0.1);
-}
-
-TEST_F(PathPlanner, NamesThePlaceWhereALineLeavesTheReach) {
-  const MotionError error =
-      refusal({}, {moved(tool({}), {0.0, 0.0, -0.1}), moved(tool({}), {0.6, 0.0, -0.1})});
-  EXPECT_EQ(error.code(), MotionErrorCode::kOutOfReach);
-  EXPECT_THAT(error.what(), HasSubstr("at 40 % of segment 2, 0.2")) << error.what();
-}
-
-TEST_F(PathPlanner, NamesTheJointThatALineNeedsBeyondItsLimit) {
-  const JointArray start{0.0, 0.0, 0.0, 1.0, 0.0, 0.0};
-  const MotionError error = refusal(start, {moved(tool(start), {-0.5, 0.0, 0.0})});
-  EXPECT_EQ(error.code(), MotionErrorCode::kJointLimit) << error.what();
-  EXPECT_EQ(error.joint(), 4) << error.what();
-}
-
-TEST_F(PathPlanner, RefusesALineWhoseEndAnotherConfigurationReaches) {
-  const JointArray start{0.0, 0.0, 0.0, 0.0, 0.0, 2.5};
-  const MotionError error = refusal(start, {moved(tool(start), {}, {1.0, 0.0, 0.0})});
-  EXPECT_EQ(error.code(), MotionErrorCode::kBranchChange);
-  EXPECT_EQ(error.joint(), 6);
-  EXPECT_THAT(error.what(),
-              AllOf(HasSubstr("at 40 % of segment 1, 0.4"), HasSubstr("0.6 rad beyond")));
-}
-
-TEST_F(PathPlanner, RefusesALineThroughASingularityAndPassesBesideIt) {
-  // The tool hangs down and passes axis 1 at the distance x: joint 1 turns by half a turn.
-  const auto line = [&](double x) {
-    const Pose from{{x, -0.1, -0.15}, {0.0, 1.5707963267948966, 0.0}};
-    Pose to = from;
-    to.position[1] = 0.1;
-    const JointArray start =
-        kinematics::inverse_kinematics(model).solve(kinematics::frame_of(from), {-1.5, -1, 1, 1.5});
-    return std::pair(start, to);
-  };
-  const auto [start, to] = line(1e-4);
-  const MotionError error = refusal(start, {to});
-  EXPECT_EQ(error.code(), MotionErrorCode::kSingularity) << error.what();
-  EXPECT_THAT(error.what(), HasSubstr("at 50 % of segment 1, 0.09"));
-  const auto [start_beside, to_beside] = line(0.02);
-  expect_sound(planner.plan_linear(start_beside, {to_beside}), limits);
 }
 
 TEST_F(PathPlanner, LeavesASingularConfigurationThatTheToolDoesNotFeel) {
