@@ -9,7 +9,7 @@ namespace kelvara::kinematics {
 
 /// Joint angles that the closed form finds.
 struct Candidate {
-  JointArray q;
+  JointArray q{};
   bool free = false;  // represents a continuum
   bool clamped =
       false;  // a value beyond a boundary, or an angle beyond a limit, counted as rounding
@@ -63,9 +63,10 @@ class ClosedFormIk {
   struct Branch : Candidate {
     Rotation rotation;  // of the chain from joint 2 on
     Planar wrist;       // in the plane
-    double phi;
+    double phi = 0.0;
     Planar turn_phi;
-    double angle, distance, margin;  // as in ClosedFormTolerance, with the errors so far
+    // As in ClosedFormTolerance, with the errors so far.
+    double angle = 0.0, distance = 0.0, margin = 0.0;
   };
 
   Branch start() const;

@@ -41,7 +41,7 @@ class InverseKinematics {
   JointArray solve_beyond_limits(const Frame& target, const JointArray& near) const;
 
   SixJointChain chain_;
-  JointArray middle_;
+  JointArray middle_{};
   std::optional<ParallelAxesGeometry> geometry_;
   Method method_ = Method::kSearch;
 };

@@ -103,10 +103,10 @@ void solve(const Matrix6& L, Vector6& b) {
 }
 
 struct State {
-  JointArray q;
-  Jacobian J;
-  Vector6 error;
-  double squared;  // of the error
+  JointArray q{};
+  Jacobian J{};
+  Vector6 error{};
+  double squared = 0.0;  // of the error
 };
 
 State state_at(const SixJointChain& chain, const Frame& target, const JointArray& q) {

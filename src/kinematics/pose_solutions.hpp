@@ -14,8 +14,8 @@ struct PoseSolutions {
   static constexpr int kCapacity = 16;
   static constexpr double kSame = 1e-6;  // rad, in every joint
 
-  std::array<JointArray, kCapacity> q;
-  std::array<bool, kCapacity> singular;  // represents a continuum
+  std::array<JointArray, kCapacity> q{};
+  std::array<bool, kCapacity> singular{};  // represents a continuum
   int count = 0;
 
   bool contains(const JointArray& candidate) const {

@@ -1,11 +1,18 @@
 #include "kinematics/turn_copies.hpp"
 
+#include <algorithm>
 #include <cmath>
 
 namespace kelvara::kinematics {
 namespace {
 
 constexpr double kTurn = 2.0 * 3.14159265358979323846;
+constexpr double kMaxTurns = 1000.0;  // limits can be as wide as a double
+
+/// The full turns, towards zero, that lead from an angle to a limit.
+int turns_to(double limit, double angle) {
+  return static_cast<int>(std::clamp(std::trunc((limit - angle) / kTurn), -kMaxTurns, kMaxTurns));
+}
 
 bool turns(const JointRange& range) {
   return !range.prismatic && std::isfinite(range.lower) && std::isfinite(range.upper);
@@ -20,11 +27,12 @@ std::vector<JointArray> turn_copies(const JointRanges& ranges, const JointArray&
       continue;
     }
     const std::size_t known = copies.size();
-    const double first = q[j] - kTurn * std::floor((q[j] - ranges[j].lower) / kTurn);
-    for (double angle = first; angle <= ranges[j].upper; angle += kTurn) {
-      for (std::size_t k = 0; k < known && angle != q[j] && copies.size() < kMaxTurnCopies; ++k) {
+    const int least = turns_to(ranges[j].lower, q[j]);
+    const int most = turns_to(ranges[j].upper, q[j]);
+    for (int turn = least; turn <= most; ++turn) {
+      for (std::size_t k = 0; k < known && turn != 0 && copies.size() < kMaxTurnCopies; ++k) {
         copies.push_back(copies[k]);
-        copies.back()[j] = angle;
+        copies.back()[j] = q[j] + turn * kTurn;
       }
     }
   }

@@ -184,6 +184,9 @@ TEST(InverseKinematics, HasEveryTurnWithinTheLimitsAndTheOneNextToTheGivenAngles
               1);
     EXPECT_NEAR(model.solve_pose(model.pose(q), turned)[5], turned[5], 1e-9);
   }
+  edited.edit_urdf("lower=\"-2.9\" upper=\"2.9\"", "lower=\"-1e300\" upper=\"1e300\"");
+  const RobotKinematics endless;
+  EXPECT_LE(endless.inverse_kinematics_all(model.pose(q)).size(), 8 * 729);
 }
 
 TEST(InverseKinematics, SolvesFromNearAndFarForTheNearestSolution) {
