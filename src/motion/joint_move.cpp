@@ -2,16 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "motion/limit_entry.hpp"
+#include "motion/root_finding.hpp"
 #include "motion/velocity_change.hpp"
 
 namespace kelvara::motion {
 namespace {
 
-constexpr int kMaxIterations = 100;
-constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
 // A requested duration this much longer than the fastest, relative, is the fastest.
 constexpr double kSameDuration = 1e-12;
 
@@ -54,32 +52,6 @@ struct Acceleration {
   VelocityChange stop;
   double distance;
 };
-
-/// A value and its derivative.
-struct Slope {
-  double value;
-  double derivative;
-};
-
-/// Finds the root of an increasing function between `low` and `high`: Newton's method, bisection
-/// where that leaves the bracket.
-template <typename Function>
-double find_root(Function function, double low, double high, double guess) {
-  double x = std::clamp(guess, low, high);
-  for (int i = 0; i < kMaxIterations; ++i) {
-    const Slope at = function(x);
-    (at.value > 0.0 ? high : low) = x;
-    double next = x - at.value / at.derivative;
-    if (!(next >= low && next <= high)) {  // or NaN
-      next = 0.5 * (low + high);
-    }
-    if (std::abs(next - x) <= 4.0 * kEpsilon * x) {
-      return next;
-    }
-    x = next;
-  }
-  return x;
-}
 
 }  // namespace
 

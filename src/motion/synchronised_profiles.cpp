@@ -3,27 +3,17 @@
 #include <algorithm>
 
 #include "motion/joint_move.hpp"
+#include "motion/joint_slices.hpp"
 #include "motion/plan_checks.hpp"
 #include "motion/plan_report.hpp"
 
 namespace kelvara::motion {
-namespace {
-
-JointState joint_of(const PlanSample& sample, std::size_t joint) {
-  return {sample.q[joint], sample.dq[joint], sample.ddq[joint]};
-}
-
-RateLimits limits_of(const MotionLimits& limits, std::size_t joint) {
-  return {limits.velocity[joint], limits.acceleration[joint], limits.jerk[joint]};
-}
-
-}  // namespace
 
 SynchronisedProfiles SynchronisedProfiles::move(const PlanSample& start, const JointArray& target,
                                                 const MotionLimits& limits,
                                                 const PlanOptions& options) {
   const auto joint_move = [&](std::size_t i) {
-    return JointMove(joint_of(start, i), target[i], limits_of(limits, i));
+    return JointMove(joint_state(start, i), target[i], rate_limits(limits, i));
   };
   const std::array<JointMove, kJointCount> moves{joint_move(0), joint_move(1), joint_move(2),
                                                  joint_move(3), joint_move(4), joint_move(5)};
@@ -43,7 +33,7 @@ SynchronisedProfiles SynchronisedProfiles::stop(const PlanSample& start,
                                                 const MotionLimits& limits) {
   SynchronisedProfiles profiles;
   for (std::size_t i = 0; i < kJointCount; ++i) {
-    profiles.joints_[i] = JointMove::stop(joint_of(start, i), limits_of(limits, i));
+    profiles.joints_[i] = JointMove::stop(joint_state(start, i), rate_limits(limits, i));
     profiles.duration_s_ = std::max(profiles.duration_s_, profiles.joints_[i].duration_s());
   }
   return profiles;
@@ -52,10 +42,7 @@ SynchronisedProfiles SynchronisedProfiles::stop(const PlanSample& start,
 PlanSample SynchronisedProfiles::at(double time_s) const {
   PlanSample sample;
   for (std::size_t i = 0; i < kJointCount; ++i) {
-    const JointState state = time_s < duration_s_ ? joints_[i].at(time_s) : joints_[i].end();
-    sample.q[i] = state.q;
-    sample.dq[i] = state.dq;
-    sample.ddq[i] = state.ddq;
+    set_joint_state(sample, i, time_s < duration_s_ ? joints_[i].at(time_s) : joints_[i].end());
   }
   return sample;
 }
