@@ -79,7 +79,7 @@ struct Planner : ::testing::Test {
 };
 
 TEST_F(Planner, KeepsEveryLimitFromAnyState) {
-  for (int k = 0; k < 300; ++k) {
+  for (int k = 0; k < 1000; ++k) {
     const PlanSample start = state();
     const JointArray target = point();
     const Plan plan = planner.plan_joint(start, target);

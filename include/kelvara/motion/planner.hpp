@@ -81,7 +81,10 @@ class KELVARA_EXPORT MotionPlanner {
   Plan plan_joint(const PlanSample& start, const std::array<double, 6>& target,
                   const PlanOptions& options = {}) const;
 
-  /// Passes through each point without stopping, at rest at the last one.
+  /// Passes through each point without stopping, at rest at the last one: as fast as found, not
+  /// proven optimal. A sample hits each point; only where the duration asked for is hardly longer
+  /// than the shortest may it miss the inner ones by 1e-8 rad. A joint that would leave its limits
+  /// between two points stands still at these. Planning takes about 1 ms per point.
   Plan plan_waypoints(const std::array<double, 6>& start,
                       const std::vector<std::array<double, 6>>& points,
                       const PlanOptions& options = {}) const;
