@@ -2,12 +2,13 @@
 
 #include <vector>
 
-#include "kelvara/kinematics/kinematics.hpp"
 #include "kelvara/motion/planner.hpp"
 #include "kinematics/six_joint_chain.hpp"
 
 #include "description/joint_limits.hpp"
 #include "motion/path_motion.hpp"
+
+class RobotKinematics;
 
 namespace kelvara::motion {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "kelvara/kinematics/kinematics.hpp"
-
 #include "description/joint_limits.hpp"
 #include "motion/path_limits.hpp"
 #include "motion/path_solution.hpp"
+
+class RobotKinematics;
 
 namespace kelvara::motion {
 

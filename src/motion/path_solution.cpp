@@ -22,6 +22,8 @@ constexpr int kNewtonSteps = 12;      // from a prediction it takes two or three
 constexpr double kMaxStep = 0.02;     // between knots, m or rad
 constexpr double kMinPieceSteps = 4;  // of a short piece
 constexpr double kMinStep = 1e-7;  // of the path's length: nearer to a fold it cannot be followed
+// A path along a singularity that would need more cannot be followed.
+constexpr std::size_t kMaxKnots = 20000;
 // Quotient of the pivots below which a matrix counts as singular.
 constexpr double kSingularPivot = 1e-9;
 constexpr double kRankThreshold = 1e-7;
@@ -149,7 +151,7 @@ bool follow_piece(const kinematics::SixJointChain& chain, const ToolPath& path, 
     if (knot) {
       knots.push_back(*knot);
       h = std::min(2.0 * h, largest);
-    } else if ((h = 0.5 * std::min(h, rest)) < smallest) {
+    } else if ((h = 0.5 * std::min(h, rest)) < smallest || knots.size() > kMaxKnots) {
       return false;
     }
   }

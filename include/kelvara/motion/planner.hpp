@@ -42,7 +42,8 @@ struct PlanOptions {
 };
 
 /// One segment of a path. The rounding of its end, `blend`, leaves the corner to the next segment
-/// out: the path stays within that distance of the corner.
+/// out: the path stays within that distance of the corner, and leaves the segment at most that far
+/// from it. Joint segments measure it in joint space (the root of the sum of the squared angles).
 struct PathSegment {
   enum class Kind { kJoint, kLinear, kArc };
   Kind kind = Kind::kLinear;
@@ -89,14 +90,36 @@ class KELVARA_EXPORT MotionPlanner {
                       const std::vector<std::array<double, 6>>& points,
                       const PlanOptions& options = {}) const;
 
-  /// The tool on straight lines through the poses, its orientation on the shortest rotation; it
-  /// stops at each pose. At rest at both ends.
+  /// The tool on straight lines through the poses, its orientation on the shortest rotation, in
+  /// proportion to the way; it stops at each pose. At rest at both ends. A pose at the tool's place
+  /// with another rotation turns the tool in place.
+  ///
+  /// The tool stays within 1e-6 m and rad of its path, at and between the samples, and keeps its
+  /// limits of speed, acceleration and jerk along the path; joints that need more time slow the
+  /// tool down near the place where they do. The arm keeps its configuration.
+  /// @param start Joint angles at rest. A joint that starts outside its limits must not move
+  /// further
+  ///              out.
+  /// @throws MotionError with the place on the path in its text: `kOutOfReach`; `kJointLimit` with
+  ///         the joint and by how much the path needs it beyond its limit; `kSingularity` where the
+  ///         joints could follow at less than 1 % of the tool's speed only, or not at all;
+  ///         `kBranchChange` where another configuration alone reaches the end.
+  ///         `kDurationTooShort`.
   Plan plan_linear(const std::array<double, 6>& start, const std::vector<Pose>& poses,
                    const PlanOptions& options = {}) const;
-  /// The tool on the circle through its start, `via` and `end`.
+  /// The tool on the circle through its start, `via` and `end`, in the order of the three, its
+  /// orientation on the shortest rotation from start to end. The tool's acceleration limit holds
+  /// also across the path. Otherwise as `plan_linear`.
+  /// @throws std::invalid_argument also for three points on one line, and for points that coincide.
   Plan plan_arc(const std::array<double, 6>& start, const Pose& via, const Pose& end,
                 const PlanOptions& options = {}) const;
-  /// Segments with rounded corners.
+  /// Lines, arcs and straight lines in joint space, one after the other. A corner with a blend is
+  /// rounded by a curve of continuous curvature, which the tool passes without stopping; the blend
+  /// uses at most half of each of the two segments. The motion stops at the other corners, where
+  /// the tool turns in place, and where it reverses its direction (by more than about 170 degrees).
+  /// @throws std::invalid_argument also for a blend between a joint segment and a line or an arc;
+  ///         the number of the segment is in the text. MotionError as `plan_linear`; of a joint
+  ///         segment outside the joint limits `kJointLimit`.
   Plan plan_path(const std::array<double, 6>& start, const std::vector<PathSegment>& segments,
                  const PlanOptions& options = {}) const;
 
