@@ -24,8 +24,16 @@ constexpr double kNoMotion = 1e-10;  // m or rad: a shorter segment is left out
 constexpr double kReversalCosine = -0.985;
 constexpr double kMinRounding = 1e-6;  // m or rad: the motion stops at a tighter corner
 
+// Lengths of larger coordinates could overflow; no arm reaches that far.
+constexpr double kFarthest = 1e6;  // m
+
 bool is_finite(const Pose& pose) {
   return description::all_finite(pose.position) && description::all_finite(pose.rpy);
+}
+
+bool is_near(const Pose& pose) {
+  return std::all_of(pose.position.begin(), pose.position.end(),
+                     [](double value) { return std::abs(value) < kFarthest; });
 }
 
 [[noreturn]] void refuse(std::size_t segment, const std::string& text) {
@@ -42,6 +50,10 @@ void check_segment(const PathSegment& segment, std::size_t number) {
   }
   if (!(segment.blend >= 0.0) || !std::isfinite(segment.blend)) {
     refuse(number, "its blend must be finite and not negative");
+  }
+  if (!is_joint && !(is_near(segment.end) && is_near(segment.via))) {
+    throw MotionError(MotionErrorCode::kOutOfReach,
+                      "segment " + std::to_string(number + 1) + " leads out of the arm's reach");
   }
 }
 

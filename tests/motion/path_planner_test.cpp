@@ -208,6 +208,8 @@ TEST_F(PathPlanner, JoinsJointSegmentsWithLines) {
   EXPECT_LT(to_corner, 1e-6);
   EXPECT_LT(to_pose, 1e-6);
   std::vector<PathSegment> mixed = segments;
+  mixed[0].blend = 1e-3;  // passed within a sample's period
+  expect_sound(planner.plan_path({}, mixed), limits);
   mixed[1].blend = 0.01;
   EXPECT_THROW(planner.plan_path({}, mixed), std::invalid_argument);
 }

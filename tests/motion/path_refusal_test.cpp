@@ -32,6 +32,11 @@ TEST_F(PathRefusal, NamesThePlaceWhereALineLeavesTheReach) {
   EXPECT_THAT(error.what(), HasSubstr("at 40 % of segment 2, 0.2")) << error.what();
 }
 
+TEST_F(PathRefusal, RefusesPosesWhoseDistanceOverflows) {
+  const MotionError error = refusal({}, {Pose{{1e160, 0.0, 0.0}, {}}});
+  EXPECT_EQ(error.code(), MotionErrorCode::kOutOfReach);
+}
+
 TEST_F(PathRefusal, NamesTheJointThatALineNeedsBeyondItsLimit) {
   const JointArray start{0.0, 0.0, 0.0, 1.0, 0.0, 0.0};
   const MotionError error = refusal(start, {moved(tool(start), {-0.5, 0.0, 0.0})});
