@@ -94,7 +94,7 @@ class KELVARA_EXPORT MotionPlanner {
   /// proportion to the way; it stops at each pose. At rest at both ends. A pose at the tool's place
   /// with another rotation turns the tool in place.
   ///
-  /// The tool stays within 1e-6 m and rad of its path, at and between the samples, and keeps its
+  /// The tool stays within 0.1 mm and 0.1 mrad of its path, between samples too, and keeps its
   /// limits of speed, acceleration and jerk along the path; joints that need more time slow the
   /// tool down near the place where they do. The arm keeps its configuration.
   /// @param start Joint angles at rest. A joint that starts outside its limits must not move
