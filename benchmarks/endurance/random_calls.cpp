@@ -57,10 +57,12 @@ void RandomCalls::attempt(const std::function<void()>& action) {
 
 void RandomCalls::call(ArmController& arm) {
   attempt([&] {
-    switch (below(6)) {
+    switch (below(7)) {
       case 0:
       case 1:
         return move(arm);
+      case 6:
+        return move_planned(arm);
       case 2:
         return move_tool(arm);
       case 3:
@@ -95,6 +97,32 @@ void RandomCalls::move(ArmController& arm) {
       const std::lock_guard<std::mutex> lock(serialised_);
       arm.recover();
     }
+  }
+}
+
+void RandomCalls::move_planned(ArmController& arm) {
+  std::array<double, 6> target{};
+  std::generate(target.begin(), target.end(), [this] { return number(); });
+  const kelvara::MoveOptions options{below(2) == 0 ? 1.0 : number(), 0.0};
+  kelvara::Pose pose = arm.commanded_pose();
+  pose.position[below(3)] += 0.1 * number();
+  switch (below(8)) {
+    case 0:
+    case 1:
+      return static_cast<void>(arm.move_joint(target, options));
+    case 2:
+      return static_cast<void>(arm.move_linear(pose, options));
+    case 3:
+      return static_cast<void>(arm.move_arc(arm.pose(), pose, options));
+    case 4:
+      return arm.set_speed_override(number());
+    case 5:
+      return arm.follow(target, number());
+    case 6:
+      return static_cast<void>(
+          arm.execute(arm.planner(1.0).plan_joint(arm.state().q_command, target)));
+    default:
+      return static_cast<void>(arm.stop().wait_for(0.1 * number()));
   }
 }
 

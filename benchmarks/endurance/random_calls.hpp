@@ -33,6 +33,7 @@ class RandomCalls {
   double number();
   std::vector<double> numbers();
   void move(ArmController& arm);
+  void move_planned(ArmController& arm);
   void move_tool(ArmController& arm);
   void move_gripper(ArmController& arm);
   void query(ArmController& arm);

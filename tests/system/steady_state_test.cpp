@@ -11,6 +11,7 @@
 
 #include "controller/arm_controller_impl.hpp"
 #include "controller/control_cycle.hpp"
+#include "controller/motion_starter.hpp"
 #include "controller/torque_monitor.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 #include "support/captured_output.hpp"
@@ -93,6 +94,22 @@ TEST_P(SteadyState, CyclesAllocateNothing) {
   EXPECT_EQ(allocations_of(300), 0) << "a timed move and the hold after it";
   impl.publish_joint_raw_command(at_rest, at_rest);
   EXPECT_EQ(allocations_of(100), 0) << "a joint target";
+  allocations_of(1000);
+  const auto planner = impl.motions->planner({1.0, 0.0});
+  for (const bool whole : {true, false}) {
+    const kelvara::JointArray start = impl.state.standing().state.q;
+    kelvara::JointArray target = start;
+    target[0] += 0.1;
+    impl.motions->execute(planner.plan_joint(start, target));
+    EXPECT_EQ(allocations_of(whole ? 400 : 20), 0) << "a plan, its end and the hold after it";
+    impl.motions->stop();
+    EXPECT_EQ(allocations_of(200), 0) << "a stop";
+  }
+  kelvara::motion::Follow stream;
+  stream.limits = {impl.setup.motion.acceleration, impl.setup.motion.jerk};
+  stream.velocity = impl.setup.motion.velocity;
+  impl.slot.follow(stream, {0.0, 3600.0, kelvara::JointArray{}});
+  EXPECT_EQ(allocations_of(200), 0) << "a stream, and its end";
   counting = true;
   free(malloc(1));
   counting = false;
