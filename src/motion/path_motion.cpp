@@ -58,10 +58,7 @@ double PathMotion::total_s() const {
 
 double PathMotion::duration_s() const { return with_whole_last_step(slowdown_ * total_s()); }
 
-void PathMotion::stretch_to(double duration_s) {
-  check_duration({duration_s}, this->duration_s());
-  settle(duration_s);
-}
+void PathMotion::stretch_to(double duration_s) { settle(duration_s); }
 
 void PathMotion::settle(double duration_s) {
   for (int round = 0;; ++round) {
