@@ -191,7 +191,8 @@ class KELVARA_EXPORT ArmController {
   /// stands, `state().q_command`, and the arm must hold.
   kelvara::MotionHandle execute(const kelvara::Plan& plan);
   /// Brakes within the limits of acceleration and jerk, then holds: a plan on its path, any other
-  /// motion and a floating arm joint by joint. The handle is done when the arm is at rest.
+  /// motion and a floating arm joint by joint. The handle is done when the arm is at rest. Does
+  /// nothing after a fault, which has stopped the arm already; the handle's outcome is `kFault`.
   kelvara::MotionHandle stop();
 
   /// Slows plans down, smoothly: 0 pauses them, 1 is their own speed. Stays until the next call,

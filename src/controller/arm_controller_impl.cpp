@@ -219,6 +219,10 @@ void ArmController::Impl::require_no_fault() const {
   }
 }
 
+bool ArmController::Impl::is_running() const {
+  return !flags.emergency_stop_flag && !flags.faulted && !flags.exit_flag;
+}
+
 void ArmController::Impl::require_running() const {
   if (flags.emergency_stop_flag || flags.faulted) {
     refuse_after_fault();

@@ -89,6 +89,8 @@ class KELVARA_HIDDEN ArmController::Impl {
   void publish_joint_waypoint_trajectory_command(const std::vector<std::vector<double>>& waypoints,
                                                  double time_sec, double speed_percent,
                                                  double control_hz);
+  /// Whether commands are executed: no fault has stopped the arm.
+  bool is_running() const;
   /// Refuses what nobody would execute, and after a fault.
   /// @throws std::runtime_error.
   void require_running() const;

@@ -211,7 +211,7 @@ void CommandSlot::complete(std::uint64_t number, const motion::JointTarget& next
     return;
   }
   end(command_, outcome);
-  drop_successor(outcome);
+  drop_successor(MotionOutcome::kReplaced);
   retire(command_);
   command_ = next;
 }

@@ -115,8 +115,12 @@ void ControlCycle::command_arm(TimePoint now) {
 }
 
 motion::Instant ControlCycle::instant_at(TimePoint now) {
+  const JointArray start = start_positions(now);
+  if (!started_) {
+    standing_ = {start, {}, {}};
+  }
   return {now - skipped_,
-          start_positions(now),
+          start,
           record_.set_point.reference,
           record_.set_point.clock,
           standing_,
@@ -148,7 +152,7 @@ void ControlCycle::complete(const CommandSnapshot& snapshot) {
   const motion::SetPoint& point = record_.set_point;
   report_to_handles(snapshot.command);
   if (point.end) {
-    const bool holds_anywhere = point.ended_early;
+    const bool holds_anywhere = point.full_dynamics;
     parts_.slot.complete(snapshot.number, {.target_q = *point.end, .is_hold = holds_anywhere},
                          point.ended_early ? MotionOutcome::kStopped : MotionOutcome::kDone);
   }

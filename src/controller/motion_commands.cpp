@@ -73,7 +73,11 @@ MotionHandle ArmController::execute(const Plan& plan) {
 }
 
 MotionHandle ArmController::stop() {
-  impl().require_running();
+  if (!impl().is_running()) {
+    const auto status = std::make_shared<MotionHandle::Status>();
+    status->end(kelvara::MotionOutcome::kFault);
+    return MotionHandle(status);
+  }
   return impl().motions->stop();
 }
 

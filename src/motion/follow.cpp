@@ -97,8 +97,8 @@ double approach(double error, double gain, double limit) {
       error);
 }
 
-StopProfile::State track(const Goal& goal, const StopProfile::State& from, double v_max,
-                         double a_max, double j_max) {
+JointState track(const Goal& goal, const JointState& from, double v_max, double a_max,
+                 double j_max) {
   const double v =
       std::clamp(goal.dq + approach(goal.q - from.q, kPositionGain, a_max), -v_max, v_max);
   const double a = std::clamp(approach(v - from.dq, kVelocityGain, j_max), -a_max, a_max);
@@ -128,13 +128,11 @@ SetPoint Follow::evaluate(const Instant& instant, const SetPointLimits& bounds,
   PlanSample state;
   SetPoint point;
   for (std::size_t i = 0; i < kJointCount; ++i) {
-    const StopProfile::State from{instant.standing.q[i], instant.standing.dq[i],
-                                  instant.standing.ddq[i]};
+    const JointState from{instant.standing.q[i], instant.standing.dq[i], instant.standing.ddq[i]};
     const double v_max = std::min(velocity[i], bounds.velocity[i]);
-    const StopProfile::State to =
+    const JointState to =
         over
-            ? StopProfile(from.q, from.dq, from.ddq, limits.acceleration[i], limits.jerk[i])
-                  .at(kControlPeriodS)
+            ? stop_joint(from, limits.acceleration[i], limits.jerk[i]).at(kControlPeriodS)
             : track(goal_at(*this, i, time_s), from, v_max, limits.acceleration[i], limits.jerk[i]);
     state.q[i] = to.q;
     state.dq[i] = to.dq;

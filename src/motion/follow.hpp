@@ -25,7 +25,7 @@ struct Follow {
   static constexpr std::size_t kHistory = 8;
 
   JointArray velocity{};  // rad/s
-  RateLimits limits;
+  SmoothLimits limits;
   std::array<StampedTarget, kHistory> targets{};  // the latest last
   std::size_t count = 0;
 

@@ -7,6 +7,7 @@
 
 #include "description/finite.hpp"
 #include "description/joint_array.hpp"
+#include "motion/quintic.hpp"
 
 namespace kelvara {
 namespace {
@@ -19,29 +20,9 @@ bool is_finite(const PlanSample& sample) {
          description::all_finite(sample.ddq);
 }
 
-/// One joint between two samples.
-struct Quintic {
-  /// The polynomial of the fifth degree that meets both ends; `h`: time between them, s.
-  Quintic(const PlanSample& from, const PlanSample& to, std::size_t joint, double h)
-      : q0(from.q[joint]), v0(from.dq[joint]), a0(from.ddq[joint]) {
-    const double dq = to.q[joint] - q0 - h * (v0 + 0.5 * h * a0);
-    const double dv = (to.dq[joint] - v0 - h * a0) * h;
-    const double da = (to.ddq[joint] - a0) * h * h;
-    const double h3 = h * h * h;
-    c3 = (10.0 * dq - 4.0 * dv + 0.5 * da) / h3;
-    c4 = (-15.0 * dq + 7.0 * dv - da) / (h3 * h);
-    c5 = (6.0 * dq - 3.0 * dv + 0.5 * da) / (h3 * h * h);
-  }
-
-  double q(double t) const { return q0 + t * (v0 + t * (0.5 * a0 + t * (c3 + t * (c4 + t * c5)))); }
-  double dq(double t) const {
-    return v0 + t * (a0 + t * (3.0 * c3 + t * (4.0 * c4 + t * 5.0 * c5)));
-  }
-  double ddq(double t) const { return a0 + t * (6.0 * c3 + t * (12.0 * c4 + t * 20.0 * c5)); }
-
-  double q0, v0, a0;
-  double c3, c4, c5;
-};
+motion::Rates<double> rates_of(const PlanSample& sample, std::size_t joint) {
+  return {sample.q[joint], sample.dq[joint], sample.ddq[joint]};
+}
 
 }  // namespace
 
@@ -84,10 +65,12 @@ PlanSample Plan::at(double time_s) const {
   const double h = sample_time_s(k + 1) - begin;
   PlanSample state = samples_[k];
   for (std::size_t i = 0; h > 0.0 && i < kJointCount; ++i) {
-    const Quintic joint(samples_[k], samples_[k + 1], i, h);
-    state.q[i] = joint.q(time_s - begin);
-    state.dq[i] = joint.dq(time_s - begin);
-    state.ddq[i] = joint.ddq(time_s - begin);
+    const auto joint =
+        motion::Quintic<double>::between(rates_of(samples_[k], i), rates_of(samples_[k + 1], i), h);
+    const motion::Rates<double> rates = joint.at(time_s - begin);
+    state.q[i] = rates.value;
+    state.dq[i] = rates.first;
+    state.ddq[i] = rates.second;
   }
   return state;
 }

@@ -44,7 +44,7 @@ double approach(double error, double rate_jerk) {
 
 /// The derivative of the rate for the coming cycle. Where the joints disagree, a smooth command
 /// takes precedence over the limits of acceleration.
-double step_rate(const PlanClock& before, const Plan& plan, const RateLimits& limits,
+double step_rate(const PlanClock& before, const Plan& plan, const SmoothLimits& limits,
                  const JointArray& ddq, double target) {
   const PlanSample to = plan_state(plan, before.time_s + before.rate * kControlPeriodS);
   Range acceleration, jerk;
@@ -82,7 +82,7 @@ PlanSample plan_state(const Plan& plan, double time_s) {
   return state;
 }
 
-PlanClock step_clock(const PlanClock& before, const Plan& plan, const RateLimits& limits,
+PlanClock step_clock(const PlanClock& before, const Plan& plan, const SmoothLimits& limits,
                      const JointArray& ddq, double target) {
   PlanClock clock = before;
   if (before.rate != target || before.rate_rate != 0.0) {

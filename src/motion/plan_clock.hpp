@@ -14,8 +14,8 @@ struct PlanClock {
   double rate_rate = 0.0;  // 1/s
 };
 
-/// The limits that a change of the rate keeps.
-struct RateLimits {
+/// The limits that a change of speed keeps.
+struct SmoothLimits {
   JointArray acceleration{};  // rad/s²
   JointArray jerk{};          // rad/s³
 };
@@ -24,7 +24,7 @@ struct RateLimits {
 /// limits allow along the plan. Pure.
 /// @param ddq    The acceleration that the cycle before has commanded, rad/s².
 /// @param target Rate to reach, 0 to 1.
-PlanClock step_clock(const PlanClock& before, const Plan& plan, const RateLimits& limits,
+PlanClock step_clock(const PlanClock& before, const Plan& plan, const SmoothLimits& limits,
                      const JointArray& ddq, double target);
 
 /// The plan's state; just before its start the motion that leads to it.

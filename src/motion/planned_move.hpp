@@ -10,7 +10,7 @@ namespace kelvara::motion {
 /// A plan under execution, shared by the command and those who watch it.
 struct PlannedMotion {
   Plan plan;
-  RateLimits limits;  // of the changes of its speed
+  SmoothLimits limits;  // of the changes of its speed
   std::shared_ptr<MotionHandle::Status> status;
 };
 
