@@ -31,6 +31,26 @@ constexpr double kRounding = 1.0 + 1e-6;
   throw MotionError(code, text, static_cast<int>(joint) + 1, time_s);
 }
 
+/// A plan made by hand may jump: its velocities must be those of its positions.
+void require_smooth(const Plan& plan, std::size_t k) {
+  constexpr double kPositionTolerance = 1e-4;  // rad
+  constexpr double kVelocityTolerance = 0.05;  // rad/s
+  const PlanSample& from = plan.samples()[k - 1];
+  const PlanSample& to = plan.samples()[k];
+  const double h = plan.sample_time_s(k) - plan.sample_time_s(k - 1);
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    const double way = h * (0.5 * (from.dq[i] + to.dq[i]) - h * (to.ddq[i] - from.ddq[i]) / 12.0);
+    const double change = 0.5 * h * (from.ddq[i] + to.ddq[i]);
+    if (!(std::abs(to.q[i] - from.q[i] - way) <= kPositionTolerance &&
+          std::abs(to.dq[i] - from.dq[i] - change) <= kVelocityTolerance)) {
+      refuse(MotionErrorCode::kLimitExceeded,
+             "the plan's positions, velocities and accelerations of joint " +
+                 std::to_string(i + 1) + " do not belong together",
+             i, plan.sample_time_s(k));
+    }
+  }
+}
+
 /// Another thread's commands come faster than this one can plan.
 [[noreturn]] void refuse_overtaken() {
   throw MotionError(MotionErrorCode::kStartMismatch,
@@ -173,6 +193,9 @@ void MotionStarter::require_limits(const Plan& plan) const {
   const PlanSample& start = plan.samples().front();
   for (std::size_t k = 0; k < plan.samples().size(); ++k) {
     const PlanSample& sample = plan.samples()[k];
+    if (k > 0) {
+      require_smooth(plan, k);
+    }
     for (std::size_t i = 0; i < kJointCount; ++i) {
       if (range.clamp_from(i, start.q[i], sample.q[i]) != sample.q[i]) {
         refuse(MotionErrorCode::kJointLimit,

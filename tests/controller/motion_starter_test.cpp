@@ -4,6 +4,7 @@
 #include "controller/motion_starter.hpp"
 
 #include <random>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -164,6 +165,11 @@ TEST(MotionStarter, RefusesPlansThatDoNotStartWhereTheCommandStands) {
   const Plan plan = planner.plan_joint(kReady, off);
   EXPECT_EQ(refused_joint(Code::kStartMismatch, [&] { loop.impl->motions->execute(plan); }), 0);
   finish(loop, close_by);
+  std::vector<kelvara::PlanSample> jump(2);
+  jump[0].q = jump[1].q = loop.impl->arm_state().q_command;
+  jump[1].q[4] += 0.01;
+  const Plan by_hand(jump, Plan::kSamplePeriodS, {});
+  EXPECT_EQ(refused_joint(Code::kLimitExceeded, [&] { loop.impl->motions->execute(by_hand); }), 5);
   loop.impl->publish_gravity_comp_command();
   loop.cycle(1);
   EXPECT_EQ(refused_joint(Code::kStartMismatch, [&] { loop.impl->motions->execute(plan); }), 0);
