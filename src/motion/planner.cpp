@@ -41,11 +41,11 @@ MotionPlanner::MotionPlanner(const RobotKinematics& model, const MotionLimits& l
 
 Plan MotionPlanner::plan_joint(const JointArray& start, const JointArray& target,
                                const PlanOptions& options) const {
-  return plan_joint(PlanSample{start, {}, {}}, target, options);
+  return plan_joint_from({start, {}, {}}, target, options);
 }
 
-Plan MotionPlanner::plan_joint(const PlanSample& start, const JointArray& target,
-                               const PlanOptions& options) const {
+Plan MotionPlanner::plan_joint_from(const PlanSample& start, const JointArray& target,
+                                    const PlanOptions& options) const {
   motion::check_start(start);
   motion::check_options(options);
   motion::check_target(target, motion::joint_limits_of(model_));

@@ -25,7 +25,7 @@ constexpr double kPeriodS = 0.0025;
 // ---- Accuracy -------------------------------------------------------------
 
 /// 1 rad in 0.6 s, which takes wider limits than the shipped ones.
-TEST(MotionStarter, KeepsJointOneWithinThreeMilliradiansOnAFastMove) {
+TEST(PlannedMotion, KeepsJointOneWithinThreeMilliradiansOnAFastMove) {
   ClosedLoop loop(MIT_MODE);
   go(loop, kReady);
   MotionLimits limits = loop.impl->motions->limits(1.0);
@@ -96,7 +96,7 @@ TEST_P(StraightLine, StaysWithinTwoMillimetresOnTheArm) {
 
 INSTANTIATE_TEST_SUITE_P(EachMode, StraightLine, testing::Values(MIT_MODE, POS_VEL_MODE));
 
-TEST(MotionStarter, StopsALineOnTheLine) {
+TEST(PlannedMotion, StopsALineOnTheLine) {
   ClosedLoop loop(MIT_MODE);
   const Line line;
   const RobotKinematics& model = loop.impl->kinematics;
@@ -119,7 +119,7 @@ TEST(MotionStarter, StopsALineOnTheLine) {
 // ---- Streams --------------------------------------------------------------
 
 /// Targets of a sine at 50 Hz that arrive up to a period late, then no more.
-TEST(MotionStarter, FollowsAStreamWithJitterAndBrakesWhenItStops) {
+TEST(PlannedMotion, FollowsAStreamWithJitterAndBrakesWhenItStops) {
   std::mt19937 random(5);
   ClosedLoop loop(MIT_MODE);
   go(loop, kReady);

@@ -3,6 +3,7 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "kelvara/export.hpp"
@@ -79,8 +80,12 @@ class KELVARA_EXPORT MotionPlanner {
   /// @param target Joint angles, rad, inside the joint limits.
   Plan plan_joint(const std::array<double, 6>& start, const std::array<double, 6>& target,
                   const PlanOptions& options = {}) const;
-  Plan plan_joint(const PlanSample& start, const std::array<double, 6>& target,
-                  const PlanOptions& options = {}) const;
+  /// A template, so that a list in braces means joint angles.
+  template <typename State, typename = std::enable_if_t<std::is_same<State, PlanSample>::value>>
+  Plan plan_joint(const State& start, const std::array<double, 6>& target,
+                  const PlanOptions& options = {}) const {
+    return plan_joint_from(start, target, options);
+  }
 
   /// Passes through each point without stopping, at rest at the last one: as fast as found, not
   /// proven optimal. A sample hits each point; only where the duration asked for is hardly longer
@@ -127,6 +132,9 @@ class KELVARA_EXPORT MotionPlanner {
   Plan plan_stop(const PlanSample& start) const;
 
  private:
+  Plan plan_joint_from(const PlanSample& start, const std::array<double, 6>& target,
+                       const PlanOptions& options) const;
+
   const RobotKinematics& model_;
   MotionLimits limits_;
 };
