@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
@@ -26,22 +25,12 @@ inline void catch_signals() {
   }
 }
 
-/// Brings the arm to rest where it is, disables the motors and ends the program with status
-/// 128 + signal: 130 after Ctrl-C.
+/// Brakes the arm, disables the motors and ends the program with status 128 + signal: 130 after
+/// Ctrl-C.
 [[noreturn]] inline void stop(ArmController& arm) {
-  kelvara::ArmState state = arm.state();
-  if (state.reason == kelvara::StopReason::kNone) {  // after a fault, it takes no commands
-    arm.set_joint({state.q.begin(), state.q.end()}, 0.5);
-  }
   std::cerr << "interrupted: the arm stops, then it sinks\n";
-  const auto end = Clock::now() + std::chrono::seconds(2);
-  bool moves = true;
-  while (moves && Clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    state = arm.state();
-    moves = state.condition == kelvara::ArmCondition::kMoving ||
-            std::any_of(state.dq.begin(), state.dq.end(),
-                        [](double dq) { return std::abs(dq) > 0.05; });  // rad/s
+  if (arm.state().reason == kelvara::StopReason::kNone) {  // after a fault, it takes no commands
+    arm.stop().wait_settled(/*tolerance=*/0.05, /*seconds=*/2.0);
   }
   arm.cleanup();
   std::exit(128 + received_signal);  // NOLINT(concurrency-mt-unsafe): no other thread is left
@@ -60,6 +49,18 @@ inline void wait_until(ArmController& arm, Clock::time_point time) {
 inline void wait(ArmController& arm, double seconds) {
   wait_until(arm, Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                      std::chrono::duration<double>(seconds)));
+}
+
+/// Waits for the end of a motion, or stops the arm and ends the program at a signal.
+inline kelvara::MotionOutcome wait(ArmController& arm, const kelvara::MotionHandle& motion) {
+  kelvara::MotionOutcome outcome = kelvara::MotionOutcome::kTimeout;
+  while (received_signal == 0 && outcome == kelvara::MotionOutcome::kTimeout) {
+    outcome = motion.wait_for(0.01);
+  }
+  if (received_signal != 0) {
+    stop(arm);
+  }
+  return outcome;
 }
 
 }  // namespace interrupt

@@ -69,9 +69,18 @@ check_interrupt() {
     PYTHONPATH=tools:tools/bus_report /usr/bin/python3 "$work/check_stop.py" "$work/log"
 }
 
+# A plan without a bus: the table, a refusal by name, and a picture of the samples.
+check_preview() {
+  "$bin/preview" "$work/plan.csv" >"$work/preview.out" &&
+    grep -q '^refused (out of reach): .* % of segment 1' "$work/preview.out" &&
+    [[ $(wc -l <"$work/plan.csv") -eq $(($(grep -oE '^[0-9]+ samples' "$work/preview.out" | cut -d' ' -f1) + 1)) ]] &&
+    /usr/bin/python3 tools/preview/plot_plan.py "$work/plan.csv" "$work/plan.png" && [[ -s $work/plan.png ]]
+}
+
 watch_pauses
 check_pair waypoints '^in 3 s: .* rad$' gripper '^halfway: (39|40)[0-9.]* mm$'
 check_pair gravity_compensation '^10 s: .* rad$' tool_pose '^tool at 0\.(49[89]|50[0-2]), -0\.(14[89]|15[0-2]), '
-check check_example streamed_circle '^largest distance' || true
+check_pair streamed_circle '^largest distance' straight_line '^measured at most [01]\.[0-9]* mm from the line, [01]\.'
+check check_preview || true
 check check_interrupt || true
 end_test
