@@ -1,7 +1,8 @@
-// Shows everything in one run: home, a timed move, waypoints, poses, a streamed circle, the
-// gripper, floating (MIT mode only) and a low pose at the end; then prints the result of each step.
-// The arm may be moved by hand while it floats. scripts/demo runs the tour on the simulated arm.
-// Usage: tour INTERFACE [--fd] [--pos-vel]
+// Shows everything in one run: home, a timed move, waypoints, poses, a streamed circle, planned
+// motions (a joint move, a line and an arc, a stop and a change of speed), the gripper, floating
+// (MIT mode only) and a low pose at the end; then prints the result of each step. The arm may be
+// moved by hand while it floats. scripts/demo runs the tour on the simulated arm. Usage: tour
+// INTERFACE [--fd] [--pos-vel]
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -16,6 +17,8 @@
 #include <kelvara/arm_controller.hpp>
 
 #include "interrupt.hpp"
+#include "tour/planned_motion.hpp"
+#include "tour/results.hpp"
 
 namespace {
 
@@ -41,13 +44,6 @@ double largest_difference(const Eigen::VectorXd& a, const Eigen::VectorXd& b) {
 
 Eigen::VectorXd to_eigen(const Joints& q) { return Eigen::Map<const Eigen::VectorXd>(q.data(), 6); }
 
-/// One result of a step.
-struct Row {
-  std::string step, figure;
-  double value;
-  const char* unit;
-};
-
 class Tour {
  public:
   explicit Tour(const kelvara::ArmOptions& options)
@@ -63,12 +59,13 @@ class Tour {
     waypoints();
     poses();
     circle();
+    planned_motion();
     gripper();
     if (floats_) {
       floating();
     }
     end();
-    print_table();
+    results_.print();
   }
 
  private:
@@ -76,7 +73,7 @@ class Tour {
 
   void announce(const std::string& what) {
     const double now = std::chrono::duration<double>(Clock::now() - start_).count();
-    std::printf("[tour %6.2f s] %d of %d: %s\n", now, ++step_, floats_ ? 9 : 8, what.c_str());
+    std::printf("[tour %6.2f s] %d of %d: %s\n", now, ++step_, floats_ ? 12 : 11, what.c_str());
     std::fflush(stdout);
   }
 
@@ -86,7 +83,7 @@ class Tour {
   }
 
   void note(const std::string& step, const std::string& figure, double value, const char* unit) {
-    rows_.push_back({step, figure, value, unit});
+    results_.note(step, figure, value, unit);
   }
 
   void timed_move() {
@@ -163,6 +160,17 @@ class Tour {
     note("circle", "largest distance from its plane", from_plane, "m");
   }
 
+  void planned_motion() {
+    tour::PlannedMotion planned(*arm_, results_);
+    sleep_s(0.5);  // the arm reaches the stream's last pose
+    announce("a planned joint move");
+    planned.move_joints();
+    announce("a line of 30 cm, and half a circle back");
+    planned.draw_line_and_arc();
+    announce("the line again, stopped halfway and continued at 40 % of its speed");
+    planned.stop_and_continue();
+  }
+
   void gripper() {
     announce("the gripper: open, closed, halfway");
     arm_->openGripper();
@@ -213,18 +221,10 @@ class Tour {
     arm_->cleanup();
   }
 
-  void print_table() const {
-    std::puts("\nResults, as the arm reports them");
-    for (const Row& row : rows_) {
-      std::printf("  %-18s %-32s %9.4f %s\n", row.step.c_str(), row.figure.c_str(), row.value,
-                  row.unit);
-    }
-  }
-
   bool floats_;
   Clock::time_point start_ = Clock::now();
   int step_ = 0;
-  std::vector<Row> rows_;
+  tour::Results results_;
   std::unique_ptr<ArmController> arm_;
 };
 
