@@ -9,7 +9,9 @@ times=${2:-2}
 
 move_cube() {
   local arm
-  start_arm can0 "$work/ready" --scene simulation/scenes/table.yaml --report-bodies "$work/bodies.csv"
+  # A slow machine must not make the motors time out.
+  start_arm can0 "$work/ready" --wait-for-commands --scene simulation/scenes/table.yaml \
+    --report-bodies "$work/bodies.csv"
   arm=$!
   "$bin/pick_and_place" can0 || echo "status $?"
   kill "$arm"
