@@ -30,7 +30,7 @@ inline void catch_signals() {
 [[noreturn]] inline void stop(ArmController& arm) {
   std::cerr << "interrupted: the arm stops, then it sinks\n";
   if (arm.state().reason == kelvara::StopReason::kNone) {  // after a fault, it takes no commands
-    arm.stop().wait_settled(/*tolerance=*/0.05, /*seconds=*/2.0);
+    arm.stop().wait_settled(/*tolerance=*/0.01, /*seconds=*/2.0);
   }
   arm.cleanup();
   std::exit(128 + received_signal);  // NOLINT(concurrency-mt-unsafe): no other thread is left

@@ -6,9 +6,10 @@ usage: bus_report.py LOG [--joints] [--plot DIR [--bodies FILE --scene FILE]] [-
 
 For each move, the largest of each figure over the joints (with --joints, and in the JSON file, every
 joint's): the travel, the peak error (between a commanded position and the feedback that answers the
-command), the end error, and the overshoot beyond the commanded positions. If the arm floated: its
-drift, how far a hand moved it, and how far it moved after the hand left it. Then the control period
-as seen on the bus. --plot writes tracking.png, arm.png and tool.png; --bodies and --scene, the report
+command), the end error, and the overshoot beyond the commanded positions. In position/velocity mode
+a planned move's commands lead its plan by the motors' braking distance, and the peak error includes
+that. If the arm floated: its drift, how far a hand moved it, and how far it moved after the hand left
+it. Then the control period as seen on the bus. --plot writes tracking.png, arm.png and tool.png; --bodies and --scene, the report
 and the scene of a simulated arm, add its bodies to arm.png.
 """
 
