@@ -63,7 +63,7 @@ class Comparison {
       kdl.total_us += thread_time_us() - start;
       kdl.solved += found && reaches(Eigen::Map<Eigen::VectorXd>(q.data(), 6), T) ? 1 : 0;
 
-      std::array<double, 6> truth, near;
+      std::array<double, 6> truth{}, near{};
       std::copy(trial.truth.begin(), trial.truth.end(), truth.begin());
       std::copy(seed.begin(), seed.end(), near.begin());
       const kelvara::Pose pose = model_.pose(truth);

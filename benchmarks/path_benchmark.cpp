@@ -38,7 +38,7 @@ void plan_line_of_300_mm(benchmark::State& state) {
   const auto planning = planner();
   const Pose end = moved({}, -0.3, 0.0, 0.0);
   Plan plan;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     plan = planning.plan_linear({}, {end});
   }
   report(state, plan);
@@ -50,7 +50,7 @@ void plan_line_past_a_singularity(benchmark::State& state) {
   const std::array<double, 6> start{1.2, 1.7, -0.9, -0.7, 1.3, 0.6};
   const Pose end = moved(start, 0.0, -0.4, 0.0);
   Plan plan;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     plan = planning.plan_linear(start, {end});
   }
   report(state, plan);
@@ -64,7 +64,7 @@ void plan_four_lines_with_blends(benchmark::State& state) {
                                           PathSegment::linear(moved({}, -0.1, 0.1, -0.1), 0.02),
                                           PathSegment::linear(moved({}, 0.0, 0.0, 0.0))};
   Plan plan;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     plan = planning.plan_path({}, segments);
   }
   report(state, plan);

@@ -17,7 +17,7 @@ namespace {
 /// A start in motion and a target.
 struct Task {
   PlanSample start;
-  JointArray target;
+  JointArray target{};
 };
 
 const MotionLimits& limits() {

@@ -47,9 +47,14 @@ std::array<double, Count> sizes_of(const XMLElement& element, const char* attrib
   return sizes;
 }
 
+constexpr const char* kSupported = "only box, cylinder and sphere are supported, not ";
+
 Solid solid_of(const XMLElement* geometry) {
   const XMLElement* shape = geometry == nullptr ? nullptr : geometry->FirstChildElement();
-  const std::string kind = shape == nullptr ? "nothing" : shape->Name();
+  if (shape == nullptr) {
+    throw std::runtime_error(kSupported + std::string("nothing"));
+  }
+  const std::string kind = shape->Name();
   if (kind == "box") {
     return Solid::box(sizes_of<3>(*shape, "size"));
   }
@@ -59,7 +64,7 @@ Solid solid_of(const XMLElement* geometry) {
   if (kind == "sphere") {
     return Solid::sphere(sizes_of<1>(*shape, "radius")[0]);
   }
-  throw std::runtime_error("only box, cylinder and sphere are supported, not " + kind);
+  throw std::runtime_error(kSupported + kind);
 }
 
 Eigen::Isometry3d pose_of(const XMLElement& collision) {

@@ -21,7 +21,6 @@
 #include "motion/septic_trajectory.hpp"
 
 using kelvara::JointArray;
-using kelvara::kJointCount;
 namespace controller = kelvara::controller;
 
 namespace {

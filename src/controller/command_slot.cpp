@@ -100,7 +100,7 @@ bool CommandSlot::publish_at(std::uint64_t number, double time_s, PlannedMove ne
 }
 
 MotionStatus CommandSlot::stop(motion::StopMove stop) {
-  const MotionStatus status = stop.status;
+  MotionStatus status = stop.status;
   motion::Command command(std::move(stop));
   Plans unused;
   const MutexLock lock(command_mutex);

@@ -19,10 +19,10 @@ constexpr std::chrono::milliseconds kPollPeriod{1};
 constexpr std::chrono::milliseconds kCyclePatience{200};
 // Braking from full speed takes about half a second.
 constexpr double kBrakingPatienceS = 5.0;
-// How far ahead of the present a plan continues another one, at first and at most: planning must
-// be over by then.
+// How far ahead of the present a plan continues another one, at first; each attempt doubles it.
+// Planning must be over by then.
 constexpr double kFirstLeadS = 0.02;
-constexpr double kLastLeadS = 1.0;
+constexpr int kMaxAttempts = 6;
 // Of the joints' velocity limits: what rounding may exceed.
 constexpr double kRounding = 1.0 + 1e-6;
 
@@ -92,7 +92,8 @@ StandingCommand MotionStarter::standing() const {
 
 MotionHandle MotionStarter::move(From from, const MakePlan& make, const CheckPlan& check) {
   bool started = false;
-  for (double lead_s = kFirstLeadS; lead_s <= kLastLeadS; lead_s *= 2.0) {
+  double lead_s = kFirstLeadS;
+  for (int attempt = 0; attempt < kMaxAttempts; ++attempt, lead_s *= 2.0) {
     const StandingCommand now = standing();
     MotionHandle handle;
     if (!now.moving && !now.torque_only) {

@@ -54,13 +54,13 @@ class JointProfile {
  private:
   static constexpr std::size_t kMaxPieces = 16;
   struct Piece {
-    double begin_s;
-    double duration_s;
-    double jerk;
+    double begin_s = 0.0;
+    double duration_s = 0.0;
+    double jerk = 0.0;  // rad/s³
     JointState begin;
   };
 
-  std::array<Piece, kMaxPieces> pieces_;
+  std::array<Piece, kMaxPieces> pieces_{};
   std::size_t count_ = 0;
   std::size_t tail_ = 0;  // the index of its first piece
   JointState end_;

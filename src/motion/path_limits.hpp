@@ -27,7 +27,7 @@ struct AxisRates {
 
 /// A short stretch of a path, by its middle.
 struct PathCell {
-  double begin, end;  // of the parameter
+  double begin = 0.0, end = 0.0;  // of the parameter
   std::array<AxisRates, kAxisCount> axes{};
   double across = 0.0;  // the tool's second derivative at right angles to its path, m
   // Fractions to which the speed, its rise and its fall are slowed down.

@@ -39,9 +39,9 @@ class SpeedProfile {
  private:
   /// A time of constant jerk.
   struct Phase {
-    double begin_s;
+    double begin_s = 0.0;
     SpeedState state;  // at its begin
-    double jerk;
+    double jerk = 0.0;
   };
 
   void add(double duration_s, double jerk);
