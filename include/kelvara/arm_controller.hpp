@@ -170,14 +170,16 @@ class KELVARA_EXPORT ArmController {
   // All throw MotionError for what the arm cannot do, std::invalid_argument for values that are not
   // finite or out of range, and std::runtime_error after a fault, until `recover()`.
 
-  /// Moves to joint angles as fast as the limits allow; all joints arrive together. While another
-  /// plan is executed, it continues from that one's motion without a stop; after any other command
-  /// in motion it brakes first, which blocks for some tenths of a second.
+  /// Moves to joint angles as fast as the limits allow at the speed of the options; all joints
+  /// arrive together. While another plan is executed, it continues from that one's motion without a
+  /// stop; after any other command in motion it brakes first, which blocks for some tenths of a
+  /// second.
   /// @param target Joint angles, rad, inside the joint limits.
   kelvara::MotionHandle move_joint(const std::array<double, 6>& target,
                                    const kelvara::MoveOptions& options = {});
   /// Moves the tool on a straight line, its orientation on the shortest rotation. An arm that
-  /// moves is braked first, which blocks for some tenths of a second.
+  /// moves is braked first, which blocks for some tenths of a second, and stays at rest when the
+  /// call then throws.
   kelvara::MotionHandle move_linear(const kelvara::Pose& end,
                                     const kelvara::MoveOptions& options = {});
   /// Moves the tool on the circle through where it stands, `via` and `end`; likewise.
@@ -188,7 +190,8 @@ class KELVARA_EXPORT ArmController {
   kelvara::MotionHandle move_path(const std::vector<kelvara::PathSegment>& segments,
                                   const kelvara::MoveOptions& options = {});
   /// Starts a plan that was made before. It must begin at rest within 1 mrad of where the command
-  /// stands, `state().q_command`, and the arm must hold.
+  /// stands, `state().q_command`, end at rest, keep the joint limits and the speed ceiling, and not
+  /// jump; the arm must hold. Accelerations and torques are not limited: see its report.
   kelvara::MotionHandle execute(const kelvara::Plan& plan);
   /// Brakes within the limits of acceleration and jerk, then holds: a plan on its path, any other
   /// motion and a floating arm joint by joint. The handle is done when the arm is at rest. Does

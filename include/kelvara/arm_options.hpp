@@ -33,8 +33,8 @@ struct ArmOptions {
   bool require_all_motors = true;
   FaultReaction on_fault = FaultReaction::kHold;
   /// Ceiling of every command's speed, as a fraction of the joints' velocity limits (10.5 rad/s for
-  /// joints 1 to 3, 15 for joint 4, 15.5 for joints 5 and 6), (0, 1]. A timed move or a plan that
-  /// would be faster takes longer.
+  /// joints 1 to 3, 15 for joint 4, 15.5 for joints 5 and 6), (0, 1]. A move that would be
+  /// faster takes longer; a plan given to `execute` is refused.
   double velocity_scale = 1.0;
 
   // Real time. A failure to get one of these is reported on standard error and is not fatal.

@@ -48,6 +48,17 @@ void end(const motion::Command& command, MotionOutcome outcome) {
   }
 }
 
+/// Where a motion that the application has begun ends; nothing for other kinds.
+std::optional<JointArray> target_of(const motion::Command& command) {
+  if (const auto* const move = std::get_if<motion::TimedMove>(&command)) {
+    return move->target_q;
+  }
+  if (const auto* const target = std::get_if<motion::JointTarget>(&command)) {
+    return target->target_q;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 // ---- The application's threads --------------------------------------------
@@ -58,6 +69,9 @@ void CommandSlot::replace(motion::Command& command, MotionOutcome outcome) {
   drop_successor(outcome);
   std::swap(command_, command);
   ++number_;
+  if (abandoned_) {
+    end(command_, *abandoned_);
+  }
   if (has_begun(command)) {
     retire(command);
   }
@@ -74,7 +88,7 @@ void CommandSlot::publish(motion::Command command) {
 bool CommandSlot::publish_instead(std::uint64_t number, motion::Command command) {
   Plans unused;
   const MutexLock lock(command_mutex);
-  if (number_ != number || successor_) {
+  if (number_ != number || successor_ || std::holds_alternative<motion::Follow>(command_)) {
     return false;
   }
   unused = take_unused();
@@ -109,6 +123,7 @@ MotionStatus CommandSlot::stop(motion::StopMove stop) {
   }
   auto* const current = std::get_if<PlannedMove>(&command_);
   if (current == nullptr || !current->started) {
+    std::get<motion::StopMove>(command).target = target_of(command_);
     unused = take_unused();
     replace(command, MotionOutcome::kStopped);
     return status;
@@ -133,8 +148,14 @@ void CommandSlot::follow(const motion::Follow& stream, const motion::StampedTarg
   replace(command, MotionOutcome::kReplaced);
 }
 
+bool CommandSlot::follows_stream() const {
+  const MutexLock lock(command_mutex);
+  return std::holds_alternative<motion::Follow>(command_);
+}
+
 void CommandSlot::abandon(MotionOutcome outcome) {
   const MutexLock lock(command_mutex);
+  abandoned_ = outcome;
   end(command_, outcome);
   drop_successor(outcome);
 }
@@ -201,6 +222,7 @@ std::uint64_t CommandSlot::override_command(const motion::Command& next) {
   drop_successor(MotionOutcome::kFault);
   retire(command_);
   command_ = next;
+  abandoned_.reset();
   return ++number_;
 }
 

@@ -57,7 +57,10 @@ class CommandSlot {
   /// Adds a target to the stream; replaces any other command by `stream` with that target.
   void follow(const motion::Follow& stream, const motion::StampedTarget& target)
       KELVARA_EXCLUDES(command_mutex);
-  /// Ends what waits for the current motion; the command stays.
+  /// Whether the command follows a stream.
+  bool follows_stream() const KELVARA_EXCLUDES(command_mutex);
+  /// Ends what waits for the current motion, and for any later one until the control thread
+  /// overrides the command: nobody executes it.
   void abandon(MotionOutcome outcome) KELVARA_EXCLUDES(command_mutex);
   /// The plan that is command `number`; null when that is no plan, or one that brakes.
   std::shared_ptr<const motion::PlannedMotion> plan_of(std::uint64_t number) const
@@ -99,6 +102,7 @@ class CommandSlot {
   motion::Command command_ KELVARA_GUARDED_BY(command_mutex);
   /// Sequence number; lets the end of a move detect that a newer command has replaced it.
   std::uint64_t number_ KELVARA_GUARDED_BY(command_mutex) = 0;
+  std::optional<MotionOutcome> abandoned_ KELVARA_GUARDED_BY(command_mutex);
   std::optional<Successor> successor_ KELVARA_GUARDED_BY(command_mutex);
   motion::PlanClock clock_ KELVARA_GUARDED_BY(command_mutex);  // as of the last snapshot
   /// Plans that have left the slot. Four would be enough: a publish leaves two at most (a plan,

@@ -125,7 +125,8 @@ motion::Instant ControlCycle::instant_at(TimePoint now) {
           record_.set_point.clock,
           standing_,
           parts_.flags.speed_override,
-          std::chrono::duration<double>(now.time_since_epoch()).count()};
+          std::chrono::duration<double>(now.time_since_epoch()).count(),
+          now - last_cycle_ < description::kControlPeriod / 2};
 }
 
 /// Where the next motion begins. In position/velocity mode a target is commanded at once and the
@@ -160,21 +161,24 @@ void ControlCycle::complete(const CommandSnapshot& snapshot) {
       {snapshot.number, standing_, point.clock, point.moving, point.torque_only});
 }
 
-/// Progress of the plan that the arm executes, and its distance to the end of the last one.
+/// Progress of the motion that the arm executes, and its distance to the end of the last one.
 void ControlCycle::report_to_handles(const motion::Command& command) {
   if (const auto* const move = std::get_if<motion::PlannedMove>(&command)) {
-    last_motion_ = move->motion;
-    last_motion_->status->progress = record_.set_point.progress;
+    settling_ = move->stop_status ? move->stop_status : move->motion->status;
+    settling_at_ = move->stop_status ? record_.set_point.q : move->motion->plan.samples().back().q;
+    move->motion->status->progress = record_.set_point.progress;
+  } else if (const auto* const stop = std::get_if<motion::StopMove>(&command)) {
+    settling_ = stop->status;
+    settling_at_ = record_.set_point.q;
   } else if (!std::holds_alternative<motion::JointTarget>(command)) {
-    last_motion_.reset();
+    settling_.reset();
   }
-  if (last_motion_) {
+  if (settling_) {
     double distance = 0.0;
-    const JointArray& end = last_motion_->plan.samples().back().q;
     for (std::size_t i = 0; i < kJointCount; ++i) {
-      distance = std::max(distance, std::abs(end[i] - reader_.measured().q[i]));
+      distance = std::max(distance, std::abs(settling_at_[i] - reader_.measured().q[i]));
     }
-    last_motion_->status->distance = distance;
+    settling_->distance = distance;
   }
 }
 

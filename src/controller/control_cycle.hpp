@@ -85,10 +85,11 @@ class ControlCycle {
   std::uint64_t last_number_ = 0;        // of the command of the cycle before
   std::optional<JointArray> commanded_;  // positions of the cycle before, joint side
   PlanSample standing_;                  // where the command stands
-  std::shared_ptr<const motion::PlannedMotion> last_motion_;  // that the arm executes or has ended
-  std::bitset<kJointCount> stale_;  // joints whose feedback is too old to start from
-  std::optional<Fault> fault_;      // as of the last round of feedback, or latched
-  std::uint64_t hold_number_ = 0;   // of the command that a fault has set
+  MotionStatus settling_;                // of the motion that the arm executes or has ended last
+  JointArray settling_at_{};             // where that one ends, rad
+  std::bitset<kJointCount> stale_;       // joints whose feedback is too old to start from
+  std::optional<Fault> fault_;           // as of the last round of feedback, or latched
+  std::uint64_t hold_number_ = 0;        // of the command that a fault has set
   bool started_ = false;
   motion::Brake recovery_hold_;         // while recovering
   std::uint64_t tau_clipped_count = 0;  // since the last report

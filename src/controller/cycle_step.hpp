@@ -26,8 +26,7 @@ struct CycleRecord {
 };
 
 /// Computes one cycle: evaluates the command, adds the model's torque in MIT mode and converts to
-/// the motor side. A function of its arguments; the model keeps scratch storage, so it must not be
-/// in use elsewhere.
+/// the motor side. A function of its arguments; any thread.
 /// @param command A command that has begun.
 CycleRecord compute_cycle(const motion::Command& command, const motion::Instant& instant,
                           const ControllerSetup& setup, const RobotKinematics& kinematics);

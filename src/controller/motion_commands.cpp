@@ -23,7 +23,11 @@ MotionHandle move(ArmController::Impl& impl, MotionStarter::From from,
                   const MotionStarter::MakePlan& make) {
   impl.require_running();
   const auto environment = impl.environment.get();
-  return impl.motions->move(from, make, [&environment](const Plan& plan) {
+  const auto make_unless_stopped = [&](const PlanSample& start) {
+    impl.require_running();  // a fault may have come meanwhile
+    return make(start);
+  };
+  return impl.motions->move(from, make_unless_stopped, [&environment](const Plan& plan) {
     if (environment) {
       environment->check(plan);
     }

@@ -23,6 +23,11 @@ constexpr double kBrakingPatienceS = 5.0;
 // Planning must be over by then.
 constexpr double kFirstLeadS = 0.02;
 constexpr int kMaxAttempts = 6;
+// A plan that starts nearer to the command needs no transition, rad.
+constexpr double kSamePlace = 1e-6;
+// What counts as rest at the end of a plan.
+constexpr double kAtRestRadPerS = 1e-6;
+constexpr double kAtRestRadPerS2 = 0.1;
 // Of the joints' velocity limits: what rounding may exceed.
 constexpr double kRounding = 1.0 + 1e-6;
 
@@ -51,6 +56,14 @@ void require_smooth(const Plan& plan, std::size_t k) {
   }
 }
 
+void raise(double& peak, double value) { peak = std::max(peak, std::abs(value)); }
+
+MotionHandle ended(MotionOutcome outcome) {
+  const auto status = std::make_shared<MotionHandle::Status>();
+  status->end(outcome);
+  return MotionHandle(status);
+}
+
 /// Another thread's commands come faster than this one can plan.
 [[noreturn]] void refuse_overtaken() {
   throw MotionError(MotionErrorCode::kStartMismatch,
@@ -74,7 +87,8 @@ MotionLimits MotionStarter::limits(double speed) const {
 }
 
 MotionPlanner MotionStarter::planner(const MoveOptions& options) const {
-  return {kinematics_, limits(options.speed)};
+  const bool by_duration = options.speed == 0.0 && options.duration_s > 0.0;
+  return {kinematics_, limits(by_duration ? 1.0 : options.speed)};
 }
 
 StandingCommand MotionStarter::standing() const {
@@ -91,17 +105,21 @@ StandingCommand MotionStarter::standing() const {
 }
 
 MotionHandle MotionStarter::move(From from, const MakePlan& make, const CheckPlan& check) {
+  const std::uint64_t stops = stops_;
   bool started = false;
   double lead_s = kFirstLeadS;
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt, lead_s *= 2.0) {
     const StandingCommand now = standing();
+    if (stops_ != stops) {
+      return ended(MotionOutcome::kStopped);
+    }
     MotionHandle handle;
-    if (!now.moving && !now.torque_only) {
+    if (!now.moving && !now.torque_only && !slot_.follows_stream()) {
       handle = start_at_rest(now, make, check, started);
     } else if (from == From::kMotion && slot_.plan_of(now.number)) {
       handle = start_in_motion(now, lead_s, make, check, started);
     } else {
-      stop().wait_for(kBrakingPatienceS);
+      brake().wait_for(kBrakingPatienceS);
     }
     if (started) {
       return handle;
@@ -128,12 +146,22 @@ MotionHandle MotionStarter::start_in_motion(const StandingCommand& standing, dou
   if (!current) {
     return {};  // it has ended meanwhile
   }
-  const double time_s = standing.clock.time_s + lead_s;
+  const double soonest_s = current->has_offset ? motion::kFadeS : 0.0;
+  const double time_s = std::max(standing.clock.time_s + lead_s, soonest_s);
   if (time_s >= current->plan.duration_s()) {
-    MotionHandle(current->status).wait_for(lead_s);
+    if (standing.clock.rate == 0.0) {
+      brake().wait_for(kBrakingPatienceS);  // it is paused just before its end
+    } else {
+      MotionHandle(current->status).wait_for(lead_s);
+    }
     return {};
   }
-  const Plan plan = make(current->plan.at(time_s));
+  const PlanSample start = current->plan.at(time_s);
+  const Plan plan = make(start);
+  if (!can_continue(start) || !keeps_limits(plan)) {
+    brake().wait_for(kBrakingPatienceS);
+    return {};
+  }
   check(plan);
   const auto motion = to_motion(plan);
   started = slot_.publish_at(standing.number, time_s, {.motion = motion});
@@ -146,15 +174,25 @@ MotionHandle MotionStarter::execute(const Plan& plan) {
   }
   require_limits(plan);
   const StandingCommand now = standing();
-  if (now.moving || now.torque_only) {
+  if (now.moving || now.torque_only || slot_.follows_stream()) {
     throw MotionError(MotionErrorCode::kStartMismatch,
                       now.torque_only ? "the arm floats: stop() it before a plan is executed"
                                       : "the arm moves: a plan starts from rest");
   }
+  bool has_offset = false;
   const PlanSample& start = plan.samples().front();
+  const PlanSample& end = plan.samples().back();
   for (std::size_t i = 0; i < kJointCount; ++i) {
+    if (std::abs(end.dq[i]) > kAtRestRadPerS || std::abs(end.ddq[i]) > kAtRestRadPerS2) {
+      refuse(MotionErrorCode::kLimitExceeded,
+             "the plan ends while joint " + std::to_string(i + 1) + " still moves", i,
+             plan.duration_s());
+    }
     const double offset = start.q[i] - now.state.q[i];
-    if (!(std::abs(offset) <= motion::kStartTolerance) || std::abs(start.dq[i]) > 1e-6) {
+    const bool beside = std::abs(offset) > kSamePlace;
+    has_offset = has_offset || beside;
+    if (!(std::abs(offset) <= motion::kStartTolerance) || std::abs(start.dq[i]) > 1e-6 ||
+        (beside && plan.duration_s() < motion::kFadeS)) {
       description::ClassicStream text;
       text << "the plan starts " << offset << " rad from where the command of joint " << i + 1
            << " stands, at " << start.dq[i] << " rad/s";
@@ -162,6 +200,7 @@ MotionHandle MotionStarter::execute(const Plan& plan) {
     }
   }
   const auto motion = to_motion(plan);
+  motion->has_offset = has_offset;
   if (!slot_.publish_instead(now.number, motion::PlannedMove{.motion = motion})) {
     throw MotionError(MotionErrorCode::kStartMismatch, "another command has come meanwhile");
   }
@@ -169,6 +208,14 @@ MotionHandle MotionStarter::execute(const Plan& plan) {
 }
 
 MotionHandle MotionStarter::stop() {
+  // Before and after, so that no move that is being planned misses it.
+  ++stops_;
+  MotionHandle handle = brake();
+  ++stops_;
+  return handle;
+}
+
+MotionHandle MotionStarter::brake() {
   motion::StopMove stop{.limits = {setup_.motion.acceleration, setup_.motion.jerk},
                         .range = setup_.limits.joints,
                         .status = std::make_shared<MotionHandle::Status>()};
@@ -176,17 +223,42 @@ MotionHandle MotionStarter::stop() {
 }
 
 /// A change of the plan's speed keeps the arm's limits, or what the plan itself reaches.
-std::shared_ptr<const motion::PlannedMotion> MotionStarter::to_motion(const Plan& plan) const {
-  motion::PlannedMotion motion{plan,
-                               {setup_.motion.acceleration, setup_.motion.jerk},
-                               std::make_shared<MotionHandle::Status>()};
-  for (std::size_t i = 0; i < kJointCount; ++i) {
-    double& acceleration = motion.limits.acceleration[i];
-    double& jerk = motion.limits.jerk[i];
-    acceleration = std::max(acceleration, plan.report().peak_acceleration[i]);
-    jerk = std::max(jerk, plan.report().peak_jerk[i]);
+std::shared_ptr<motion::PlannedMotion> MotionStarter::to_motion(const Plan& plan) const {
+  const auto motion = std::make_shared<motion::PlannedMotion>();
+  motion->plan = plan;
+  motion->limits = {setup_.motion.acceleration, setup_.motion.jerk};
+  motion->status = std::make_shared<MotionHandle::Status>();
+  const std::vector<PlanSample>& samples = plan.samples();
+  for (std::size_t k = 0; k < samples.size(); ++k) {
+    for (std::size_t i = 0; i < kJointCount; ++i) {
+      const double before = samples[k > 0 ? k - 1 : 0].ddq[i];
+      raise(motion->peak_velocity[i], samples[k].dq[i]);
+      raise(motion->limits.acceleration[i], samples[k].ddq[i]);
+      raise(motion->limits.jerk[i], (samples[k].ddq[i] - before) / Plan::kSamplePeriodS);
+    }
   }
-  return std::make_shared<const motion::PlannedMotion>(std::move(motion));
+  return motion;
+}
+
+/// Whether a plan made with the arm's limits can take over in this state: one that accelerates
+/// harder, made with wider limits, is braked by its own.
+bool MotionStarter::can_continue(const PlanSample& state) const {
+  constexpr double kMargin = 1.01;
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    if (std::abs(state.ddq[i]) > kMargin * setup_.motion.acceleration[i]) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool MotionStarter::keeps_limits(const Plan& plan) const {
+  try {
+    require_limits(plan);
+    return true;
+  } catch (const MotionError&) {
+    return false;
+  }
 }
 
 void MotionStarter::require_limits(const Plan& plan) const {

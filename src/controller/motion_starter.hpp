@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 
@@ -50,13 +52,17 @@ class MotionStarter {
                              const CheckPlan& check, bool& started);
   MotionHandle start_in_motion(const StandingCommand& standing, double lead_s, const MakePlan& make,
                                const CheckPlan& check, bool& started);
-  std::shared_ptr<const motion::PlannedMotion> to_motion(const Plan& plan) const;
+  MotionHandle brake();
+  bool can_continue(const PlanSample& state) const;
+  bool keeps_limits(const Plan& plan) const;
+  std::shared_ptr<motion::PlannedMotion> to_motion(const Plan& plan) const;
   void require_limits(const Plan& plan) const;
 
   const ControllerSetup& setup_;
   const RobotKinematics& kinematics_;
   CommandSlot& slot_;
   StateBuffer& state_;
+  std::atomic<std::uint64_t> stops_{0};  // a move that is being planned does not outlive a stop
 };
 
 }  // namespace kelvara::controller

@@ -97,10 +97,20 @@ double approach(double error, double gain, double limit) {
       error);
 }
 
+/// The speed from which a joint stops within a distance, with the time that its deceleration takes
+/// to build up: distance = v²/2a + v a/2j.
+double stopping_speed(double distance, double a_max, double j_max) {
+  const double a = kApproachShare * a_max;
+  const double build_up = 0.5 * a * a / (kApproachShare * j_max);
+  return std::sqrt(build_up * build_up + 2.0 * a * std::max(distance, 0.0)) - build_up;
+}
+
 JointState track(const Goal& goal, const JointState& from, double v_max, double a_max,
                  double j_max) {
-  const double v =
-      std::clamp(goal.dq + approach(goal.q - from.q, kPositionGain, a_max), -v_max, v_max);
+  const double error = goal.q - from.q;
+  const double speed =
+      std::min(kPositionGain * std::abs(error), stopping_speed(std::abs(error), a_max, j_max));
+  const double v = std::clamp(goal.dq + std::copysign(speed, error), -v_max, v_max);
   const double a = std::clamp(approach(v - from.dq, kVelocityGain, j_max), -a_max, a_max);
   const double step = j_max * kControlPeriodS;
   const double ddq = std::clamp(a, from.ddq - step, from.ddq + step);
@@ -125,15 +135,22 @@ SetPoint Follow::evaluate(const Instant& instant, const SetPointLimits& bounds,
   const double patience = std::clamp(kPatiencePeriods * period, kMinPatienceS, kMaxPatienceS);
   const bool over = instant.time_s - targets.back().received_s > patience;
   const double time_s = stream_time_s(*this, instant.time_s) - kDelayPeriods * period;
+  const auto brake = [&](std::size_t i, const JointState& from) {
+    return stop_inside(from, limits.acceleration[i], limits.jerk[i], i, bounds.joints)
+        .at(kControlPeriodS);
+  };
   PlanSample state;
   SetPoint point;
   for (std::size_t i = 0; i < kJointCount; ++i) {
     const JointState from{instant.standing.q[i], instant.standing.dq[i], instant.standing.ddq[i]};
     const double v_max = std::min(velocity[i], bounds.velocity[i]);
-    const JointState to =
-        over
-            ? stop_joint(from, limits.acceleration[i], limits.jerk[i]).at(kControlPeriodS)
-            : track(goal_at(*this, i, time_s), from, v_max, limits.acceleration[i], limits.jerk[i]);
+    const JointState next = over ? brake(i, from)
+                                 : track(goal_at(*this, i, time_s), from, v_max,
+                                         limits.acceleration[i], limits.jerk[i]);
+    // A target near a joint limit must not carry the joint beyond it.
+    const double rest = stop_joint(next, limits.acceleration[i], limits.jerk[i]).end().q;
+    const bool stays_inside = bounds.joints.clamp_from(i, from.q, rest) == rest;
+    const JointState to = instant.repeats ? from : (stays_inside ? next : brake(i, from));
     state.q[i] = to.q;
     state.dq[i] = to.dq;
     state.ddq[i] = to.ddq;

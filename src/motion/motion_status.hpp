@@ -13,6 +13,9 @@ class MotionHandle::Status {
   /// Ends the motion; only the first call counts.
   void end(MotionOutcome outcome) {
     int running = kRunning;
+    if (outcome == MotionOutcome::kDone) {
+      progress = 1.0;
+    }
     outcome_.compare_exchange_strong(running, static_cast<int>(outcome));
   }
   bool is_done() const { return outcome_ != kRunning; }

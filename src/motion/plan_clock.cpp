@@ -45,7 +45,7 @@ double approach(double error, double rate_jerk) {
 /// The derivative of the rate for the coming cycle. Where the joints disagree, a smooth command
 /// takes precedence over the limits of acceleration.
 double step_rate(const PlanClock& before, const Plan& plan, const SmoothLimits& limits,
-                 const JointArray& ddq, double target) {
+                 const JointArray& peak, const JointArray& ddq, double target) {
   const PlanSample to = plan_state(plan, before.time_s + before.rate * kControlPeriodS);
   Range acceleration, jerk;
   double rate_jerk = kMaxRateJerk;
@@ -58,8 +58,7 @@ double step_rate(const PlanClock& before, const Plan& plan, const SmoothLimits& 
     const double step = kJerkBudget * limits.jerk[i] * kControlPeriodS;
     acceleration.narrow(-limits.acceleration[i], limits.acceleration[i], to.dq[i], inertial);
     jerk.narrow(ddq[i] - step, ddq[i] + step, to.dq[i], inertial);
-    const double peak = std::max(dq, plan.report().peak_velocity[i]);
-    rate_jerk = std::min(rate_jerk, kApproachShare * limits.jerk[i] / peak);
+    rate_jerk = std::min(rate_jerk, kApproachShare * limits.jerk[i] / std::max(dq, peak[i]));
   }
   const double wanted = approach(target - before.rate, rate_jerk);
   const double allowed = acceleration.is_empty()
@@ -83,10 +82,10 @@ PlanSample plan_state(const Plan& plan, double time_s) {
 }
 
 PlanClock step_clock(const PlanClock& before, const Plan& plan, const SmoothLimits& limits,
-                     const JointArray& ddq, double target) {
+                     const JointArray& peak, const JointArray& ddq, double target) {
   PlanClock clock = before;
   if (before.rate != target || before.rate_rate != 0.0) {
-    clock.rate_rate = step_rate(before, plan, limits, ddq, target);
+    clock.rate_rate = step_rate(before, plan, limits, peak, ddq, target);
     clock.rate = std::clamp(before.rate + clock.rate_rate * kControlPeriodS, 0.0, 1.0);
     if (std::abs(clock.rate - target) < 1e-9) {
       clock.rate = target;

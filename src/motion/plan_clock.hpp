@@ -22,10 +22,11 @@ struct SmoothLimits {
 
 /// Advances by one control period and changes the rate towards `target`, as fast as the joints'
 /// limits allow along the plan. Pure.
+/// @param peak   The plan's highest velocities, rad/s.
 /// @param ddq    The acceleration that the cycle before has commanded, rad/s².
 /// @param target Rate to reach, 0 to 1.
 PlanClock step_clock(const PlanClock& before, const Plan& plan, const SmoothLimits& limits,
-                     const JointArray& ddq, double target);
+                     const JointArray& peak, const JointArray& ddq, double target);
 
 /// The plan's state; just before its start the motion that leads to it.
 PlanSample plan_state(const Plan& plan, double time_s);

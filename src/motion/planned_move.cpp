@@ -6,9 +6,6 @@
 namespace kelvara::motion {
 namespace {
 
-// Time within which the offset at the start fades out.
-constexpr double kFadeS = 0.25;
-
 /// The part of the offset that remains, and its first two derivatives by time.
 struct Fade {
   double part = 0.0;
@@ -59,8 +56,10 @@ SetPoint PlannedMove::evaluate(const Instant& instant, const SetPointLimits& lim
                                Approach /*approach*/) const {
   const Plan& plan = motion->plan;
   SetPoint point;
-  point.clock = step_clock(instant.clock, plan, motion->limits, instant.standing.ddq,
-                           stop_status ? 0.0 : instant.speed_override);
+  point.clock = instant.repeats
+                    ? instant.clock
+                    : step_clock(instant.clock, plan, motion->limits, motion->peak_velocity,
+                                 instant.standing.ddq, stop_status ? 0.0 : instant.speed_override);
   const bool at_end = point.clock.time_s >= plan.duration_s();
   const bool at_rest = stop_status && point.clock.rate == 0.0;
   point.moving = !at_end && !at_rest;

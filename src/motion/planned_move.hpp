@@ -10,7 +10,9 @@ namespace kelvara::motion {
 /// A plan under execution, shared by the command and those who watch it.
 struct PlannedMotion {
   Plan plan;
-  SmoothLimits limits;  // of the changes of its speed
+  SmoothLimits limits;         // of the changes of its speed
+  JointArray peak_velocity{};  // of its samples, rad/s
+  bool has_offset = false;     // the command stood beside its start
   std::shared_ptr<MotionHandle::Status> status;
 };
 
@@ -32,5 +34,7 @@ struct PlannedMove {
 
 /// How far a plan may start from where the command stands, rad.
 inline constexpr double kStartTolerance = 1e-3;
+/// Time within which that offset fades out, s.
+inline constexpr double kFadeS = 0.25;
 
 }  // namespace kelvara::motion

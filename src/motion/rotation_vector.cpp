@@ -37,7 +37,7 @@ struct Coefficients {
 
 /// A quaternion (w, v) times a factor.
 struct Multiple {
-  double factor, w;
+  double factor = 1.0, w = 1.0;
   Vector3 v;
 };
 

@@ -41,6 +41,7 @@ struct Instant {
   PlanSample standing{};
   double speed_override = 1.0;  // of plans, 0 to 1
   double time_s = 0.0;          // the clock's own time; `now` stops where motions have to wait
+  bool repeats = false;         // hardly any time has passed since the last cycle, after a late one
 };
 
 /// One cycle's output, joint side.

@@ -29,8 +29,9 @@ StandingJoints find_overshoots(const ViaSpline& spline, std::size_t segment,
                                const description::JointLimits& limits, const JointArray& start) {
   StandingJoints overshoots;
   const double duration_s = spline.durations()[segment];
-  for (double time_s = 0.0; time_s < duration_s; time_s += kPeriodS) {
-    const PlanSample sample = spline.at(segment, time_s);
+  const auto count = static_cast<std::size_t>(std::ceil(duration_s / kPeriodS));
+  for (std::size_t k = 0; k < count; ++k) {
+    const PlanSample sample = spline.at(segment, static_cast<double>(k) * kPeriodS);
     for (std::size_t j = 0; j < kJointCount; ++j) {
       overshoots[j] = overshoots[j] || is_beyond(limits, j, start[j], sample.q[j]);
     }
