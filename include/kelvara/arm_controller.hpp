@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <Eigen/Core>
@@ -211,8 +212,14 @@ class KELVARA_EXPORT ArmController {
   /// @param time_s When the target belongs, on any clock that runs in seconds; a time that is not
   ///               later than the last one starts the stream again.
   void follow(const std::array<double, 6>& target, double time_s);
-  /// The same for poses, by the solution next to the last target.
-  void follow(const kelvara::Pose& target, double time_s);
+  /// The same for poses, by the solution next to where the command stands. A template, so that a
+  /// list in braces means joint angles.
+  /// @throws kelvara::MotionError for a pose without a solution.
+  template <typename Target,
+            typename = std::enable_if_t<std::is_same<Target, kelvara::Pose>::value>>
+  void follow(const Target& target, double time_s) {
+    follow_pose(target, time_s);
+  }
 
   /// The tool pose at the measured joint angles.
   kelvara::Pose pose() const;
@@ -275,6 +282,7 @@ class KELVARA_EXPORT ArmController {
 
  private:
   Impl& impl() const;
+  void follow_pose(const kelvara::Pose& target, double time_s);
   KELVARA_INLINE static Eigen::VectorXd to_eigen(const std::array<double, 6>& values) {
     return Eigen::Map<const Eigen::VectorXd>(values.data(), 6);
   }

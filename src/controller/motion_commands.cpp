@@ -19,6 +19,11 @@ using kelvara::controller::MotionStarter;
 
 namespace {
 
+/// Throws for a pose that the arm cannot reach, before the arm is braked for it.
+void require_reachable(ArmController::Impl& impl, const Pose& end) {
+  impl.kinematics.solve_pose(end, impl.state.standing().state.q);
+}
+
 MotionHandle move(ArmController::Impl& impl, MotionStarter::From from,
                   const MotionStarter::MakePlan& make) {
   impl.require_running();
@@ -48,6 +53,7 @@ MotionHandle ArmController::move_joint(const std::array<double, 6>& target,
 
 MotionHandle ArmController::move_linear(const Pose& end, const MoveOptions& options) {
   const auto planner = impl().motions->planner(options);
+  require_reachable(impl(), end);
   return move(impl(), MotionStarter::From::kRest, [&](const PlanSample& start) {
     return planner.plan_linear(start.q, {end}, PlanOptions{options.duration_s});
   });
@@ -55,6 +61,7 @@ MotionHandle ArmController::move_linear(const Pose& end, const MoveOptions& opti
 
 MotionHandle ArmController::move_arc(const Pose& via, const Pose& end, const MoveOptions& options) {
   const auto planner = impl().motions->planner(options);
+  require_reachable(impl(), end);
   return move(impl(), MotionStarter::From::kRest, [&](const PlanSample& start) {
     return planner.plan_arc(start.q, via, end, PlanOptions{options.duration_s});
   });
@@ -104,7 +111,7 @@ void ArmController::follow(const std::array<double, 6>& target, double time_s) {
   impl().publish_follow(target, time_s);
 }
 
-void ArmController::follow(const Pose& target, double time_s) {
+void ArmController::follow_pose(const Pose& target, double time_s) {
   if (!std::isfinite(time_s)) {
     throw std::invalid_argument("a streamed target and its time must be finite");
   }

@@ -109,8 +109,11 @@ MotionHandle MotionStarter::move(From from, const MakePlan& make, const CheckPla
   bool started = false;
   double lead_s = kFirstLeadS;
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt, lead_s *= 2.0) {
-    const StandingCommand now = standing();
     if (stops_ != stops) {
+      return ended(MotionOutcome::kStopped);
+    }
+    const StandingCommand now = standing();
+    if (stops_ != stops) {  // a stop that came before it was read stands already
       return ended(MotionOutcome::kStopped);
     }
     MotionHandle handle;
@@ -224,7 +227,7 @@ MotionHandle MotionStarter::brake() {
 
 /// A change of the plan's speed keeps the arm's limits, or what the plan itself reaches.
 std::shared_ptr<motion::PlannedMotion> MotionStarter::to_motion(const Plan& plan) const {
-  const auto motion = std::make_shared<motion::PlannedMotion>();
+  auto motion = std::make_shared<motion::PlannedMotion>();
   motion->plan = plan;
   motion->limits = {setup_.motion.acceleration, setup_.motion.jerk};
   motion->status = std::make_shared<MotionHandle::Status>();

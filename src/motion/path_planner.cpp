@@ -33,6 +33,7 @@ PathSegment PathSegment::arc(const Pose& via, const Pose& end, double blend) {
 
 Plan MotionPlanner::plan_linear(const std::array<double, 6>& start, const std::vector<Pose>& poses,
                                 const PlanOptions& options) const {
+  motion::check_course(poses.size());
   std::vector<PathSegment> segments;
   segments.reserve(poses.size());
   for (const Pose& pose : poses) {

@@ -71,6 +71,12 @@ void check_options(const PlanOptions& options) {
   }
 }
 
+void check_course(std::size_t points) {
+  if (points == 0) {
+    refuse("there is no point to move to");
+  }
+}
+
 void check_target(const JointArray& target, const description::JointLimits& limits) {
   if (!description::all_finite(target)) {
     refuse("the target must be finite");

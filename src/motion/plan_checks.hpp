@@ -20,6 +20,8 @@ void check_start(const JointArray& start);
 void check_start(const PlanSample& start);
 /// @throws std::invalid_argument for a duration that is negative, NaN or infinite.
 void check_options(const PlanOptions& options);
+/// @throws std::invalid_argument for a course without a point.
+void check_course(std::size_t points);
 
 /// @throws std::invalid_argument for angles that are not finite, MotionError `kJointLimit` for
 ///         angles outside the limits.

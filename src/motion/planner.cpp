@@ -58,6 +58,7 @@ Plan MotionPlanner::plan_waypoints(const JointArray& start, const std::vector<Jo
   const description::JointLimits joints = motion::joint_limits_of(model_);
   motion::check_start(start);
   motion::check_options(options);
+  motion::check_course(points.size());
   for (const JointArray& point : points) {
     motion::check_target(point, joints);
   }

@@ -17,10 +17,10 @@ struct VelocityChange {
   /// @param direction +1 or -1: the frame of this change, seen from that of the profile.
   void append_to(JointProfile& profile, double direction) const;
 
-  double jerk;  // of the rise, negative for a change downwards
-  double rise_s;
-  double hold_s;
-  double fall_s;
+  double jerk = 0.0;  // of the rise, negative for a change downwards
+  double rise_s = 0.0;
+  double hold_s = 0.0;
+  double fall_s = 0.0;
 };
 
 }  // namespace kelvara::motion

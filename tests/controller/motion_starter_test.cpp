@@ -111,6 +111,60 @@ TEST(MotionStarter, BrakesAnyOtherCommandWithoutAStep) {
   }
 }
 
+// ---- Stops ----------------------------------------------------------------
+
+TEST(MotionStarter, LetsNoMoveThatIsBeingPlannedOutliveAStop) {
+  ClosedLoop loop(MIT_MODE);
+  go(loop, kReady);
+  const MotionPlanner planner = loop.impl->motions->planner({1.0, 0.0});
+  const MotionHandle motion = loop.impl->motions->move(
+      kelvara::controller::MotionStarter::From::kMotion,
+      [&](const kelvara::PlanSample& start) {
+        loop.impl->motions->stop();  // as another thread may
+        return planner.plan_joint(start, JointArray{});
+      },
+      [](const Plan&) {});
+  EXPECT_EQ(motion.wait_for(0.0), MotionOutcome::kStopped);
+  loop.run(100);
+  EXPECT_EQ(loop.impl->arm_state().q_command, kReady);
+}
+
+TEST(MotionStarter, StopsATimedMoveShortOfItsTarget) {
+  ClosedLoop loop(MIT_MODE);
+  go(loop, kReady);
+  loop.move({0.5, 0.8, -0.9, 0.3, 0.4, 0.2}, 0.4);
+  loop.run(80);
+  ASSERT_GT(loop.impl->arm_state().dq_command[0], 2.0);
+  finish(loop, loop.impl->motions->stop());
+  EXPECT_GT(loop.impl->arm_state().q_command[0], 0.25);
+  EXPECT_LE(loop.impl->arm_state().q_command[0], 0.5);
+}
+
+TEST(MotionStarter, EndsWhatNobodyWouldExecute) {
+  ClosedLoop loop(MIT_MODE);
+  go(loop, kReady);
+  const MotionPlanner planner = loop.impl->motions->planner({1.0, 0.0});
+  const Plan plan = planner.plan_joint(loop.impl->arm_state().q_command, JointArray{});
+  loop.impl->flags.emergency_stop_flag = true;
+  loop.impl->cycle->run_cycle(loop.now);
+  EXPECT_EQ(loop.impl->motions->execute(plan).wait_for(0.0), MotionOutcome::kFault);
+}
+
+TEST(MotionStarter, RepeatsTheCommandOfAPlanWhileCyclesCatchUp) {
+  ClosedLoop loop(MIT_MODE);
+  go(loop, kReady);
+  move_joint(loop, JointArray{});
+  loop.run(60);
+  const JointArray before = loop.impl->arm_state().q_command;
+  for (int k = 1; k <= 5; ++k) {
+    loop.impl->cycle->run_cycle(loop.now - ClosedLoop::kPeriod +
+                                std::chrono::microseconds(100 * k));
+  }
+  EXPECT_EQ(loop.impl->arm_state().q_command, before);
+  loop.run(1);
+  EXPECT_NE(loop.impl->arm_state().q_command, before);
+}
+
 // ---- Outcomes and refusals ------------------------------------------------
 
 TEST(MotionStarter, TellsHowAMotionHasEnded) {
@@ -169,6 +223,11 @@ TEST(MotionStarter, RefusesPlansThatDoNotStartWhereTheCommandStands) {
   jump[0].q = jump[1].q = loop.impl->arm_state().q_command;
   jump[1].q[4] += 0.01;
   const Plan by_hand(jump, Plan::kSamplePeriodS, {});
+  std::vector<kelvara::PlanSample> half = planner.plan_joint(jump[0].q, kReady).samples();
+  half.resize(half.size() / 2);
+  const Plan truncated(half, Plan::kSamplePeriodS * static_cast<double>(half.size() - 1), {});
+  EXPECT_GT(refused_joint(Code::kLimitExceeded, [&] { loop.impl->motions->execute(truncated); }),
+            0);
   EXPECT_EQ(refused_joint(Code::kLimitExceeded, [&] { loop.impl->motions->execute(by_hand); }), 5);
   loop.impl->publish_gravity_comp_command();
   loop.cycle(1);

@@ -153,4 +153,28 @@ TEST(PlannedMotion, FollowsAStreamWithJitterAndBrakesWhenItStops) {
   EXPECT_EQ(loop.impl->arm_state().dq_command, JointArray{}) << "the stream has stopped";
 }
 
+/// Targets that run at 1 rad/s to the limit of joint 1.
+TEST(PlannedMotion, FollowsAStreamNoFartherThanTheJointLimits) {
+  ClosedLoop loop(MIT_MODE);
+  JointArray target = kReady;
+  target[0] = 2.2;
+  go(loop, target);
+  const double limit = loop.impl->kinematics.joint_upper()[0];
+  double farthest = 0.0;
+  for (int k = 0; k < 600; ++k) {
+    if (k % 4 == 0) {
+      target[0] = std::min(2.2 + k * kPeriodS, limit);
+      kelvara::motion::Follow stream;
+      stream.velocity = loop.impl->setup.motion.velocity;
+      stream.limits = {loop.impl->setup.motion.acceleration, loop.impl->setup.motion.jerk};
+      const double now_s = std::chrono::duration<double>(loop.now.time_since_epoch()).count();
+      loop.impl->slot.follow(stream, {k * kPeriodS, now_s, target});
+    }
+    loop.run(1);
+    farthest = std::max(farthest, loop.impl->arm_state().q_command[0]);
+  }
+  EXPECT_LE(farthest, limit + 1e-9);
+  EXPECT_GT(farthest, limit - 0.01);
+}
+
 }  // namespace
