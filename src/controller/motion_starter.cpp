@@ -105,15 +105,15 @@ StandingCommand MotionStarter::standing() const {
 }
 
 MotionHandle MotionStarter::move(From from, const MakePlan& make, const CheckPlan& check) {
-  const std::uint64_t stops = stops_;
+  const auto is_stopped = [this, before = stops_.load()] { return stops_ != before; };
   bool started = false;
   double lead_s = kFirstLeadS;
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt, lead_s *= 2.0) {
-    if (stops_ != stops) {
+    if (is_stopped()) {
       return ended(MotionOutcome::kStopped);
     }
     const StandingCommand now = standing();
-    if (stops_ != stops) {  // a stop that came before it was read stands already
+    if (is_stopped()) {  // before the command was read, which stands still now
       return ended(MotionOutcome::kStopped);
     }
     MotionHandle handle;

@@ -107,7 +107,8 @@ void ViaSpline::solve(const Course& course, std::size_t joint) {
         (left.rates(kEnd, kEnd) + right.rates(kBegin, kBegin) - before * coupling[i - 1]).inverse();
     const double from_left = nodes_[i].q[joint] - nodes_[i - 1].q[joint];
     const double to_right = nodes_[i + 1].q[joint] - nodes_[i].q[joint];
-    rates[i] = pivot * (Pair{} - left.by_distance(kEnd, from_left) -
+    const Pair zero;
+    rates[i] = pivot * (zero - left.by_distance(kEnd, from_left) -
                         right.by_distance(kBegin, to_right) - before * rates[i - 1]);
     coupling[i] = pivot * right.rates(kBegin, kEnd);
   }
