@@ -61,6 +61,8 @@ struct NothingIsAllowed : kelvara::PlanCheck {
 
 TEST_F(MotionCommands, AreCheckedAgainstTheEnvironmentBeforeAnythingMoves) {
   arm->set_environment(std::make_shared<NothingIsAllowed>());
+  ASSERT_EQ(arm->stop().wait_for(20.0),
+            MotionOutcome::kDone);  // the first cycle has begun the hold
   const auto before = arm->state().q_command;
   EXPECT_THROW(arm->move_joint(kReady), kelvara::MotionError);
   EXPECT_THROW(arm->execute(arm->planner().plan_joint(before, kReady)), kelvara::MotionError);
