@@ -38,6 +38,8 @@ struct Acceleration {
         hold_s(time_s - rise_s),
         peak(start.after(rise_s, limits.jerk).after(hold_s, 0.0)),
         stop(peak, 0.0, limits),
+        // The constructor of `stop`, in another file, sets its members.
+        // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.UninitializedObject)
         distance(peak.q + stop.distance(peak)) {}
 
   /// How the distance grows with the time, rad/s. At the peak a velocity more adds the last factor
