@@ -85,9 +85,7 @@ MotionHandle ArmController::execute(const Plan& plan) {
 
 MotionHandle ArmController::stop() {
   if (!impl().is_running()) {
-    const auto status = std::make_shared<MotionHandle::Status>();
-    status->end(kelvara::MotionOutcome::kFault);
-    return MotionHandle(status);
+    return kelvara::controller::ended_motion(kelvara::MotionOutcome::kFault);
   }
   return impl().motions->stop();
 }

@@ -58,12 +58,6 @@ void require_smooth(const Plan& plan, std::size_t k) {
 
 void raise(double& peak, double value) { peak = std::max(peak, std::abs(value)); }
 
-MotionHandle ended(MotionOutcome outcome) {
-  const auto status = std::make_shared<MotionHandle::Status>();
-  status->end(outcome);
-  return MotionHandle(status);
-}
-
 /// Another thread's commands come faster than this one can plan.
 [[noreturn]] void refuse_overtaken() {
   throw MotionError(MotionErrorCode::kStartMismatch,
@@ -71,6 +65,12 @@ MotionHandle ended(MotionOutcome outcome) {
 }
 
 }  // namespace
+
+MotionHandle ended_motion(MotionOutcome outcome) {
+  const auto status = std::make_shared<MotionHandle::Status>();
+  status->end(outcome);
+  return MotionHandle(status);
+}
 
 MotionLimits MotionStarter::limits(double speed) const {
   if (!(speed >= 0.0 && speed <= 1.0)) {
@@ -110,11 +110,11 @@ MotionHandle MotionStarter::move(From from, const MakePlan& make, const CheckPla
   double lead_s = kFirstLeadS;
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt, lead_s *= 2.0) {
     if (is_stopped()) {
-      return ended(MotionOutcome::kStopped);
+      return ended_motion(MotionOutcome::kStopped);
     }
     const StandingCommand now = standing();
     if (is_stopped()) {  // before the command was read, which stands still now
-      return ended(MotionOutcome::kStopped);
+      return ended_motion(MotionOutcome::kStopped);
     }
     MotionHandle handle;
     if (!now.moving && !now.torque_only && !slot_.follows_stream()) {

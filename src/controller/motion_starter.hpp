@@ -13,6 +13,9 @@
 
 namespace kelvara::controller {
 
+/// The handle of a motion that has ended before it began.
+MotionHandle ended_motion(MotionOutcome outcome);
+
 /// Starts plans from where the command stands. Any thread; all planning happens on the caller's.
 class MotionStarter {
  public:

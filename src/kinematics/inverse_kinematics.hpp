@@ -29,9 +29,9 @@ class InverseKinematics {
   PoseSolutions solutions(const Frame& target) const;
   PoseSolutions solutions(const Frame& target, const JointArray& hint) const;
   /// Returns the solution within the limits whose joint angles are nearest to `near`: the sum of
-  /// the squared differences is least, full turns taken into account. Nothing when there is none.
+  /// the squared differences is least, full turns taken into account; std::nullopt without one.
   std::optional<JointArray> nearest(const Frame& target, const JointArray& near) const;
-  /// Does the same, but explains why there is none.
+  /// Does the same, and throws without a solution.
   /// @throws MotionError kOutOfReach, or kJointLimit with the joint.
   JointArray solve(const Frame& target, const JointArray& near) const;
 
