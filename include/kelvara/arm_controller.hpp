@@ -192,11 +192,14 @@ class KELVARA_EXPORT ArmController {
                                   const kelvara::MoveOptions& options = {});
   /// Starts a plan that was made before. It must begin at rest within 1 mrad of where the command
   /// stands, `state().q_command`, end at rest, keep the joint limits and the speed ceiling, and not
-  /// jump; the arm must hold. Accelerations and torques are not limited: see its report.
+  /// jump; the arm must hold. A plan made with wider limits than the arm's is executed as long as
+  /// the torques that it needs stay inside theirs and never step by more than 2 N·m.
   kelvara::MotionHandle execute(const kelvara::Plan& plan);
   /// Brakes within the limits of acceleration and jerk, then holds: a plan on its path, any other
-  /// motion and a floating arm joint by joint. The handle is done when the arm is at rest. Does
-  /// nothing after a fault, which has stopped the arm already; the handle's outcome is `kFault`.
+  /// motion and a floating arm joint by joint. The handle is done when the arm is at rest. A stream
+  /// that goes on is ignored until it has paused for 0.5 s; every other call moves the arm again.
+  /// Does nothing after a fault, which has stopped the arm already; the handle's outcome is
+  /// `kFault`.
   kelvara::MotionHandle stop();
 
   /// Slows plans down, smoothly: 0 pauses them, 1 is their own speed. Stays until the next call,

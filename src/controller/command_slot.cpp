@@ -12,6 +12,9 @@ using motion::PlannedMove;
 
 namespace {
 
+// Targets that come at shorter intervals belong to one stream.
+constexpr double kStreamPauseS = 0.5;
+
 /// What of a command is freed on the threads that publish; null for a command without.
 std::shared_ptr<const void> plan_of(const motion::Command& command) {
   if (const auto* const move = std::get_if<motion::WaypointMove>(&command)) {
@@ -35,11 +38,12 @@ bool has_begun(const motion::Command& command) {
          (planned != nullptr && planned->started) || (stop != nullptr && stop->started);
 }
 
-/// Ends what waits for a command. A stop that has brought the arm to rest is done.
+/// Ends what waits for a command. A plan that was braked ends as the brake has it, and a stop that
+/// has brought the arm to rest is done.
 void end(const motion::Command& command, MotionOutcome outcome) {
   const MotionOutcome of_stop = outcome == MotionOutcome::kStopped ? MotionOutcome::kDone : outcome;
   if (const auto* const move = std::get_if<PlannedMove>(&command)) {
-    move->motion->status->end(outcome);
+    move->motion->status->end(outcome == MotionOutcome::kStopped ? move->stop_outcome : outcome);
     if (move->stop_status) {
       move->stop_status->end(of_stop);
     }
@@ -51,6 +55,9 @@ void end(const motion::Command& command, MotionOutcome outcome) {
 /// Where a motion that the application has begun ends; nothing for other kinds.
 std::optional<JointArray> target_of(const motion::Command& command) {
   if (const auto* const move = std::get_if<motion::TimedMove>(&command)) {
+    return move->target_q;
+  }
+  if (const auto* const move = std::get_if<motion::WaypointMove>(&command)) {
     return move->target_q;
   }
   if (const auto* const target = std::get_if<motion::JointTarget>(&command)) {
@@ -113,11 +120,12 @@ bool CommandSlot::publish_at(std::uint64_t number, double time_s, PlannedMove ne
   return true;
 }
 
-MotionStatus CommandSlot::stop(motion::StopMove stop) {
+MotionStatus CommandSlot::stop(motion::StopMove stop, MotionOutcome outcome) {
   MotionStatus status = stop.status;
   motion::Command command(std::move(stop));
   Plans unused;
   const MutexLock lock(command_mutex);
+  is_stream_stopped_ = is_stream_stopped_ || outcome == MotionOutcome::kStopped;
   if (const auto* const current = std::get_if<motion::StopMove>(&command_)) {
     return current->status;
   }
@@ -125,12 +133,15 @@ MotionStatus CommandSlot::stop(motion::StopMove stop) {
   if (current == nullptr || !current->started) {
     std::get<motion::StopMove>(command).target = target_of(command_);
     unused = take_unused();
-    replace(command, MotionOutcome::kStopped);
+    replace(command, outcome);
     return status;
   }
-  drop_successor(MotionOutcome::kStopped);
+  drop_successor(outcome);
   if (!current->stop_status) {
     current->stop_status = status;
+    current->stop_outcome = outcome;
+  } else if (outcome == MotionOutcome::kStopped) {
+    current->stop_outcome = outcome;
   }
   return current->stop_status;
 }
@@ -139,6 +150,11 @@ void CommandSlot::follow(const motion::Follow& stream, const motion::StampedTarg
   motion::Command command(stream);
   Plans unused;
   const MutexLock lock(command_mutex);
+  is_stream_stopped_ = is_stream_stopped_ && target.received_s - last_target_s_ < kStreamPauseS;
+  last_target_s_ = target.received_s;
+  if (is_stream_stopped_) {
+    return;
+  }
   if (auto* const current = std::get_if<motion::Follow>(&command_)) {
     current->append(target);
     return;

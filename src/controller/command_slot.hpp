@@ -52,9 +52,11 @@ class CommandSlot {
   bool publish_at(std::uint64_t number, double time_s, motion::PlannedMove next)
       KELVARA_EXCLUDES(command_mutex);
   /// Lets a plan brake on its path; replaces any other command by `stop`, unless it is one.
+  /// @param outcome How the motion that is braked ends; `kStopped` stops a stream as well.
   /// @return the status that ends when the arm is at rest.
-  MotionStatus stop(motion::StopMove stop) KELVARA_EXCLUDES(command_mutex);
-  /// Adds a target to the stream; replaces any other command by `stream` with that target.
+  MotionStatus stop(motion::StopMove stop, MotionOutcome outcome) KELVARA_EXCLUDES(command_mutex);
+  /// Adds a target to the stream; replaces any other command by `stream` with that target. Ignores
+  /// the targets of a stream that was stopped and goes on.
   void follow(const motion::Follow& stream, const motion::StampedTarget& target)
       KELVARA_EXCLUDES(command_mutex);
   /// Whether the command follows a stream.
@@ -105,6 +107,9 @@ class CommandSlot {
   std::optional<MotionOutcome> abandoned_ KELVARA_GUARDED_BY(command_mutex);
   std::optional<Successor> successor_ KELVARA_GUARDED_BY(command_mutex);
   motion::PlanClock clock_ KELVARA_GUARDED_BY(command_mutex);  // as of the last snapshot
+  bool is_stream_stopped_ KELVARA_GUARDED_BY(command_mutex) = false;
+  /// When the last target of a stream came, on the controller's clock.
+  double last_target_s_ KELVARA_GUARDED_BY(command_mutex) = -1e9;
   /// Plans that have left the slot. Four would be enough: a publish leaves two at most (a plan,
   /// which the cycle in progress uses, and its successor), and only one plan and its successor can
   /// end or be overridden before the next publish.

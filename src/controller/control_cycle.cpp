@@ -96,7 +96,8 @@ void ControlCycle::command_arm(TimePoint now) {
   }
   last_number_ = snapshot.number;
   gripper_ = snapshot.gripper;
-  record_ = compute_cycle(snapshot.command, instant, parts_.setup, parts_.kinematics);
+  record_ = compute_cycle(snapshot.command, instant, parts_.setup, parts_.kinematics,
+                          started_ ? &record_ : nullptr);
   const std::uint64_t refused = parts_.hardware.get_socket().refused_frames();
   sender_.send(record_);
   if (parts_.hardware.get_socket().refused_frames() != refused) {

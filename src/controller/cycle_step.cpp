@@ -15,6 +15,7 @@ using description::clamp;
 using motion::SetPoint;
 
 constexpr double kClipTolerance = 1e-9;  // N·m
+constexpr int kFadeCycles = 40;          // in which a step of the torque fades out
 
 void add_model_torque(CycleRecord& record, const ControllerSetup& setup,
                       const RobotKinematics& kinematics) {
@@ -32,6 +33,23 @@ void add_model_torque(CycleRecord& record, const ControllerSetup& setup,
     const double torque = record.model_torque[i];
     record.torque[i] = clamp(torque, -limits[i], limits[i]);
     record.clipped += std::abs(record.torque[i] - torque) > kClipTolerance ? 1 : 0;
+  }
+}
+
+/// Adds what is left of a step of the torque.
+void fade_step(CycleRecord& record, const CycleRecord& before, const JointArray& limits) {
+  const SetPoint& point = record.set_point;
+  if (point.smooth_torque && point.full_dynamics != before.set_point.full_dynamics) {
+    std::transform(before.torque.begin(), before.torque.end(), record.torque.begin(),
+                   record.fade.step.begin(), std::minus<>());
+    record.fade.cycles_left = kFadeCycles;
+  } else if (!point.torque_only && before.fade.cycles_left > 0) {
+    record.fade = {before.fade.step, before.fade.cycles_left - 1};
+  }
+  const double s = static_cast<double>(record.fade.cycles_left) / kFadeCycles;
+  const double part = s * s * (3.0 - 2.0 * s);
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    record.torque[i] = clamp(record.torque[i] + part * record.fade.step[i], -limits[i], limits[i]);
   }
 }
 
@@ -84,7 +102,8 @@ PosVelCommands to_pos_vel(const SetPoint& point, const ControllerSetup& setup) {
 }  // namespace
 
 CycleRecord compute_cycle(const motion::Command& command, const motion::Instant& instant,
-                          const ControllerSetup& setup, const RobotKinematics& kinematics) {
+                          const ControllerSetup& setup, const RobotKinematics& kinematics,
+                          const CycleRecord* before) {
   CycleRecord record;
   record.time = instant.now;
   record.measured = instant.measured;
@@ -94,6 +113,9 @@ CycleRecord compute_cycle(const motion::Command& command, const motion::Instant&
   } else {
     record.set_point = evaluate(command, instant, setup.limits, motion::Approach::kReference);
     add_model_torque(record, setup, kinematics);
+    if (before != nullptr) {
+      fade_step(record, *before, setup.mit.gravity_tau_limits);
+    }
     record.sent = to_mit(record, setup);
   }
   return record;

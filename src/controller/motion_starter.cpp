@@ -7,9 +7,8 @@
 #include <thread>
 #include <utility>
 
+#include "controller/plan_requirements.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
-
-#include "description/classic_stream.hpp"
 
 namespace kelvara::controller {
 namespace {
@@ -23,39 +22,6 @@ constexpr double kBrakingPatienceS = 5.0;
 // Planning must be over by then.
 constexpr double kFirstLeadS = 0.02;
 constexpr int kMaxAttempts = 6;
-// A plan that starts nearer to the command needs no transition, rad.
-constexpr double kSamePlace = 1e-6;
-// What counts as rest at the end of a plan.
-constexpr double kAtRestRadPerS = 1e-6;
-constexpr double kAtRestRadPerS2 = 0.1;
-// Of the joints' velocity limits: what rounding may exceed.
-constexpr double kRounding = 1.0 + 1e-6;
-
-[[noreturn]] void refuse(MotionErrorCode code, const std::string& text, std::size_t joint,
-                         double time_s = 0.0) {
-  throw MotionError(code, text, static_cast<int>(joint) + 1, time_s);
-}
-
-/// A plan made by hand may jump: its velocities must be those of its positions.
-void require_smooth(const Plan& plan, std::size_t k) {
-  constexpr double kPositionTolerance = 1e-4;  // rad
-  constexpr double kVelocityTolerance = 0.05;  // rad/s
-  const PlanSample& from = plan.samples()[k - 1];
-  const PlanSample& to = plan.samples()[k];
-  const double h = plan.sample_time_s(k) - plan.sample_time_s(k - 1);
-  for (std::size_t i = 0; i < kJointCount; ++i) {
-    const double way = h * (0.5 * (from.dq[i] + to.dq[i]) - h * (to.ddq[i] - from.ddq[i]) / 12.0);
-    const double change = 0.5 * h * (from.ddq[i] + to.ddq[i]);
-    if (!(std::abs(to.q[i] - from.q[i] - way) <= kPositionTolerance &&
-          std::abs(to.dq[i] - from.dq[i] - change) <= kVelocityTolerance)) {
-      refuse(MotionErrorCode::kLimitExceeded,
-             "the plan's positions, velocities and accelerations of joint " +
-                 std::to_string(i + 1) + " do not belong together",
-             i, plan.sample_time_s(k));
-    }
-  }
-}
-
 void raise(double& peak, double value) { peak = std::max(peak, std::abs(value)); }
 
 /// Another thread's commands come faster than this one can plan.
@@ -122,7 +88,7 @@ MotionHandle MotionStarter::move(From from, const MakePlan& make, const CheckPla
     } else if (from == From::kMotion && slot_.plan_of(now.number)) {
       handle = start_in_motion(now, lead_s, make, check, started);
     } else {
-      brake().wait_for(kBrakingPatienceS);
+      brake(MotionOutcome::kReplaced).wait_for(kBrakingPatienceS);
     }
     if (started) {
       return handle;
@@ -135,9 +101,9 @@ MotionHandle MotionStarter::start_at_rest(const StandingCommand& standing, const
                                           const CheckPlan& check, bool& started) {
   PlanSample start;
   start.q = standing.state.q;
-  const Plan plan = make(start);
+  Plan plan = make(start);
   check(plan);
-  const auto motion = to_motion(plan);
+  const auto motion = to_motion(std::move(plan));
   started = slot_.publish_instead(standing.number, motion::PlannedMove{.motion = motion});
   return MotionHandle(motion->status);
 }
@@ -153,20 +119,21 @@ MotionHandle MotionStarter::start_in_motion(const StandingCommand& standing, dou
   const double time_s = std::max(standing.clock.time_s + lead_s, soonest_s);
   if (time_s >= current->plan.duration_s()) {
     if (standing.clock.rate == 0.0) {
-      brake().wait_for(kBrakingPatienceS);  // it is paused just before its end
+      brake(MotionOutcome::kReplaced)
+          .wait_for(kBrakingPatienceS);  // it is paused just before its end
     } else {
       MotionHandle(current->status).wait_for(lead_s);
     }
     return {};
   }
   const PlanSample start = current->plan.at(time_s);
-  const Plan plan = make(start);
+  Plan plan = make(start);
   if (!can_continue(start) || !keeps_limits(plan)) {
-    brake().wait_for(kBrakingPatienceS);
+    brake(MotionOutcome::kReplaced).wait_for(kBrakingPatienceS);
     return {};
   }
   check(plan);
-  const auto motion = to_motion(plan);
+  const auto motion = to_motion(std::move(plan));
   started = slot_.publish_at(standing.number, time_s, {.motion = motion});
   return MotionHandle(motion->status);
 }
@@ -175,33 +142,15 @@ MotionHandle MotionStarter::execute(const Plan& plan) {
   if (plan.empty()) {
     throw std::invalid_argument("a plan without samples cannot be executed");
   }
-  require_limits(plan);
+  require_limits(plan, setup_.limits);
+  require_torque(plan, setup_, kinematics_);
   const StandingCommand now = standing();
   if (now.moving || now.torque_only || slot_.follows_stream()) {
     throw MotionError(MotionErrorCode::kStartMismatch,
                       now.torque_only ? "the arm floats: stop() it before a plan is executed"
                                       : "the arm moves: a plan starts from rest");
   }
-  bool has_offset = false;
-  const PlanSample& start = plan.samples().front();
-  const PlanSample& end = plan.samples().back();
-  for (std::size_t i = 0; i < kJointCount; ++i) {
-    if (std::abs(end.dq[i]) > kAtRestRadPerS || std::abs(end.ddq[i]) > kAtRestRadPerS2) {
-      refuse(MotionErrorCode::kLimitExceeded,
-             "the plan ends while joint " + std::to_string(i + 1) + " still moves", i,
-             plan.duration_s());
-    }
-    const double offset = start.q[i] - now.state.q[i];
-    const bool beside = std::abs(offset) > kSamePlace;
-    has_offset = has_offset || beside;
-    if (!(std::abs(offset) <= motion::kStartTolerance) || std::abs(start.dq[i]) > 1e-6 ||
-        (beside && plan.duration_s() < motion::kFadeS)) {
-      description::ClassicStream text;
-      text << "the plan starts " << offset << " rad from where the command of joint " << i + 1
-           << " stands, at " << start.dq[i] << " rad/s";
-      refuse(MotionErrorCode::kStartMismatch, text.str(), i);
-    }
-  }
+  const bool has_offset = require_rest(plan, now.state.q);
   const auto motion = to_motion(plan);
   motion->has_offset = has_offset;
   if (!slot_.publish_instead(now.number, motion::PlannedMove{.motion = motion})) {
@@ -213,25 +162,25 @@ MotionHandle MotionStarter::execute(const Plan& plan) {
 MotionHandle MotionStarter::stop() {
   // Before and after, so that no move that is being planned misses it.
   ++stops_;
-  MotionHandle handle = brake();
+  MotionHandle handle = brake(MotionOutcome::kStopped);
   ++stops_;
   return handle;
 }
 
-MotionHandle MotionStarter::brake() {
+MotionHandle MotionStarter::brake(MotionOutcome outcome) {
   motion::StopMove stop{.limits = {setup_.motion.acceleration, setup_.motion.jerk},
                         .range = setup_.limits.joints,
                         .status = std::make_shared<MotionHandle::Status>()};
-  return MotionHandle(slot_.stop(std::move(stop)));
+  return MotionHandle(slot_.stop(std::move(stop), outcome));
 }
 
 /// A change of the plan's speed keeps the arm's limits, or what the plan itself reaches.
-std::shared_ptr<motion::PlannedMotion> MotionStarter::to_motion(const Plan& plan) const {
+std::shared_ptr<motion::PlannedMotion> MotionStarter::to_motion(Plan plan) const {
   auto motion = std::make_shared<motion::PlannedMotion>();
-  motion->plan = plan;
+  motion->plan = std::move(plan);
   motion->limits = {setup_.motion.acceleration, setup_.motion.jerk};
   motion->status = std::make_shared<MotionHandle::Status>();
-  const std::vector<PlanSample>& samples = plan.samples();
+  const std::vector<PlanSample>& samples = motion->plan.samples();
   for (std::size_t k = 0; k < samples.size(); ++k) {
     for (std::size_t i = 0; i < kJointCount; ++i) {
       const double before = samples[k > 0 ? k - 1 : 0].ddq[i];
@@ -257,33 +206,10 @@ bool MotionStarter::can_continue(const PlanSample& state) const {
 
 bool MotionStarter::keeps_limits(const Plan& plan) const {
   try {
-    require_limits(plan);
+    require_limits(plan, setup_.limits);
     return true;
   } catch (const MotionError&) {
     return false;
-  }
-}
-
-void MotionStarter::require_limits(const Plan& plan) const {
-  const description::JointLimits& range = setup_.limits.joints;
-  const PlanSample& start = plan.samples().front();
-  for (std::size_t k = 0; k < plan.samples().size(); ++k) {
-    const PlanSample& sample = plan.samples()[k];
-    if (k > 0) {
-      require_smooth(plan, k);
-    }
-    for (std::size_t i = 0; i < kJointCount; ++i) {
-      if (range.clamp_from(i, start.q[i], sample.q[i]) != sample.q[i]) {
-        refuse(MotionErrorCode::kJointLimit,
-               "the plan takes joint " + std::to_string(i + 1) + " beyond its limits", i,
-               plan.sample_time_s(k));
-      }
-      if (std::abs(sample.dq[i]) > setup_.limits.velocity[i] * kRounding) {
-        refuse(MotionErrorCode::kLimitExceeded,
-               "the plan moves joint " + std::to_string(i + 1) + " above the speed ceiling", i,
-               plan.sample_time_s(k));
-      }
-    }
   }
 }
 

@@ -55,11 +55,10 @@ class MotionStarter {
                              const CheckPlan& check, bool& started);
   MotionHandle start_in_motion(const StandingCommand& standing, double lead_s, const MakePlan& make,
                                const CheckPlan& check, bool& started);
-  MotionHandle brake();
+  MotionHandle brake(MotionOutcome outcome);
   bool can_continue(const PlanSample& state) const;
   bool keeps_limits(const Plan& plan) const;
-  std::shared_ptr<motion::PlannedMotion> to_motion(const Plan& plan) const;
-  void require_limits(const Plan& plan) const;
+  std::shared_ptr<motion::PlannedMotion> to_motion(Plan plan) const;
 
   const ControllerSetup& setup_;
   const RobotKinematics& kinematics_;

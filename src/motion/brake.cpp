@@ -45,6 +45,7 @@ SetPoint Brake::evaluate(const Instant& instant, const SetPointLimits& limits,
   point.progress = point.moving ? 0.0 : 1.0;
   point.model_q = point.q;
   point.model_dq = point.dq;
+  point.smooth_torque = true;
   if (!point.moving) {
     point.dq = JointArray{};
     point.end = point.q;

@@ -24,6 +24,8 @@ struct PlannedMove {
   std::shared_ptr<const PlannedMotion> motion;
   /// Set once it brakes on the path, to end where it comes to rest.
   std::shared_ptr<MotionHandle::Status> stop_status = {};
+  /// How it ends then.
+  MotionOutcome stop_outcome = MotionOutcome::kStopped;
   // Set by the first cycle:
   bool started = false;
   JointArray offset{};  // rad, from the plan's start to where the command stood; fades out

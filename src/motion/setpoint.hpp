@@ -55,6 +55,7 @@ struct SetPoint {
   JointArray model_ddq{};
   bool torque_only = false;    // no position control: the arm floats
   bool full_dynamics = false;  // friction and the rotors' inertia count, too
+  bool smooth_torque = false;  // a step to another kind of feed-forward fades out
   bool moving = false;         // under way to a target
   double progress = 1.0;       // of the motion, 0 to 1
   /// The reference for the next cycle. A joint target keeps one, and the end of a move hands its
@@ -76,6 +77,7 @@ inline void set_state(SetPoint& point, const PlanSample& state, const SetPointLi
   point.model_ddq = state.ddq;
   point.velocity_limit = limits.velocity;
   point.full_dynamics = true;
+  point.smooth_torque = true;
   point.reference = {true, state.q, state.dq};
 }
 

@@ -3,6 +3,7 @@
 
 #include "controller/motion_starter.hpp"
 
+#include <future>
 #include <random>
 #include <vector>
 
@@ -32,6 +33,15 @@ JointArray near(std::mt19937& random, const JointArray& q, double reach) {
     angle += share(random);
   }
   return target;
+}
+
+/// As a line does: brakes an arm that moves, and blocks meanwhile.
+MotionHandle move_from_rest(ClosedLoop& loop, const JointArray& target) {
+  const MotionPlanner planner = loop.impl->motions->planner({0.5, 0.0});
+  return loop.impl->motions->move(
+      kelvara::controller::MotionStarter::From::kRest,
+      [&](const kelvara::PlanSample& start) { return planner.plan_joint(start, target); },
+      [](const Plan&) {});
 }
 
 // ---- Smoothness -----------------------------------------------------------
@@ -105,10 +115,23 @@ TEST(MotionStarter, BrakesAnyOtherCommandWithoutAStep) {
     const MotionHandle stop = loop.impl->motions->stop();
     finish(loop, stop, watch);
     EXPECT_EQ(stop.wait_for(0.0), MotionOutcome::kDone);
+    EXPECT_LE(watch.largest_torque_step(), 2.0);
     EXPECT_LE(watch.farthest_step(), (floats ? 3.0 : 1.2 * std::max(speed, 1.0)) * kPeriodS);
     loop.run(100);
     EXPECT_EQ(loop.impl->arm_state().dq_command, JointArray{});
   }
+}
+
+TEST(MotionStarter, KeepsTheTorqueSmoothWhereAFaultBrakesAPlan) {
+  ClosedLoop loop(kelvara::ArmOptions{}, kReady);
+  loop.run(4);
+  const MotionHandle motion = move_joint(loop, JointArray{});
+  loop.run(120);
+  loop.hardware.arm().motor(5).raise_error(0xD);
+  SmoothnessWatch watch(loop);
+  loop.run(200, watch);
+  EXPECT_EQ(motion.wait_for(0.0), MotionOutcome::kFault);
+  EXPECT_LE(watch.largest_torque_step(), 2.0);
 }
 
 // ---- Stops ----------------------------------------------------------------
@@ -165,6 +188,38 @@ TEST(MotionStarter, RepeatsTheCommandOfAPlanWhileCyclesCatchUp) {
   EXPECT_NE(loop.impl->arm_state().q_command, before);
 }
 
+/// Targets at 50 Hz that go on after the stop, as another thread's do.
+TEST(MotionStarter, StopsAStreamThatGoesOnUntilItPauses) {
+  ClosedLoop loop(MIT_MODE);
+  go(loop, kReady);
+  const auto stream = [&](int cycles, double from_s) {
+    for (int k = 0; k < cycles; ++k) {
+      if (k % 8 == 0) {
+        const double time_s = from_s + k * kPeriodS;
+        JointArray target = kReady;
+        target[0] += 0.3 * time_s;
+        kelvara::motion::Follow follow;
+        follow.velocity = loop.impl->setup.motion.velocity;
+        follow.limits = {loop.impl->setup.motion.acceleration, loop.impl->setup.motion.jerk};
+        const double now_s = std::chrono::duration<double>(loop.now.time_since_epoch()).count();
+        loop.impl->slot.follow(follow, {time_s, now_s, target});
+      }
+      loop.run(1);
+    }
+  };
+  stream(200, 0.0);
+  const MotionHandle stop = loop.impl->motions->stop();
+  stream(400, 0.5);
+  EXPECT_EQ(stop.wait_for(0.0), MotionOutcome::kDone);
+  const JointArray rest = loop.impl->arm_state().q_command;
+  EXPECT_GT(rest[0], kReady[0] + 0.05);
+  stream(400, 1.5);
+  EXPECT_EQ(loop.impl->arm_state().q_command, rest);
+  loop.run(240);
+  stream(200, 2.0);
+  EXPECT_GT(loop.impl->arm_state().q_command[0], rest[0] + 0.1) << "a new stream";
+}
+
 // ---- Outcomes and refusals ------------------------------------------------
 
 TEST(MotionStarter, TellsHowAMotionHasEnded) {
@@ -182,7 +237,14 @@ TEST(MotionStarter, TellsHowAMotionHasEnded) {
   finish(loop, stop);
   EXPECT_EQ(stopped.wait_for(0.0), MotionOutcome::kStopped);
   EXPECT_LT(stopped.progress(), 1.0);
-  const MotionHandle faulty = move_joint(loop, away);
+  const MotionHandle braked = move_joint(loop, away);
+  loop.run(40);
+  auto line = std::async(std::launch::async, [&] { return move_from_rest(loop, away); });
+  while (line.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+    loop.run(1);
+  }
+  const MotionHandle faulty = line.get();
+  EXPECT_EQ(braked.wait_for(0.0), MotionOutcome::kReplaced);
   loop.run(10);
   loop.impl->flags.emergency_stop_flag = true;
   loop.impl->cycle->run_cycle(loop.now);
@@ -229,6 +291,11 @@ TEST(MotionStarter, RefusesPlansThatDoNotStartWhereTheCommandStands) {
   EXPECT_GT(refused_joint(Code::kLimitExceeded, [&] { loop.impl->motions->execute(truncated); }),
             0);
   EXPECT_EQ(refused_joint(Code::kLimitExceeded, [&] { loop.impl->motions->execute(by_hand); }), 5);
+  std::vector<kelvara::PlanSample> shaking(5, {jump[0].q, {}, {}});
+  shaking[1].ddq[0] = 800.0;
+  shaking[2].ddq[0] = -800.0;
+  const Plan shock(shaking, 4 * Plan::kSamplePeriodS, {});
+  EXPECT_EQ(refused_joint(Code::kLimitExceeded, [&] { loop.impl->motions->execute(shock); }), 1);
   loop.impl->publish_gravity_comp_command();
   loop.cycle(1);
   EXPECT_EQ(refused_joint(Code::kStartMismatch, [&] { loop.impl->motions->execute(plan); }), 0);

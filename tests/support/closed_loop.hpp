@@ -51,11 +51,18 @@ struct ClosedLoop {
   }
 
   /// One cycle; `extra_frames` beside the joints' commands and the feedback requests.
-  void cycle(int extra_frames = 0) {
+  void cycle(int extra_frames = 0) { answer(command() + extra_frames); }
+
+  /// The controller's part of a cycle; returns the number of frames that the joints get.
+  int command() {
     const TimePoint feedback_before = impl->cycle->next_feedback_time();
     impl->cycle->run_cycle(now);
-    const int requests = impl->cycle->next_feedback_time() == feedback_before ? 0 : 6;
-    hardware.step(6 + requests + extra_frames, kPeriod);
+    return impl->cycle->next_feedback_time() == feedback_before ? 6 : 12;
+  }
+
+  /// The arm's part.
+  void answer(int frames) {
+    hardware.step(frames, kPeriod);
     now += kPeriod;
   }
 

@@ -15,6 +15,7 @@
 #include "controller/torque_monitor.hpp"
 #include "kelvara/kinematics/kinematics.hpp"
 #include "support/captured_output.hpp"
+#include "support/closed_loop.hpp"
 #include "support/edited_description.hpp"
 #include "support/replaced_stream.hpp"
 #include "support/simulated_hardware.hpp"
@@ -70,21 +71,17 @@ TEST_P(SteadyState, CyclesAllocateNothing) {
   const EditedDescription description;  // clipping is an event, and reported
   description.edit("gravity_tau_limits: [",
                    "gravity_tau_limits: [1e3, 1e3, 1e3, 1e3, 1e3, 1e3]  # [");
-  SimulatedHardware hardware(false);
-  hardware.answer();
-  CapturedOutput output;
-  ArmController::Impl impl(TestBus::kInterface, false, nullptr, true, GetParam());
-  TimePoint now{std::chrono::hours(1)};
-  impl.cycle->begin(now);
+  ClosedLoop loop(GetParam());
+  ArmController::Impl& impl = *loop.impl;
   impl.publish_gripper_distance_command(0.0);
   const auto allocations_of = [&](int cycles) {
     allocations = 0;
-    counting = true;
     for (int k = 0; k < cycles; ++k) {
-      impl.cycle->run_cycle(now);
-      now += std::chrono::microseconds(2500);
+      counting = true;
+      const int frames = loop.command();
+      counting = false;
+      loop.answer(frames);
     }
-    counting = false;
     return allocations;
   };
   const std::vector<double> somewhere(6, 0.2);
