@@ -188,38 +188,6 @@ TEST(MotionStarter, RepeatsTheCommandOfAPlanWhileCyclesCatchUp) {
   EXPECT_NE(loop.impl->arm_state().q_command, before);
 }
 
-/// Targets at 50 Hz that go on after the stop, as another thread's do.
-TEST(MotionStarter, StopsAStreamThatGoesOnUntilItPauses) {
-  ClosedLoop loop(MIT_MODE);
-  go(loop, kReady);
-  const auto stream = [&](int cycles, double from_s) {
-    for (int k = 0; k < cycles; ++k) {
-      if (k % 8 == 0) {
-        const double time_s = from_s + k * kPeriodS;
-        JointArray target = kReady;
-        target[0] += 0.3 * time_s;
-        kelvara::motion::Follow follow;
-        follow.velocity = loop.impl->setup.motion.velocity;
-        follow.limits = {loop.impl->setup.motion.acceleration, loop.impl->setup.motion.jerk};
-        const double now_s = std::chrono::duration<double>(loop.now.time_since_epoch()).count();
-        loop.impl->slot.follow(follow, {time_s, now_s, target});
-      }
-      loop.run(1);
-    }
-  };
-  stream(200, 0.0);
-  const MotionHandle stop = loop.impl->motions->stop();
-  stream(400, 0.5);
-  EXPECT_EQ(stop.wait_for(0.0), MotionOutcome::kDone);
-  const JointArray rest = loop.impl->arm_state().q_command;
-  EXPECT_GT(rest[0], kReady[0] + 0.05);
-  stream(400, 1.5);
-  EXPECT_EQ(loop.impl->arm_state().q_command, rest);
-  loop.run(240);
-  stream(200, 2.0);
-  EXPECT_GT(loop.impl->arm_state().q_command[0], rest[0] + 0.1) << "a new stream";
-}
-
 // ---- Outcomes and refusals ------------------------------------------------
 
 TEST(MotionStarter, TellsHowAMotionHasEnded) {

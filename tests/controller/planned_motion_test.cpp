@@ -71,6 +71,13 @@ struct Line {
   }
 };
 
+/// Moves to the start of the line; returns the plan along it.
+Plan go_to_start(ClosedLoop& loop, const Line& line) {
+  go(loop, loop.impl->kinematics.solve_pose(line.pose(line.from), kReady));
+  return loop.impl->motions->planner({1.0, 0.0})
+      .plan_linear(loop.impl->arm_state().q_command, {line.pose(line.to)});
+}
+
 class StraightLine : public testing::TestWithParam<kelvara::damiao_motor::ControlMode> {};
 
 /// 30 cm at 0.25 m/s with the shipped parameters.
@@ -78,10 +85,7 @@ TEST_P(StraightLine, StaysWithinTwoMillimetresOnTheArm) {
   ClosedLoop loop(GetParam());
   const Line line;
   const RobotKinematics& model = loop.impl->kinematics;
-  go(loop, model.solve_pose(line.pose(line.from), kReady));
-  const JointArray start = loop.impl->arm_state().q_command;
-  const MotionPlanner planner = loop.impl->motions->planner({1.0, 0.0});
-  const Plan plan = planner.plan_linear(start, {line.pose(line.to)});
+  const Plan plan = go_to_start(loop, line);
   EXPECT_NEAR(plan.report().peak_tool_speed, 0.25, 1e-3);
   const MotionHandle motion = loop.impl->motions->execute(plan);
   double farthest = 0.0;
@@ -100,10 +104,7 @@ TEST(PlannedMotion, StopsALineOnTheLine) {
   ClosedLoop loop(MIT_MODE);
   const Line line;
   const RobotKinematics& model = loop.impl->kinematics;
-  go(loop, model.solve_pose(line.pose(line.from), kReady));
-  const JointArray start = loop.impl->arm_state().q_command;
-  const MotionPlanner planner = loop.impl->motions->planner({1.0, 0.0});
-  const Plan plan = planner.plan_linear(start, {line.pose(line.to)});
+  const Plan plan = go_to_start(loop, line);
   const MotionHandle motion = loop.impl->motions->execute(plan);
   loop.run(200);
   const MotionHandle stop = loop.impl->motions->stop();
@@ -124,18 +125,14 @@ TEST(PlannedMotion, FollowsAStreamWithJitterAndBrakesWhenItStops) {
   ClosedLoop loop(MIT_MODE);
   go(loop, kReady);
   const auto sine = [](double t) { return 0.3 * (1.0 - std::cos(2.0 * t)); };
-  const double start_s = std::chrono::duration<double>(loop.now.time_since_epoch()).count();
   SmoothnessWatch watch(loop);
   double next_s = 0.0, late_s = 0.0, worst = 0.0;
   for (int k = 0; k < 1200; ++k) {
     const double t = k * kPeriodS;
     if (t >= next_s + late_s) {
-      kelvara::motion::Follow stream;
-      stream.velocity = loop.impl->setup.motion.velocity;
-      stream.limits = {loop.impl->setup.motion.acceleration, loop.impl->setup.motion.jerk};
       JointArray target = kReady;
       target[0] += sine(next_s);
-      loop.impl->slot.follow(stream, {next_s, start_s + t, target});
+      stream(loop, next_s, target);
       next_s += 0.02;
       late_s = std::uniform_real_distribution<double>(0.0, 0.02)(random);
     }
@@ -164,17 +161,40 @@ TEST(PlannedMotion, FollowsAStreamNoFartherThanTheJointLimits) {
   for (int k = 0; k < 600; ++k) {
     if (k % 4 == 0) {
       target[0] = std::min(2.2 + k * kPeriodS, limit);
-      kelvara::motion::Follow stream;
-      stream.velocity = loop.impl->setup.motion.velocity;
-      stream.limits = {loop.impl->setup.motion.acceleration, loop.impl->setup.motion.jerk};
-      const double now_s = std::chrono::duration<double>(loop.now.time_since_epoch()).count();
-      loop.impl->slot.follow(stream, {k * kPeriodS, now_s, target});
+      stream(loop, k * kPeriodS, target);
     }
     loop.run(1);
     farthest = std::max(farthest, loop.impl->arm_state().q_command[0]);
   }
   EXPECT_LE(farthest, limit + 1e-9);
   EXPECT_GT(farthest, limit - 0.01);
+}
+
+/// As another thread may, which does not know of the stop.
+TEST(PlannedMotion, StopsAStreamThatGoesOnUntilItPauses) {
+  ClosedLoop loop(MIT_MODE);
+  go(loop, kReady);
+  const auto run_stream = [&](int cycles, double from_s) {
+    for (int k = 0; k < cycles; ++k) {
+      JointArray target = kReady;
+      target[0] += 0.3 * (from_s + k * kPeriodS);
+      if (k % 8 == 0) {
+        stream(loop, from_s + k * kPeriodS, target);
+      }
+      loop.run(1);
+    }
+  };
+  run_stream(200, 0.0);
+  const MotionHandle stop = loop.impl->motions->stop();
+  run_stream(400, 0.5);
+  EXPECT_EQ(stop.wait_for(0.0), MotionOutcome::kDone);
+  const JointArray rest = loop.impl->arm_state().q_command;
+  EXPECT_GT(rest[0], kReady[0] + 0.05);
+  run_stream(400, 1.5);
+  EXPECT_EQ(loop.impl->arm_state().q_command, rest);
+  loop.run(240);
+  run_stream(200, 2.0);
+  EXPECT_GT(loop.impl->arm_state().q_command[0], rest[0] + 0.1) << "a new stream";
 }
 
 }  // namespace

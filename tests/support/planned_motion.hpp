@@ -50,6 +50,15 @@ inline kelvara::MotionHandle move_joint(ClosedLoop& loop, const kelvara::JointAr
       [](const kelvara::Plan&) {});
 }
 
+/// Adds a target to the stream now, with the time `time_s` on the stream's clock.
+inline void stream(ClosedLoop& loop, double time_s, const kelvara::JointArray& target) {
+  kelvara::motion::Follow follow;
+  follow.velocity = loop.impl->setup.motion.velocity;
+  follow.limits = {loop.impl->setup.motion.acceleration, loop.impl->setup.motion.jerk};
+  const double now_s = std::chrono::duration<double>(loop.now.time_since_epoch()).count();
+  loop.impl->slot.follow(follow, {time_s, now_s, target});
+}
+
 /// Runs until the motion has ended, ten seconds at most.
 template <typename... Watch>
 void finish(ClosedLoop& loop, const kelvara::MotionHandle& motion, Watch&... watch) {
