@@ -77,7 +77,8 @@ SetPoint send_target(const JointTarget& command, const Instant& instant,
   SetPoint point;
   for (std::size_t i = 0; i < kJointCount; ++i) {
     point.q[i] = target_of(command, i, limits);
-    point.moving = point.moving || std::abs(point.q[i] - instant.measured[i]) > kArrivedMeasuredRad;
+    const bool has_arrived = std::abs(point.q[i] - instant.measured[i]) <= kArrivedMeasuredRad;
+    point.moving = point.moving || !(command.is_hold || has_arrived);
   }
   point.progress = point.moving ? 0.0 : 1.0;
   point.velocity_limit = limits.velocity;

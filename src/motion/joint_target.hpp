@@ -12,7 +12,8 @@ struct JointTarget {
   JointArray target_dq{};  // rad/s, a feed-forward
   /// A target of a stream: its velocity counts for 100 ms, since the stream may have stopped.
   bool is_streamed = false;
-  /// The target is where the arm is: it may lie outside the joint limits.
+  /// The target is where the arm stands or a motion has ended: it may lie outside the joint limits,
+  /// and an arm that its load keeps away from it is not under way.
   bool is_hold = false;
   // Set by the first cycle:
   bool started = false;

@@ -46,10 +46,12 @@ MotionHandle move_from_rest(ClosedLoop& loop, const JointArray& target) {
 
 // ---- Smoothness -----------------------------------------------------------
 
+class EachMode : public testing::TestWithParam<kelvara::damiao_motor::ControlMode> {};
+
 /// With 1.5 kg that the model does not know, so that the arm hangs far from its command.
-TEST(MotionStarter, NeverStepsInAnySequenceOfMovesStopsAndSpeeds) {
+TEST_P(EachMode, NeverStepsInAnySequenceOfMovesStopsAndSpeeds) {
   std::mt19937 random(11);
-  ClosedLoop loop(MIT_MODE, {}, false, kUnknownLoadKg);
+  ClosedLoop loop(GetParam(), {}, false, kUnknownLoadKg);
   go(loop, kReady);
   const MotionLimits limits = loop.impl->motions->limits(1.0);
   SmoothnessWatch watch(loop);
@@ -73,6 +75,9 @@ TEST(MotionStarter, NeverStepsInAnySequenceOfMovesStopsAndSpeeds) {
   EXPECT_LE(watch.largest_torque_step(), 2.0);
   EXPECT_GT(watch.farthest_step(), 0.001) << "something moved";
 }
+
+INSTANTIATE_TEST_SUITE_P(MotionStarter, EachMode,
+                         testing::Values(MIT_MODE, kelvara::damiao_motor::POS_VEL_MODE));
 
 TEST(MotionStarter, CommandsThePlanItselfAndHoldsItsEnd) {
   ClosedLoop loop(MIT_MODE, {}, false, kUnknownLoadKg);
