@@ -209,11 +209,15 @@ class KELVARA_EXPORT ArmController {
   double speed_override() const;
 
   /// Follows a stream of joint angles within the limits of velocity, acceleration and jerk. Call it
-  /// 20 to 1000 times per second; jitter of a period does no harm. The arm lags by about one and a
-  /// half periods. A stream that stops brakes the arm after 0.1 to 0.5 s.
+  /// 20 to 1000 times per second; jitter of a period does no harm. The arm lags by one and a half
+  /// periods, at least 6 ms. Far from the targets it moves at most the fraction
+  /// `default_speed_percent` of the velocity limits faster than they do. A stream that stops brakes
+  /// the arm after 0.1 to 0.5 s. After `stop()` the targets have no effect until none has come for
+  /// 0.5 s. Any thread; does not block.
   /// @param target Joint angles, rad, clamped to the joint limits.
   /// @param time_s When the target belongs, on any clock that runs in seconds; a time that is not
   ///               later than the last one starts the stream again.
+  /// @throws std::invalid_argument for a NaN or infinite value.
   void follow(const std::array<double, 6>& target, double time_s);
   /// The same for poses, by the solution next to where the command stands. A template, so that a
   /// list in braces means joint angles.

@@ -59,6 +59,7 @@ void ArmController::Impl::publish_joint_trajectory_command(const std::vector<dou
 void ArmController::Impl::publish_follow(const JointArray& target, double time_s) {
   kelvara::motion::Follow stream;
   stream.velocity = setup.motion.velocity;
+  stream.catch_up = setup.joint_trajectory.default_speed_percent;
   stream.limits = {setup.motion.acceleration, setup.motion.jerk};
   kelvara::motion::StampedTarget stamped;
   stamped.time_s = time_s;

@@ -4,40 +4,25 @@
 #include <cmath>
 
 #include "description/timing.hpp"
+#include "motion/goal_tracking.hpp"
 #include "motion/stop_move.hpp"
+#include "motion/target_fit.hpp"
 
 namespace kelvara::motion {
 namespace {
 
 using description::kControlPeriodS;
 
-// Gains of the tracking, 1/s.
-constexpr double kPositionGain = 20.0;
-constexpr double kVelocityGain = 80.0;
-// Of the limits: what an approach plans with.
-constexpr double kApproachShare = 0.7;
 // A stream is over when nothing has come for so many of its periods, within these bounds.
 constexpr double kPatiencePeriods = 3.0;
 constexpr double kMinPatienceS = 0.1;
 constexpr double kMaxPatienceS = 0.5;
 constexpr double kDelayPeriods = 1.5;
-constexpr double kMaxPeriodS = 0.06;
+// Between the targets that are kept.
+constexpr double kMinSpacingS = 0.005 - 1e-6;
+// How far beyond a joint limit rounding can put the end of a stop.
+constexpr double kRoundingRad = 1e-10;
 constexpr double kAtRestRadPerS = 1e-9;
-
-struct Goal {
-  double q = 0.0;   // rad
-  double dq = 0.0;  // rad/s
-};
-
-/// The mean time between the stamps.
-double period_s(const Follow& stream) {
-  if (stream.count < 2) {
-    return kMaxPeriodS;
-  }
-  const std::size_t first = Follow::kHistory - stream.count;
-  const double span = stream.targets.back().time_s - stream.targets[first].time_s;
-  return std::clamp(span / static_cast<double>(stream.count - 1), kControlPeriodS, kMaxPeriodS);
-}
 
 /// The stream's own time at the controller's time `now_s`, by the target that came with the least
 /// delay.
@@ -49,73 +34,61 @@ double stream_time_s(const Follow& stream, double now_s) {
   return now_s - delay;
 }
 
-/// The velocity at a target: the mean slope to its neighbours.
-double slope(const Follow& stream, std::size_t k, std::size_t joint) {
-  const std::size_t first = Follow::kHistory - stream.count;
-  const std::size_t before = k > first ? k - 1 : k;
-  const std::size_t after = k + 1 < Follow::kHistory ? k + 1 : k;
-  const StampedTarget& from = stream.targets[before];
-  const StampedTarget& to = stream.targets[after];
-  return before == after ? 0.0 : (to.q[joint] - from.q[joint]) / (to.time_s - from.time_s);
+/// Brakes a joint within its limits, harder only where a joint limit is nearer.
+JointState brake(const JointState& from, const RateLimits& limits, std::size_t joint,
+                 const description::JointLimits& range) {
+  const JointProfile stop = stop_joint(from, limits.acceleration, limits.jerk);
+  const double q = stop.end().q;
+  const bool is_inside = std::abs(range.clamp_from(joint, from.q, q) - q) <= kRoundingRad;
+  return (is_inside ? stop : stop_inside(from, limits.acceleration, limits.jerk, joint, range))
+      .at(kControlPeriodS);
 }
 
-/// The cubic polynomial between the targets `k` and `k + 1`.
-Goal interpolate(const Follow& stream, std::size_t k, std::size_t joint, double time_s) {
-  const StampedTarget& from = stream.targets[k];
-  const StampedTarget& to = stream.targets[k + 1];
-  const double h = to.time_s - from.time_s;
-  const double s = (time_s - from.time_s) / h;
-  const double d = to.q[joint] - from.q[joint];
-  const double m0 = h * slope(stream, k, joint);
-  const double m1 = h * slope(stream, k + 1, joint);
-  const double c2 = 3.0 * d - 2.0 * m0 - m1;
-  const double c3 = m0 + m1 - 2.0 * d;
-  return {from.q[joint] + s * (m0 + s * (c2 + s * c3)), (m0 + s * (2.0 * c2 + s * 3.0 * c3)) / h};
+/// Whether a joint that brakes now stops inside its range, widened to contain `start`. False for a
+/// state that is NaN: stamps of any size are accepted, and can overflow the fit.
+bool stops_inside(const JointState& state, const RateLimits& limits, std::size_t joint,
+                  double start, const description::JointLimits& range) {
+  const auto contains = [&](double q) { return range.clamp_from(joint, start, q) == q; };
+  // No stop goes farther than its largest velocity for its whole time.
+  const double speed = std::abs(state.dq) + state.ddq * state.ddq / (2.0 * limits.jerk);
+  const double time_s =
+      (std::abs(state.ddq) + limits.acceleration) / limits.jerk + speed / limits.acceleration;
+  return (contains(state.q - speed * time_s) && contains(state.q + speed * time_s)) ||
+         contains(stop_joint(state, limits.acceleration, limits.jerk).end().q);
 }
 
-Goal goal_at(const Follow& stream, std::size_t joint, double time_s) {
-  const std::size_t first = Follow::kHistory - stream.count;
-  const std::size_t last = Follow::kHistory - 1;
-  if (time_s <= stream.targets[first].time_s) {
-    return {stream.targets[first].q[joint], 0.0};
+/// A goal inside the joint's limits.
+JointState inside(const JointState& goal, std::size_t joint,
+                  const description::JointLimits& range) {
+  const double q = range.clamp_to_urdf_joint_limit(joint, goal.q);
+  return q == goal.q ? goal : JointState{q, 0.0, 0.0};
+}
+
+/// What every joint of a stream shares at one instant.
+struct Playback {
+  Playback(const Follow& stream, double now_s)
+      : fit(stream),
+        time_s(stream_time_s(stream, now_s) - kDelayPeriods * fit.period_s()),
+        is_over(now_s - stream.targets.back().received_s >
+                std::clamp(kPatiencePeriods * fit.period_s(), kMinPatienceS, kMaxPatienceS)) {}
+
+  TargetFit fit;
+  double time_s;  // the stream's own
+  bool is_over;
+};
+
+/// The next state of a joint: towards the stream, unless that is over or leads beyond a joint
+/// limit.
+JointState next_state(const Playback& playback, const JointState& from, std::size_t joint,
+                      const RateLimits& limits, double catch_up,
+                      const description::JointLimits& range) {
+  if (playback.is_over || !(std::min({limits.velocity, limits.acceleration, limits.jerk}) > 0.0)) {
+    return brake(from, limits, joint, range);
   }
-  if (time_s >= stream.targets[last].time_s) {
-    return {stream.targets[last].q[joint], 0.0};
-  }
-  std::size_t k = first;
-  while (stream.targets[k + 1].time_s < time_s) {
-    ++k;
-  }
-  return interpolate(stream, k, joint, time_s);
-}
-
-/// A rate that goes with an error: proportional to a small one, and such that a large one can be
-/// brought to zero with the deceleration `limit`.
-double approach(double error, double gain, double limit) {
-  return std::copysign(
-      std::min(gain * std::abs(error), std::sqrt(2.0 * kApproachShare * limit * std::abs(error))),
-      error);
-}
-
-/// The speed from which a joint stops within a distance, with the time that its deceleration takes
-/// to build up: distance = v²/2a + v a/2j.
-double stopping_speed(double distance, double a_max, double j_max) {
-  const double a = kApproachShare * a_max;
-  const double build_up = 0.5 * a * a / (kApproachShare * j_max);
-  return std::sqrt(build_up * build_up + 2.0 * a * std::max(distance, 0.0)) - build_up;
-}
-
-JointState track(const Goal& goal, const JointState& from, double v_max, double a_max,
-                 double j_max) {
-  const double error = goal.q - from.q;
-  const double speed =
-      std::min(kPositionGain * std::abs(error), stopping_speed(std::abs(error), a_max, j_max));
-  const double v = std::clamp(goal.dq + std::copysign(speed, error), -v_max, v_max);
-  const double a = std::clamp(approach(v - from.dq, kVelocityGain, j_max), -a_max, a_max);
-  const double step = j_max * kControlPeriodS;
-  const double ddq = std::clamp(a, from.ddq - step, from.ddq + step);
-  const double dq = from.dq + 0.5 * (from.ddq + ddq) * kControlPeriodS;
-  return {from.q + 0.5 * (from.dq + dq) * kControlPeriodS, dq, ddq};
+  const JointState goal = inside(playback.fit.at(playback.time_s, joint, limits), joint, range);
+  const JointState next = track(goal, from, limits, catch_up);
+  return stops_inside(next, limits, joint, from.q, range) ? next
+                                                          : brake(from, limits, joint, range);
 }
 
 }  // namespace
@@ -124,6 +97,10 @@ void Follow::append(const StampedTarget& target) {
   if (count > 0 && !(target.time_s > targets.back().time_s)) {
     count = 0;
   }
+  if (count > 1 && target.time_s - targets[kHistory - 2].time_s < kMinSpacingS) {
+    targets.back() = target;
+    return;
+  }
   std::rotate(targets.begin(), targets.begin() + 1, targets.end());
   targets.back() = target;
   count = std::min(count + 1, kHistory);
@@ -131,33 +108,23 @@ void Follow::append(const StampedTarget& target) {
 
 SetPoint Follow::evaluate(const Instant& instant, const SetPointLimits& bounds,
                           Approach /*approach*/) const {
-  const double period = period_s(*this);
-  const double patience = std::clamp(kPatiencePeriods * period, kMinPatienceS, kMaxPatienceS);
-  const bool over = instant.time_s - targets.back().received_s > patience;
-  const double time_s = stream_time_s(*this, instant.time_s) - kDelayPeriods * period;
-  const auto brake = [&](std::size_t i, const JointState& from) {
-    return stop_inside(from, limits.acceleration[i], limits.jerk[i], i, bounds.joints)
-        .at(kControlPeriodS);
-  };
+  const Playback playback(*this, instant.time_s);
   PlanSample state;
   SetPoint point;
   for (std::size_t i = 0; i < kJointCount; ++i) {
     const JointState from{instant.standing.q[i], instant.standing.dq[i], instant.standing.ddq[i]};
-    const double v_max = std::min(velocity[i], bounds.velocity[i]);
-    const JointState next = over ? brake(i, from)
-                                 : track(goal_at(*this, i, time_s), from, v_max,
-                                         limits.acceleration[i], limits.jerk[i]);
-    // A target near a joint limit must not carry the joint beyond it.
-    const double rest = stop_joint(next, limits.acceleration[i], limits.jerk[i]).end().q;
-    const bool stays_inside = bounds.joints.clamp_from(i, from.q, rest) == rest;
-    const JointState to = instant.repeats ? from : (stays_inside ? next : brake(i, from));
+    const RateLimits rates{std::min(velocity[i], bounds.velocity[i]), limits.acceleration[i],
+                           limits.jerk[i]};
+    const JointState to = instant.repeats ? from
+                                          : next_state(playback, from, i, rates,
+                                                       catch_up * velocity[i], bounds.joints);
     state.q[i] = to.q;
     state.dq[i] = to.dq;
     state.ddq[i] = to.ddq;
     point.moving = point.moving || std::abs(to.dq) > kAtRestRadPerS;
   }
   point.progress = point.moving ? 0.0 : 1.0;
-  if (over && !point.moving) {
+  if (playback.is_over && !point.moving) {
     point.end = state.q;
   }
   set_state(point, state, bounds);
