@@ -150,6 +150,15 @@ TEST(PlannedMotion, FollowsAStreamWithJitterAndBrakesWhenItStops) {
   EXPECT_EQ(loop.impl->arm_state().dq_command, JointArray{}) << "the stream has stopped";
 }
 
+TEST(PlannedMotion, CatchesUpWithAStreamAtTheDefaultSpeed) {
+  ClosedLoop loop(MIT_MODE);
+  loop.impl->publish_follow(kReady, 0.0);
+  const auto command = loop.impl->slot.snapshot({}).command;
+  ASSERT_TRUE(std::holds_alternative<kelvara::motion::Follow>(command));
+  EXPECT_EQ(std::get<kelvara::motion::Follow>(command).catch_up,
+            loop.impl->setup.joint_trajectory.default_speed_percent);
+}
+
 /// Targets that run at 1 rad/s to the limit of joint 1.
 TEST(PlannedMotion, FollowsAStreamNoFartherThanTheJointLimits) {
   ClosedLoop loop(MIT_MODE);
