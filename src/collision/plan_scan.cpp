@@ -1,30 +1,13 @@
 #include "collision/plan_scan.hpp"
 
 #include <algorithm>
+#include <functional>
 #include <limits>
-#include <numeric>
-
-#include "collision/separation.hpp"
 
 namespace kelvara::collision {
 namespace {
 
-constexpr double kContactResolution = 1e-4;    // m
 constexpr double kClearanceResolution = 5e-4;  // m
-
-/// Bound of the change of a distance, m.
-double change(const SolidPair& pair, const JointArray& travel) {
-  return std::inner_product(travel.begin(), travel.end(), pair.lever_arms.begin(), 0.0);
-}
-
-PlacedSolid placed(const Body& body, const Solid& solid, const Frames& frames) {
-  return {solid, frames[body.frame] * solid.pose};
-}
-
-Separation separation_of(const SolidPair& pair, const Frames& frames) {
-  return separation(placed(*pair.near_body, *pair.near_solid, frames),
-                    placed(*pair.far_body, *pair.far_solid, frames));
-}
 
 /// Earlier, or at the same time deeper.
 bool precedes(const Approach& one, const Approach& other) {
@@ -46,24 +29,66 @@ PlanScan::PlanScan(const Scene& scene, const Plan& plan)
 }
 
 std::optional<Approach> PlanScan::first_contact() {
+  find_start_contacts();
   for (std::size_t interval = 0; interval < travels_.size(); ++interval) {
+    for (StartContact& contact : start_contacts_) {
+      contact.advance(travels_[interval], [&](double part) -> const Frames& {
+        return frames_at({0, interval, part});
+      });
+    }
     if (const std::optional<Approach> contact = first_contact_in(interval)) {
       return contact;
     }
+    start_contacts_.erase(std::remove_if(start_contacts_.begin(), start_contacts_.end(),
+                                         std::mem_fn(&StartContact::has_separated)),
+                          start_contacts_.end());
   }
   return std::nullopt;
+}
+
+void PlanScan::find_start_contacts() {
+  constexpr Approach kStart;
+  if (plan_.samples().size() < 2) {
+    return;  // one configuration, from which nothing moves away
+  }
+  for (std::size_t i = 0; i < pairs_.size(); ++i) {
+    if (start_contact_of(pairs_[i]) == nullptr &&
+        approach({i}, 0.0, pairs_[i].contact_distance, kContactResolution)) {
+      start_contacts_.emplace_back(pairs_[i], pairs_, frames_at(kStart));
+    }
+  }
+}
+
+const StartContact* PlanScan::start_contact_of(const SolidPair& pair) const {
+  const auto contact =
+      std::find_if(start_contacts_.begin(), start_contacts_.end(),
+                   [&pair](const StartContact& start) { return start.is_of(pair); });
+  return contact == start_contacts_.end() ? nullptr : &*contact;
 }
 
 std::optional<Approach> PlanScan::first_contact_in(std::size_t interval) {
   std::optional<Approach> first;
   for (std::size_t i = 0; i < pairs_.size(); ++i) {
-    const std::optional<Approach> found = approach({i, interval}, first ? first->part : 1.0,
-                                                   pairs_[i].contact_distance, kContactResolution);
+    const std::optional<Approach> found = contact_of({i, interval}, first ? first->part : 1.0);
     if (found && (!first || precedes(*found, *first))) {
       first = found;
     }
   }
   return first;
+}
+
+std::optional<Approach> PlanScan::contact_of(Approach from, double until) {
+  double separated = 0.0;
+  if (const StartContact* start = start_contact_of(pair(from))) {
+    separated = start->separated_at();
+    const auto deeper =
+        approach(from, std::min(until, separated), start->limit(), kContactResolution);
+    if (deeper || separated >= until) {
+      return deeper;
+    }
+  }
+  from.part = separated;
+  return approach(from, until, pair(from).contact_distance, kContactResolution);
 }
 
 std::optional<Approach> PlanScan::closest() {
@@ -89,7 +114,7 @@ double PlanScan::deepest(const Approach& contact) {
     double distance = std::numeric_limits<double>::infinity();
     for (const SolidPair& other : pairs_) {
       if (other.near_body == touching.near_body && other.far_body == touching.far_body) {
-        distance = std::min(distance, separation_of(other, frames).distance);
+        distance = std::min(distance, separation(PlacedPair(other, frames)).distance);
       }
     }
     if (distance > touching.contact_distance) {
@@ -106,26 +131,24 @@ double PlanScan::time_s(const Approach& approach) const {
 }
 
 Eigen::Vector3d PlanScan::point(const Approach& approach) {
-  const Frames& frames = frames_at(approach);
-  const SolidPair& touching = pair(approach);
-  return contact_point(placed(*touching.near_body, *touching.near_solid, frames),
-                       placed(*touching.far_body, *touching.far_solid, frames),
-                       separation_of(touching, frames));
+  const PlacedPair touching(pair(approach), frames_at(approach));
+  return contact_point(touching.near_solid, touching.far_solid, separation(touching));
 }
 
 std::optional<Approach> PlanScan::approach(const Approach& from, double until, double limit,
                                            double resolution) {
   Bound& bound = bounds_[from.pair];
-  const double whole = change(pair(from), travels_[from.interval].whole);
+  const double whole = change_of_distance(pair(from), travels_[from.interval].whole);
   if (from.part == 0.0 && bound.distance - whole > limit) {
     bound.distance -= whole;
     return std::nullopt;
   }
-  const double rate = change(pair(from), travels_[from.interval].rate);
+  const double rate = change_of_distance(pair(from), travels_[from.interval].rate);
   Approach at = from;
   while (true) {
     const double rest = rate * (until - at.part);
-    measure(at, limit + rest);
+    // In an overlap a search is much slower than a short step along the last direction.
+    measure(at, limit + (limit < 0.0 ? 0.5 * resolution : rest));
     if (bound.distance <= limit) {
       at.distance = bound.distance;
       return at;
@@ -139,19 +162,19 @@ std::optional<Approach> PlanScan::approach(const Approach& from, double until, d
 }
 
 void PlanScan::measure(const Approach& approach, double enough) {
-  const Frames& frames = frames_at(approach);
-  const SolidPair& solids = pair(approach);
+  const PlacedPair solids(pair(approach), frames_at(approach));
   Bound& bound = bounds_[approach.pair];
-  const PlacedSolid a = placed(*solids.near_body, *solids.near_solid, frames);
-  const PlacedSolid b = placed(*solids.far_body, *solids.far_solid, frames);
   if (!bound.normal.isZero()) {
-    bound.distance = gap(a, b, bound.normal);
+    bound.distance = gap(solids.near_solid, solids.far_solid, bound.normal);
     if (bound.distance > enough) {
       return;
     }
   }
-  const Separation measured = separation(a, b);
-  bound = {measured.distance, measured.normal};
+  // A search can miss the best direction of a deep overlap, which may be the last one.
+  const Separation measured = separation(solids);
+  if (bound.normal.isZero() || measured.distance > bound.distance) {
+    bound = {measured.distance, measured.normal};
+  }
 }
 
 const Frames& PlanScan::frames_at(const Approach& approach) {

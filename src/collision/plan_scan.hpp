@@ -8,6 +8,7 @@
 
 #include "collision/joint_travel.hpp"
 #include "collision/scene.hpp"
+#include "collision/start_contact.hpp"
 
 namespace kelvara::collision {
 
@@ -27,7 +28,9 @@ class PlanScan {
   /// @param scene Must outlive the scan, as must the plan, which has samples.
   PlanScan(const Scene& scene, const Plan& plan);
 
-  /// The first instant at which a pair is within its contact distance.
+  /// The first instant at which a pair is within its contact distance; of bodies that touch at the
+  /// start of several samples the first at which they are deeper than there, or touch again after
+  /// they have separated. Call once.
   std::optional<Approach> first_contact();
   /// The instant at which a pair is closest. Nothing when there is no pair.
   std::optional<Approach> closest();
@@ -46,7 +49,12 @@ class PlanScan {
     Eigen::Vector3d normal = Eigen::Vector3d::Zero();
   };
 
+  void find_start_contacts();
+  /// Null for a pair of bodies that does not touch at the start, or has separated since.
+  const StartContact* start_contact_of(const SolidPair& pair) const;
   std::optional<Approach> first_contact_in(std::size_t interval);
+  /// The first contact of one pair in an interval up to `until`, from its begin.
+  std::optional<Approach> contact_of(Approach from, double until);
   /// The first instant in an interval at which a pair comes within `limit`, in steps of at least
   /// `resolution` (m). Searches from `from.part` to `until`.
   std::optional<Approach> approach(const Approach& from, double until, double limit,
@@ -59,7 +67,8 @@ class PlanScan {
   const Plan& plan_;
   std::vector<SolidPair> pairs_;
   std::vector<Bound> bounds_;
-  std::vector<JointTravel> travels_;  // one for each interval
+  std::vector<StartContact> start_contacts_;  // that have not separated
+  std::vector<JointTravel> travels_;          // one for each interval
   Frames frames_;
   double frames_part_ = -1.0;  // where `frames_` is: interval + part
 };

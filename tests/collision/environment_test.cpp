@@ -154,7 +154,7 @@ TEST(Environment, FindsASheetThatThePlanCrossesBetweenTwoSamples) {
   EXPECT_NEAR(contact.point[1], 0.0, 1e-3);
 }
 
-TEST(Environment, AgreesWithDenseSamplingOfRandomPlans) {
+TEST(Environment, AgreesWithDenseSamplingOfRandomPlansFromFreeStarts) {
   std::mt19937 random(2);
   Environment environment(model());
   environment.set_floor(0.0);
@@ -162,12 +162,14 @@ TEST(Environment, AgreesWithDenseSamplingOfRandomPlans) {
   environment.add_capsule("rail", 0.03, 0.4, {{0.1, -0.35, 0.4}, {1.2, 0.3, 0.0}});
   for (int i = 0; i < 12; ++i) {
     Joints from{}, to{};
-    for (std::size_t k = 0; k < from.size(); ++k) {
-      std::uniform_real_distribution<double> angle(model().joint_lower()[k],
-                                                   model().joint_upper()[k]);
-      from[k] = 0.3 * angle(random);
-      to[k] = angle(random);
-    }
+    do {
+      for (std::size_t k = 0; k < from.size(); ++k) {
+        std::uniform_real_distribution<double> angle(model().joint_lower()[k],
+                                                     model().joint_upper()[k]);
+        from[k] = 0.3 * angle(random);
+        to[k] = angle(random);
+      }
+    } while (environment.contact_at(from));
     const Plan plan = plan_between(from, to, 200);
     double smallest = 1.0, first = -1.0;
     for (double time = 0.0; time <= plan.duration_s(); time += 0.001) {

@@ -43,6 +43,11 @@ struct Clearance {
 /// A plan is followed in steps that are shorter than the distance to the next contact, so a thin
 /// body cannot be passed between two samples. Only an overlap of less than 0.1 mm can be missed.
 ///
+/// A plan of several samples may start in a contact, so that the arm can retreat from it: two
+/// bodies that touch at the start may touch until they have separated (by 0.1 mm), unless the plan
+/// brings them more than 0.1 mm closer together than at its start. Sliding along a surface without
+/// pressing deeper is allowed too. After they have separated they must not touch again.
+///
 /// Metres and radians; poses in the base frame. A value: a copy is independent, and the model may
 /// end before the environment. Const calls may run on any threads at once; an edit must not overlap
 /// any other call. To change what a controller checks against, edit a copy and pass that.
@@ -94,11 +99,12 @@ class KELVARA_EXPORT Environment : public PlanCheck {
   // ---- Checks ----
   // A plan without samples throws std::invalid_argument.
 
-  /// The first contact of a plan. Its depth is the largest of these two bodies until they separate.
+  /// The first contact of a plan, for bodies that touch at its start as described above. Its depth
+  /// is the largest of these two bodies from then on until they separate.
   std::optional<Contact> first_contact(const Plan& plan) const;
   /// The smallest distance over a plan, at most 0.5 mm too large.
   Clearance clearance(const Plan& plan) const;
-  /// The deepest contact at these joint angles.
+  /// The deepest contact at these joint angles, as `first_contact` of a plan of this one sample.
   std::optional<Contact> contact_at(const std::array<double, 6>& q) const;
   /// @throws MotionError of `kCollision` with the bodies, the time and the depth of the first
   ///         contact, for example "link6 touches 'table' 0.84 s after the start, 3.2 mm deep".
