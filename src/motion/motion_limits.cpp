@@ -68,6 +68,9 @@ MotionLimits MotionLimits::from_settings(const std::string& settings_path) {
   limits.acceleration = settings.joint_trajectory.max_acc_limits;
   limits.jerk = settings.joint_trajectory.max_jerk_limits;
   limits.torque = settings.mit.gravity_tau_limits;
+  limits.rotor_inertia = settings.joint_dynamics.rotor_inertia;
+  limits.viscous_friction = settings.joint_dynamics.viscous_friction;
+  limits.coulomb_friction = settings.joint_dynamics.coulomb_friction;
   read_tool_limits(settings_path, limits);
   return limits;
 }

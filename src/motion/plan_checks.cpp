@@ -14,6 +14,10 @@ namespace {
 // Relative; a plan may be asked for the duration that an error text or a plan gave.
 constexpr double kDurationTolerance = 1e-9;
 
+bool none_negative(const JointArray& values) {
+  return std::all_of(values.begin(), values.end(), [](double value) { return value >= 0.0; });
+}
+
 bool all_positive(const JointArray& values) {
   return description::all_finite(values) &&
          std::all_of(values.begin(), values.end(), [](double value) { return value > 0.0; });
@@ -47,9 +51,14 @@ void check_limits(const MotionLimits& limits) {
       !all_positive(limits.jerk) || !all_positive(tool)) {
     refuse("the limits must be finite and positive");
   }
-  if (!std::all_of(limits.torque.begin(), limits.torque.end(),
-                   [](double torque) { return torque >= 0.0; })) {
+  if (!none_negative(limits.torque)) {
     refuse("the torque limits must not be negative or NaN");
+  }
+  for (const JointArray& drives :
+       {limits.rotor_inertia, limits.viscous_friction, limits.coulomb_friction}) {
+    if (!description::all_finite(drives) || !none_negative(drives)) {
+      refuse("the inertia and the friction of the drives must be finite and not negative");
+    }
   }
 }
 

@@ -8,7 +8,9 @@
 #include <Eigen/Core>
 #include <Eigen/Eigenvalues>
 
+#include "description/controller_settings.hpp"
 #include "description/joint_array.hpp"
+#include "motion/drive_torque.hpp"
 #include "motion/waypoint_move.hpp"
 
 namespace kelvara::motion {
@@ -37,13 +39,15 @@ struct ToolSpeed {
 };
 
 /// Adds what one sample demands of the joints.
-void add_joints(const RobotKinematics& model, const PlanSample& sample, PlanReport& report) {
+void add_joints(const RobotKinematics& model, const description::JointDynamicsConfig& drives,
+                const PlanSample& sample, PlanReport& report) {
+  const JointArray drive = drive_torque(drives, sample.dq, sample.ddq);
   JointArray torque{};
   model.inverse_dynamics(sample.q.data(), sample.dq.data(), sample.ddq.data(), torque.data());
   for (std::size_t i = 0; i < kJointCount; ++i) {
     raise(report.peak_velocity[i], sample.dq[i]);
     raise(report.peak_acceleration[i], sample.ddq[i]);
-    raise(report.peak_torque[i], torque[i]);
+    raise(report.peak_torque[i], torque[i] + drive[i]);
   }
 }
 
@@ -92,11 +96,13 @@ double plan_sample_time_s(std::size_t index, double duration_s) {
 
 Plan make_plan(std::vector<PlanSample> samples, double duration_s, const RobotKinematics& model,
                const MotionLimits& limits) {
+  const description::JointDynamicsConfig drives{limits.rotor_inertia, limits.viscous_friction,
+                                                limits.coulomb_friction};
   PlanReport report = report_limits(limits);
   report.smallest_singular_value = samples.empty() ? 0.0 : HUGE_VAL;
   ToolSpeed before;
   for (std::size_t k = 0; k < samples.size(); ++k) {
-    add_joints(model, samples[k], report);
+    add_joints(model, drives, samples[k], report);
     const ToolSpeed speed = add_tool(model, samples[k], report);
     if (k > 0) {
       const double step_s =

@@ -10,6 +10,8 @@
 #include "support/outcomes.hpp"
 #include "support/temporary_directory.hpp"
 
+#include "description/controller_settings.hpp"
+#include "motion/drive_torque.hpp"
 #include "motion/waypoint_planner.hpp"
 
 namespace kelvara {
@@ -179,6 +181,9 @@ TEST_F(Planner, RefusesWhatItCannotPlan) {
   bad = limits;
   bad.tool_speed = kInfinity;
   EXPECT_THROW(MotionPlanner(model, bad), std::invalid_argument);
+  bad = limits;
+  bad.coulomb_friction[0] = std::nan("");
+  EXPECT_THROW(MotionPlanner(model, bad), std::invalid_argument);
 }
 
 TEST_F(Planner, TakesAHundredTimesAsLongWithLimitsScaledToAHundredth) {
@@ -188,19 +193,23 @@ TEST_F(Planner, TakesAHundredTimesAsLongWithLimitsScaledToAHundredth) {
   EXPECT_NEAR(slow.plan_joint(JointArray{}, target).duration_s(), 1e2 * whole, 1e-9 * whole);
   EXPECT_THROW(limits.scaled(0.0), std::invalid_argument);
   EXPECT_THROW(limits.scaled(1.1), std::invalid_argument);
+  EXPECT_EQ(limits.scaled(0.5).rotor_inertia, limits.rotor_inertia);
 }
 
 TEST_F(Planner, ReportsWhatThePlanDemands) {
   const Plan plan =
       planner.plan_joint(JointArray{0, 0.3, -0.6, 0.3, 0.2, 0}, {1, 0.8, -0.2, 0.5, -0.6, 1});
+  const auto drives =
+      description::load_controller_settings("config/robot_kinematics.yaml").joint_dynamics;
   PlanReport expected;
   for (std::size_t k = 0; k < plan.samples().size(); ++k) {
     const PlanSample& sample = plan.samples()[k];
     const auto torque = model.dynamic_compensation_kdl({sample.q.begin(), sample.q.end()},
                                                        {sample.dq.begin(), sample.dq.end()},
                                                        {sample.ddq.begin(), sample.ddq.end()});
+    const JointArray drive = motion::drive_torque(drives, sample.dq, sample.ddq);
     for (std::size_t j = 0; j < kJointCount; ++j) {
-      expected.peak_torque[j] = std::max(expected.peak_torque[j], std::abs(torque[j]));
+      expected.peak_torque[j] = std::max(expected.peak_torque[j], std::abs(torque[j] + drive[j]));
     }
     if (k > 0) {
       const Pose from = model.pose(plan.samples()[k - 1].q);

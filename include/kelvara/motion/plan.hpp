@@ -21,7 +21,7 @@ struct PlanReport {
   std::array<double, 6> peak_velocity{};       // rad/s
   std::array<double, 6> peak_acceleration{};   // rad/s²
   std::array<double, 6> peak_jerk{};           // rad/s³, of successive samples' accelerations
-  std::array<double, 6> peak_torque{};         // N·m, inverse dynamics of links and payload alone
+  std::array<double, 6> peak_torque{};         // N·m, of links, payload and drives
   std::array<double, 6> velocity_limit{};      // the limits that it was planned with, likewise
   std::array<double, 6> acceleration_limit{};  // rad/s²
   std::array<double, 6> jerk_limit{};          // rad/s³

@@ -26,13 +26,19 @@ struct MotionLimits {
   double tool_angular_speed = 1.5;         // rad/s
   double tool_angular_acceleration = 6.0;  // rad/s²
   double tool_angular_jerk = 60.0;         // rad/s³
+  // Of the drives, for the reported torques.
+  std::array<double, 6> rotor_inertia{};     // kg·m², reflected at the joint
+  std::array<double, 6> viscous_friction{};  // N·m·s/rad
+  std::array<double, 6> coulomb_friction{};  // N·m
 
   /// Reads a settings file: the joints' limits are `joint_trajectory`'s, the torques `mit_mode`'s
-  /// and the tool's the optional keys of `motion`.
+  /// and the tool's the optional keys of `motion`. The drives' values are `joint_dynamics`'s, zero
+  /// where the file has none.
   /// @throws std::runtime_error for a file that cannot be read or is malformed.
   KELVARA_EXPORT static MotionLimits from_settings(const std::string& settings_path);
   /// The same limits for a fraction of the speed: velocities times `fraction`, accelerations times
   /// its square, jerks times its cube; along any path the motion takes 1 / fraction of the time.
+  /// The torques and the drives stay as they are.
   /// @throws std::invalid_argument for a fraction outside (0, 1].
   KELVARA_EXPORT MotionLimits scaled(double fraction) const;
 };
@@ -61,10 +67,10 @@ struct PathSegment {
 /// Makes plans from a model and a start state: no arm is needed and nothing moves. A plan is a pure
 /// function of its arguments; any threads at once.
 ///
-/// Every function throws std::invalid_argument for values that are not finite and limits that are
-/// not positive, std::length_error for a plan of more than 1 GiB, and MotionError for what the arm
-/// cannot do: a target outside the joint limits, a duration that is too short, and what stands
-/// below.
+/// Every function throws std::invalid_argument for values that are not finite, limits that are not
+/// positive and negative values of the drives, std::length_error for a plan of more than 1 GiB, and
+/// MotionError for what the arm cannot do: a target outside the joint limits, a duration that is
+/// too short, and what stands below.
 class KELVARA_EXPORT MotionPlanner {
  public:
   /// @param model Must outlive the planner.
