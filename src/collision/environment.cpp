@@ -21,6 +21,8 @@ using collision::Scene;
 using collision::Solid;
 
 constexpr char kFloor[] = "floor";
+// Of sizes and positions, m. Beyond it rounding would stop the short steps of a check.
+constexpr double kLargest = 1e3;
 
 [[noreturn]] void refuse(const std::string& why) {
   throw std::invalid_argument("Environment: " + why);
@@ -32,9 +34,16 @@ void require_finite(const std::array<double, 3>& values, const char* what) {
   }
 }
 
+void require_position(const std::array<double, 3>& position, const char* what) {
+  if (!std::all_of(position.begin(), position.end(),
+                   [](double v) { return std::abs(v) <= kLargest; })) {
+    refuse(std::string(what) + " must lie within 1000 m");
+  }
+}
+
 void require_size(double size, const char* what) {
-  if (!(size > 0.0 && std::isfinite(size))) {
-    refuse(std::string(what) + " must be positive and finite");
+  if (!(size > 0.0 && size <= kLargest)) {
+    refuse(std::string(what) + " must be positive and at most 1000 m");
   }
 }
 
@@ -66,7 +75,7 @@ void require_samples(const Plan& plan) {
 }
 
 Eigen::Isometry3d transform_of(const Pose& pose) {
-  require_finite(pose.position, "a position");
+  require_position(pose.position, "a position");
   require_finite(pose.rpy, "an orientation");
   return Eigen::Isometry3d(
       t_from_xyzrpy(Eigen::Vector3d(pose.position.data()), Eigen::Vector3d(pose.rpy.data())));
@@ -137,7 +146,7 @@ Environment::~Environment() = default;
 // ---- What stands around the arm ----
 
 void Environment::set_floor(double z) {
-  require_finite({z, 0.0, 0.0}, "the floor's height");
+  require_position({z, 0.0, 0.0}, "the floor");
   Solid floor = Solid::floor();
   floor.pose.translation().z() = z;
   impl_->scene.set({kFloor, Body::Kind::kObstacle, 0, {floor}});

@@ -218,6 +218,10 @@ TEST(Environment, RefusesBadArgumentsAndStaysAsItIs) {
         environment.add_box("box", {0.1, 0.1, 0.1}, {{nan, 0, 0}, {}});
       },
       [&] { environment.add_sphere("ball", -0.1, {}); },
+      [&] { environment.add_sphere("ball", 1e9, {}); },
+      [&] {
+        environment.add_sphere("ball", 0.1, {1e9, 0.0, 0.0});
+      },
       [&] { environment.add_capsule("rail", 0.1, 0.0, {}); },
       [&] {
         environment.add_capsule("rail", 0.1, 0.1, {{}, {0, INFINITY, 0}});

@@ -67,7 +67,8 @@ class KELVARA_EXPORT Environment : public PlanCheck {
   // ---- What stands around the arm ----
   // Names are unique among links and bodies, not empty and not "floor". Every function throws
   // std::invalid_argument for a name that breaks this or that is unknown, for values that are not
-  // finite and for sizes that are not positive; the environment is unchanged then.
+  // finite, for sizes that are not positive and for lengths above 1000 m; the environment is
+  // unchanged then.
 
   /// Everything below this height is solid. It replaces an earlier floor; its name is "floor".
   void set_floor(double z);
