@@ -107,6 +107,7 @@ ViaSpline slow_down(const Candidate& fastest, const description::JointLimits& jo
   if (!(options.duration_s > spline.duration_s())) {
     return spline;
   }
+  count_plan_samples(options.duration_s);  // throws for too many
   spline.stretch_by(options.duration_s / spline.duration_s());
   const ViaSpline::Course& course = fastest.course;
   const ViaSpline aligned = align_nearest(course, spline);

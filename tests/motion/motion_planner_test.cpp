@@ -174,6 +174,7 @@ TEST_F(Planner, RefusesWhatItCannotPlan) {
   EXPECT_THROW(planner.plan_joint(JointArray{}, target), std::invalid_argument);
   EXPECT_THROW(planner.plan_joint(JointArray{}, {}, {-1.0}), std::invalid_argument);
   EXPECT_THROW(planner.plan_joint(JointArray{}, point(), {1e9}), std::length_error);
+  EXPECT_THROW(planner.plan_waypoints({}, {point(), point()}, {1e9}), std::length_error);
   EXPECT_THROW(planner.plan_stop({target, {}, {}}), std::invalid_argument);
   MotionLimits bad = limits;
   bad.jerk[5] = 0.0;
