@@ -21,11 +21,6 @@ constexpr double kPi = 3.14159265358979323846;
 
 }  // namespace
 
-RobotKinematics& model() {
-  static RobotKinematics instance;
-  return instance;
-}
-
 void solve_by_jacobian(Input& input) {
   const auto position = input.numbers<3>();
   const auto euler = input.numbers<3>();
