@@ -24,19 +24,23 @@ void require_reachable(ArmController::Impl& impl, const Pose& end) {
   impl.kinematics.solve_pose(end, impl.state.standing().state.q);
 }
 
+/// The check against what stands around the arm now.
+MotionStarter::CheckPlan check_of(const ArmController::Impl& impl) {
+  return [environment = impl.environment.get()](const Plan& plan) {
+    if (environment) {
+      environment->check(plan);
+    }
+  };
+}
+
 MotionHandle move(ArmController::Impl& impl, MotionStarter::From from,
                   const MotionStarter::MakePlan& make) {
   impl.require_running();
-  const auto environment = impl.environment.get();
   const auto make_unless_stopped = [&](const PlanSample& start) {
     impl.require_running();  // a fault may have come meanwhile
     return make(start);
   };
-  return impl.motions->move(from, make_unless_stopped, [&environment](const Plan& plan) {
-    if (environment) {
-      environment->check(plan);
-    }
-  });
+  return impl.motions->move(from, make_unless_stopped, check_of(impl));
 }
 
 }  // namespace
@@ -77,10 +81,7 @@ MotionHandle ArmController::move_path(const std::vector<kelvara::PathSegment>& s
 
 MotionHandle ArmController::execute(const Plan& plan) {
   impl().require_running();
-  if (const auto environment = impl().environment.get(); environment && !plan.empty()) {
-    environment->check(plan);
-  }
-  return impl().motions->execute(plan);
+  return impl().motions->execute(plan, check_of(impl()));
 }
 
 MotionHandle ArmController::stop() {

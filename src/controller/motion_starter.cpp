@@ -138,12 +138,13 @@ MotionHandle MotionStarter::start_in_motion(const StandingCommand& standing, dou
   return MotionHandle(motion->status);
 }
 
-MotionHandle MotionStarter::execute(const Plan& plan) {
+MotionHandle MotionStarter::execute(const Plan& plan, const CheckPlan& check) {
   if (plan.empty()) {
     throw std::invalid_argument("a plan without samples cannot be executed");
   }
   require_limits(plan, setup_.limits);
   require_torque(plan, setup_, kinematics_);
+  check(plan);
   const StandingCommand now = standing();
   if (now.moving || now.torque_only || slot_.follows_stream()) {
     throw MotionError(MotionErrorCode::kStartMismatch,

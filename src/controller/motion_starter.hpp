@@ -43,8 +43,9 @@ class MotionStarter {
   /// @throws MotionError, std::invalid_argument of `make` and `check`.
   MotionHandle move(From from, const MakePlan& make, const CheckPlan& check);
   /// Starts a plan that must begin where the command stands.
-  /// @throws MotionError when it does not, or exceeds a limit of the arm.
-  MotionHandle execute(const Plan& plan);
+  /// @throws MotionError when it does not, or exceeds a limit of the arm; those of `check`.
+  MotionHandle execute(
+      const Plan& plan, const CheckPlan& check = [](const Plan& /*plan*/) {});
   /// Brakes, and holds.
   MotionHandle stop();
   /// The command, once the last one has been executed for a cycle.
