@@ -82,7 +82,8 @@ class PickAndPlace {
  private:
   void finish(const std::string& step, const MotionHandle& motion) {
     const MotionOutcome outcome = interrupt::wait(arm_, motion);
-    require(outcome == MotionOutcome::kDone, step + ": " + to_string(outcome));
+    require(outcome == MotionOutcome::kDone,
+            step + ": " + to_string(outcome) + " (" + to_string(arm_.state().reason) + ")");
     const auto at = arm_.pose().position;
     std::printf("%-9s tool at %6.3f, %6.3f, %6.3f m\n", step.c_str(), at[0], at[1], at[2]);
   }

@@ -164,7 +164,7 @@ class KELVARA_EXPORT ArmController {
   //
   // These calls plan on the caller's thread from where the command stands (not from where the
   // loaded arm hangs), check the whole plan and then start it: what cannot be done throws, and
-  // nothing moves. They return while the arm moves; the handle waits for its end. The arm then
+  // nothing changes. They return while the arm moves; the handle waits for its end. The arm then
   // holds the last sample. A plan is executed with the whole inverse dynamics as feed-forward, one
   // sample per control cycle, so that a late cycle delays it and never makes a larger step.
   //
@@ -173,14 +173,12 @@ class KELVARA_EXPORT ArmController {
 
   /// Moves to joint angles as fast as the limits allow at the speed of the options; all joints
   /// arrive together. While another plan is executed, it continues from that one's motion without a
-  /// stop; after any other command in motion it brakes first, which blocks for some tenths of a
-  /// second.
+  /// stop; after any other command in motion it brakes first, which blocks for tenths of a second.
   /// @param target Joint angles, rad, inside the joint limits.
   kelvara::MotionHandle move_joint(const std::array<double, 6>& target,
                                    const kelvara::MoveOptions& options = {});
   /// Moves the tool on a straight line, its orientation on the shortest rotation. An arm that
-  /// moves is braked first, which blocks for some tenths of a second, and stays at rest when the
-  /// call then throws.
+  /// moves is braked first, which blocks for some tenths of a second.
   kelvara::MotionHandle move_linear(const kelvara::Pose& end,
                                     const kelvara::MoveOptions& options = {});
   /// Moves the tool on the circle through where it stands, `via` and `end`; likewise.
@@ -197,9 +195,8 @@ class KELVARA_EXPORT ArmController {
   kelvara::MotionHandle execute(const kelvara::Plan& plan);
   /// Brakes within the limits of acceleration and jerk, then holds: a plan on its path, any other
   /// motion and a floating arm joint by joint. The handle is done when the arm is at rest. A stream
-  /// that goes on is ignored until it has paused for 0.5 s; every other call moves the arm again.
-  /// Does nothing after a fault, which has stopped the arm already; the handle's outcome is
-  /// `kFault`.
+  /// that goes on is ignored; every other call moves the arm again. Does nothing after a fault,
+  /// which has stopped the arm already; the handle's outcome is `kFault`.
   kelvara::MotionHandle stop();
 
   /// Slows plans down, smoothly: 0 pauses them, 1 is their own speed. Stays until the next call,
@@ -212,16 +209,17 @@ class KELVARA_EXPORT ArmController {
   /// 20 to 1000 times per second; jitter of a period does no harm. The arm lags by one and a half
   /// periods, at least 6 ms. Far from the targets it moves at most the fraction
   /// `default_speed_percent` of the velocity limits faster than they do. A stream that stops brakes
-  /// the arm after 0.1 to 0.5 s. After `stop()` the targets have no effect until none has come for
-  /// 0.5 s. Any thread; does not block.
+  /// the arm after 0.1 to 0.5 s. After `stop()` the targets of the stream that goes on have no
+  /// effect until another motion is commanded or its time starts again. Any thread; does not block.
   /// @param target Joint angles, rad, clamped to the joint limits.
   /// @param time_s When the target belongs, on any clock that runs in seconds; a time that is not
   ///               later than the last one starts the stream again.
   /// @throws std::invalid_argument for a NaN or infinite value.
   void follow(const std::array<double, 6>& target, double time_s);
-  /// The same for poses, by the solution next to where the command stands. A template, so that a
-  /// list in braces means joint angles.
-  /// @throws kelvara::MotionError for a pose without a solution.
+  /// The same for poses, by the solution next to the pose before, at first next to where the
+  /// command stands. A template, so that a list in braces means joint angles.
+  /// @throws kelvara::MotionError for a pose without a solution, and `kBranchChange` for one that
+  ///         the arm reaches from there only in another configuration: this target is left out.
   template <typename Target,
             typename = std::enable_if_t<std::is_same<Target, kelvara::Pose>::value>>
   void follow(const Target& target, double time_s) {

@@ -58,7 +58,7 @@ const Body& known(const Scene& scene, const std::string& name) {
 
 void require_new(const Scene& scene, const std::string& name) {
   if (name.empty() || name == kFloor || scene.find(name) != nullptr) {
-    refuse("the name '" + name + "' cannot be given to a new body");
+    refuse("the name '" + name + "' is empty, in use or reserved");
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -7,6 +8,7 @@
 #include "controller/command_slot.hpp"
 #include "controller/controller_setup.hpp"
 #include "controller/motor_feedback.hpp"
+#include "controller/pose_following.hpp"
 #include "controller/state_buffer.hpp"
 #include "controller/stop_flags.hpp"
 #include "kelvara/arm_controller.hpp"
@@ -115,6 +117,8 @@ class KELVARA_HIDDEN ArmController::Impl {
   kelvara::controller::CommandSlot slot;
   kelvara::controller::StateBuffer state;
   kelvara::controller::EnvironmentSlot environment;
+  kelvara::controller::PoseFollowing following{kinematics};
+  std::atomic<bool> is_ignoring_stream{false};  // a line has reported it
   // Behind pointers, so that the command calls do not depend on the headers of the rest.
   const std::unique_ptr<kelvara::controller::PoseSolvers> poses;
   const std::unique_ptr<kelvara::controller::MotionStarter> motions;

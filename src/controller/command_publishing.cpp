@@ -7,6 +7,8 @@
 #include "controller/arm_controller_impl.hpp"
 #include "hardware/jaw_geometry.hpp"
 
+#include "diagnostics/line.hpp"
+
 using kelvara::JointArray;
 using kelvara::kJointCount;
 namespace controller = kelvara::controller;
@@ -66,7 +68,13 @@ void ArmController::Impl::publish_follow(const JointArray& target, double time_s
   const auto now = kelvara::motion::Clock::now().time_since_epoch();
   stamped.received_s = std::chrono::duration<double>(now).count();
   stamped.q = clamp_to_limits({target.begin(), target.end()});
-  slot.follow(stream, stamped);
+  if (slot.follow(stream, stamped)) {
+    is_ignoring_stream = false;
+  } else if (!is_ignoring_stream.exchange(true)) {
+    kelvara::diagnostics::error_line() << "[ArmController] follow(): the stream was stopped; its "
+                                          "targets are ignored until another "
+                                          "motion is commanded or its time starts again";
+  }
 }
 
 void ArmController::Impl::publish_gravity_comp_command() { publish(kelvara::motion::Float{}); }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "controller/command_facts.hpp"
+
 #include "description/timing.hpp"
 
 namespace kelvara::controller {
@@ -12,59 +14,8 @@ using motion::PlannedMove;
 
 namespace {
 
-// Targets that come at shorter intervals belong to one stream.
+// Nothing has come for this long: the stream has ended.
 constexpr double kStreamPauseS = 0.5;
-
-/// What of a command is freed on the threads that publish; null for a command without.
-std::shared_ptr<const void> plan_of(const motion::Command& command) {
-  if (const auto* const move = std::get_if<motion::WaypointMove>(&command)) {
-    return move->waypoints;
-  }
-  if (const auto* const move = std::get_if<PlannedMove>(&command)) {
-    return move->motion;
-  }
-  if (const auto* const stop = std::get_if<motion::StopMove>(&command)) {
-    return stop->status;
-  }
-  return nullptr;
-}
-
-/// Whether a snapshot may hold what the command holds: the first one begins it.
-bool has_begun(const motion::Command& command) {
-  const auto* const waypoints = std::get_if<motion::WaypointMove>(&command);
-  const auto* const planned = std::get_if<PlannedMove>(&command);
-  const auto* const stop = std::get_if<motion::StopMove>(&command);
-  return (waypoints != nullptr && waypoints->waypoints_started) ||
-         (planned != nullptr && planned->started) || (stop != nullptr && stop->started);
-}
-
-/// Ends what waits for a command. A plan that was braked ends as the brake has it, and a stop that
-/// has brought the arm to rest is done.
-void end(const motion::Command& command, MotionOutcome outcome) {
-  const MotionOutcome of_stop = outcome == MotionOutcome::kStopped ? MotionOutcome::kDone : outcome;
-  if (const auto* const move = std::get_if<PlannedMove>(&command)) {
-    move->motion->status->end(outcome == MotionOutcome::kStopped ? move->stop_outcome : outcome);
-    if (move->stop_status) {
-      move->stop_status->end(of_stop);
-    }
-  } else if (const auto* const stop = std::get_if<motion::StopMove>(&command)) {
-    stop->status->end(of_stop);
-  }
-}
-
-/// Where a motion that the application has begun ends; nothing for other kinds.
-std::optional<JointArray> target_of(const motion::Command& command) {
-  if (const auto* const move = std::get_if<motion::TimedMove>(&command)) {
-    return move->target_q;
-  }
-  if (const auto* const move = std::get_if<motion::WaypointMove>(&command)) {
-    return move->target_q;
-  }
-  if (const auto* const target = std::get_if<motion::JointTarget>(&command)) {
-    return target->target_q;
-  }
-  return std::nullopt;
-}
 
 }  // namespace
 
@@ -89,6 +40,7 @@ void CommandSlot::publish(motion::Command command) {
   Plans unused;
   const MutexLock lock(command_mutex);
   unused = take_unused();
+  is_stream_stopped_ = false;
   replace(command, MotionOutcome::kReplaced);
 }
 
@@ -99,6 +51,7 @@ bool CommandSlot::publish_instead(std::uint64_t number, motion::Command command)
     return false;
   }
   unused = take_unused();
+  is_stream_stopped_ = false;
   replace(command, MotionOutcome::kReplaced);
   return true;
 }
@@ -115,6 +68,11 @@ bool CommandSlot::publish_at(std::uint64_t number, double time_s, PlannedMove ne
   }
   unused = take_unused();
   drop_successor(MotionOutcome::kReplaced);
+  is_stream_stopped_ = false;
+  if (abandoned_) {
+    next.motion->status->end(*abandoned_);
+    return true;
+  }
   next.started = true;
   successor_ = Successor{std::move(next), time_s};
   return true;
@@ -125,7 +83,9 @@ MotionStatus CommandSlot::stop(motion::StopMove stop, MotionOutcome outcome) {
   motion::Command command(std::move(stop));
   Plans unused;
   const MutexLock lock(command_mutex);
-  is_stream_stopped_ = is_stream_stopped_ || outcome == MotionOutcome::kStopped;
+  if (outcome == MotionOutcome::kStopped && now_s_ - last_target_.received_s < kStreamPauseS) {
+    is_stream_stopped_ = true;
+  }
   if (const auto* const current = std::get_if<motion::StopMove>(&command_)) {
     return current->status;
   }
@@ -140,28 +100,32 @@ MotionStatus CommandSlot::stop(motion::StopMove stop, MotionOutcome outcome) {
   if (!current->stop_status) {
     current->stop_status = status;
     current->stop_outcome = outcome;
+    if (abandoned_) {
+      status->end(*abandoned_);
+    }
   } else if (outcome == MotionOutcome::kStopped) {
     current->stop_outcome = outcome;
   }
   return current->stop_status;
 }
 
-void CommandSlot::follow(const motion::Follow& stream, const motion::StampedTarget& target) {
+bool CommandSlot::follow(const motion::Follow& stream, const motion::StampedTarget& target) {
   motion::Command command(stream);
   Plans unused;
   const MutexLock lock(command_mutex);
-  is_stream_stopped_ = is_stream_stopped_ && target.received_s - last_target_s_ < kStreamPauseS;
-  last_target_s_ = target.received_s;
+  is_stream_stopped_ = is_stream_stopped_ && target.time_s > last_target_.time_s;
+  last_target_ = target;
   if (is_stream_stopped_) {
-    return;
+    return false;
   }
   if (auto* const current = std::get_if<motion::Follow>(&command_)) {
     current->append(target);
-    return;
+    return true;
   }
   std::get<motion::Follow>(command).append(target);
   unused = take_unused();
   replace(command, MotionOutcome::kReplaced);
+  return true;
 }
 
 bool CommandSlot::follows_stream() const {
@@ -210,6 +174,7 @@ void CommandSlot::publish_gripper_distance_command(double d, double speed, doubl
 CommandSnapshot CommandSlot::snapshot(const motion::Instant& instant) {
   const MutexLock lock(command_mutex);
   clock_ = instant.clock;
+  now_s_ = instant.time_s;
   switch_to_successor(instant);
   if (!has_begun(command_)) {
     clock_ = {0.0, instant.speed_override, 0.0};

@@ -55,9 +55,10 @@ class CommandSlot {
   /// @param outcome How the motion that is braked ends; `kStopped` stops a stream as well.
   /// @return the status that ends when the arm is at rest.
   MotionStatus stop(motion::StopMove stop, MotionOutcome outcome) KELVARA_EXCLUDES(command_mutex);
-  /// Adds a target to the stream; replaces any other command by `stream` with that target. Ignores
-  /// the targets of a stream that was stopped and goes on.
-  void follow(const motion::Follow& stream, const motion::StampedTarget& target)
+  /// Adds a target to the stream; replaces any other command by `stream` with that target.
+  /// @return false for a target of a stream that was stopped and goes on: another command, or a
+  ///         stamp that starts the stream again, ends that.
+  bool follow(const motion::Follow& stream, const motion::StampedTarget& target)
       KELVARA_EXCLUDES(command_mutex);
   /// Whether the command follows a stream.
   bool follows_stream() const KELVARA_EXCLUDES(command_mutex);
@@ -108,8 +109,8 @@ class CommandSlot {
   std::optional<Successor> successor_ KELVARA_GUARDED_BY(command_mutex);
   motion::PlanClock clock_ KELVARA_GUARDED_BY(command_mutex);  // as of the last snapshot
   bool is_stream_stopped_ KELVARA_GUARDED_BY(command_mutex) = false;
-  /// When the last target of a stream came, on the controller's clock.
-  double last_target_s_ KELVARA_GUARDED_BY(command_mutex) = -1e9;
+  motion::StampedTarget last_target_ KELVARA_GUARDED_BY(command_mutex){-1e300, -1e9, {}};
+  double now_s_ KELVARA_GUARDED_BY(command_mutex) = 0.0;  // as of the last snapshot
   /// Plans that have left the slot. Four would be enough: a publish leaves two at most (a plan,
   /// which the cycle in progress uses, and its successor), and only one plan and its successor can
   /// end or be overridden before the next publish.

@@ -159,7 +159,7 @@ void ControlCycle::complete(const CommandSnapshot& snapshot) {
                          point.ended_early ? MotionOutcome::kStopped : MotionOutcome::kDone);
   }
   parts_.state.publish_standing(
-      {snapshot.number, standing_, point.clock, point.moving, point.torque_only});
+      {snapshot.number, standing_, point.clock, point.moving, point.torque_only, true});
 }
 
 /// Progress of the motion that the arm executes, and its distance to the end of the last one.

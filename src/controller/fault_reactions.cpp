@@ -109,8 +109,7 @@ void ControlCycle::step_recovery(bool has_feedback, TimePoint now) {
   motion::Instant instant;
   instant.now = now - skipped_;
   instant.measured = reader_.measured().q;
-  record_ = compute_cycle(command, instant, parts_.setup, parts_.kinematics,
-                          started_ ? &record_ : nullptr);
+  record_ = compute_cycle(command, instant, parts_.setup, parts_.kinematics);
   sender_.send(record_);
   note_standing();
   hold_gripper_where_it_is();

@@ -19,11 +19,6 @@ using kelvara::controller::MotionStarter;
 
 namespace {
 
-/// Throws for a pose that the arm cannot reach, before the arm is braked for it.
-void require_reachable(ArmController::Impl& impl, const Pose& end) {
-  impl.kinematics.solve_pose(end, impl.state.standing().state.q);
-}
-
 /// The check against what stands around the arm now.
 MotionStarter::CheckPlan check_of(const ArmController::Impl& impl) {
   return [environment = impl.environment.get()](const Plan& plan) {
@@ -57,7 +52,6 @@ MotionHandle ArmController::move_joint(const std::array<double, 6>& target,
 
 MotionHandle ArmController::move_linear(const Pose& end, const MoveOptions& options) {
   const auto planner = impl().motions->planner(options);
-  require_reachable(impl(), end);
   return move(impl(), MotionStarter::From::kRest, [&](const PlanSample& start) {
     return planner.plan_linear(start.q, {end}, PlanOptions{options.duration_s});
   });
@@ -65,7 +59,6 @@ MotionHandle ArmController::move_linear(const Pose& end, const MoveOptions& opti
 
 MotionHandle ArmController::move_arc(const Pose& via, const Pose& end, const MoveOptions& options) {
   const auto planner = impl().motions->planner(options);
-  require_reachable(impl(), end);
   return move(impl(), MotionStarter::From::kRest, [&](const PlanSample& start) {
     return planner.plan_arc(start.q, via, end, PlanOptions{options.duration_s});
   });
@@ -114,7 +107,10 @@ void ArmController::follow_pose(const Pose& target, double time_s) {
   if (!std::isfinite(time_s)) {
     throw std::invalid_argument("a streamed target and its time must be finite");
   }
-  follow(impl().kinematics.solve_pose(target, impl().state.standing().state.q), time_s);
+  const auto standing = impl().state.standing();
+  const bool is_current = standing.is_known && standing.number == impl().slot.number();
+  const JointArray q = is_current ? standing.state.q : joint_positions();
+  follow(impl().following.solve(target, q, kelvara::motion::Clock::now()), time_s);
 }
 
 // ---- Queries --------------------------------------------------------------

@@ -60,7 +60,7 @@ MotionPlanner MotionStarter::planner(const MoveOptions& options) const {
 StandingCommand MotionStarter::standing() const {
   const motion::TimePoint end = motion::Clock::now() + kCyclePatience;
   StandingCommand standing = state_.standing();
-  while (standing.number < slot_.number()) {
+  while (!standing.is_known || standing.number < slot_.number()) {
     if (motion::Clock::now() > end) {
       throw std::runtime_error("ArmController: the control thread does not execute commands");
     }
@@ -73,6 +73,7 @@ StandingCommand MotionStarter::standing() const {
 MotionHandle MotionStarter::move(From from, const MakePlan& make, const CheckPlan& check) {
   const auto is_stopped = [this, before = stops_.load()] { return stops_ != before; };
   bool started = false;
+  bool is_rehearsed = false;
   double lead_s = kFirstLeadS;
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt, lead_s *= 2.0) {
     if (is_stopped()) {
@@ -88,6 +89,10 @@ MotionHandle MotionStarter::move(From from, const MakePlan& make, const CheckPla
     } else if (from == From::kMotion && slot_.plan_of(now.number)) {
       handle = start_in_motion(now, lead_s, make, check, started);
     } else {
+      if (!is_rehearsed) {
+        check(make(rest_after(now.state)));  // what cannot be done must not brake the arm
+        is_rehearsed = true;
+      }
       brake(MotionOutcome::kReplaced).wait_for(kBrakingPatienceS);
     }
     if (started) {
@@ -95,6 +100,19 @@ MotionHandle MotionStarter::move(From from, const MakePlan& make, const CheckPla
     }
   }
   refuse_overtaken();
+}
+
+/// About where an arm comes to rest that is braked now.
+PlanSample MotionStarter::rest_after(const PlanSample& state) const {
+  PlanSample rest;
+  for (std::size_t i = 0; i < kJointCount; ++i) {
+    rest.q[i] =
+        motion::stop_inside({state.q[i], state.dq[i], state.ddq[i]}, setup_.motion.acceleration[i],
+                            setup_.motion.jerk[i], i, setup_.limits.joints)
+            .end()
+            .q;
+  }
+  return rest;
 }
 
 MotionHandle MotionStarter::start_at_rest(const StandingCommand& standing, const MakePlan& make,

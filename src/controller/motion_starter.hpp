@@ -56,6 +56,7 @@ class MotionStarter {
                              const CheckPlan& check, bool& started);
   MotionHandle start_in_motion(const StandingCommand& standing, double lead_s, const MakePlan& make,
                                const CheckPlan& check, bool& started);
+  PlanSample rest_after(const PlanSample& state) const;
   MotionHandle brake(MotionOutcome outcome);
   bool can_continue(const PlanSample& state) const;
   bool keeps_limits(const Plan& plan) const;

@@ -66,8 +66,8 @@ JointArray torque_of(const PlanSample& sample, const ControllerSetup& setup,
 [[noreturn]] void refuse_torque(const char* what, double value, double limit, std::size_t joint,
                                 double time_s) {
   description::ClassicStream text;
-  text << "the plan " << what << ' ' << std::abs(value) << " N m of joint " << joint + 1 << ' '
-       << time_s << " s after its start; at most " << limit << " N m are allowed";
+  text << "the torque of joint " << joint + 1 << ' ' << what << ' ' << std::abs(value) << " N m, "
+       << time_s << " s after the plan's start; the limit is " << limit << " N m";
   refuse(MotionErrorCode::kLimitExceeded, text.str(), joint, time_s);
 }
 
@@ -103,7 +103,7 @@ void require_torque(const Plan& plan, const ControllerSetup& setup,
     const JointArray torque = torque_of(plan.samples()[k], setup, kinematics);
     for (std::size_t i = 0; i < kJointCount; ++i) {
       if (std::abs(torque[i]) > limits[i]) {
-        refuse_torque("needs", torque[i], limits[i], i, time_s);
+        refuse_torque("reaches", torque[i], limits[i], i, time_s);
       }
       if (std::abs(torque[i] - before[i]) > kMaxTorqueStep) {
         refuse_torque("steps by", torque[i] - before[i], kMaxTorqueStep, i, time_s);
@@ -128,8 +128,8 @@ bool require_rest(const Plan& plan, const JointArray& standing) {
     if (!(std::abs(offset) <= motion::kStartTolerance) || std::abs(start.dq[i]) > kAtRestRadPerS ||
         (beside && plan.duration_s() < motion::kFadeS)) {
       description::ClassicStream text;
-      text << "the plan starts " << offset << " rad from where the command of joint " << i + 1
-           << " stands, at " << start.dq[i] << " rad/s";
+      text << "the plan starts with joint " << i + 1 << " at " << start.q[i] << " rad, "
+           << start.dq[i] << " rad/s; its command stands at " << standing[i] << " rad";
       refuse(MotionErrorCode::kStartMismatch, text.str(), i);
     }
   }

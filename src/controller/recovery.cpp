@@ -22,7 +22,7 @@ damiao_motor::ControlMode mode_of(const ControllerSetup& setup, std::size_t moto
 }
 
 void Recovery::begin(motion::TimePoint now) {
-  deadline_ = now + kPatience;
+  start_ = now;
   lost_.reset();
   for (std::size_t i = 0; i < feedback_.motor_count(); ++i) {
     const MotorFeedback::Sample& sample = feedback_.motor(i);
@@ -48,9 +48,14 @@ bool Recovery::all_fresh(motion::TimePoint now) const {
   return true;
 }
 
+/// Enables a motor only where it has reported to be since the recovery began: its target is the
+/// position that it reported last, and while it was off the arm has sunk.
 void Recovery::restore(std::size_t motor) {
-  if (feedback_.motor(motor).state.error_code == damiao_motor::kDisabledCode) {
-    enable(motor);
+  const MotorFeedback::Sample& sample = feedback_.motor(motor);
+  if (sample.state.error_code == damiao_motor::kDisabledCode) {
+    if (sample.time > start_) {
+      enable(motor);
+    }
   } else {
     const Place place = place_of(hardware_, motor);
     place.collection.clear_error_one(place.index);
@@ -84,7 +89,7 @@ Recovery::Progress Recovery::step(motion::TimePoint now) {
   if (missing_motor_ == 0) {
     return Progress::kDone;
   }
-  return now < deadline_ ? Progress::kRunning : Progress::kFailed;
+  return now < start_ + kPatience ? Progress::kRunning : Progress::kFailed;
 }
 
 }  // namespace kelvara::controller

@@ -38,7 +38,7 @@ class Recovery {
   can::socket::Kelvara& hardware_;
   const ControllerSetup& setup_;
   const MotorFeedback& feedback_;
-  motion::TimePoint deadline_{};
+  motion::TimePoint start_{};
   std::bitset<kMotorCount> lost_;
   int missing_motor_ = 0;
 };

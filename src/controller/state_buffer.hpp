@@ -23,6 +23,7 @@ struct StandingCommand {
   motion::PlanClock clock;   // of a plan
   bool moving = false;       // under way to a target
   bool torque_only = false;  // the arm floats
+  bool is_known = false;     // a cycle has been executed
 };
 
 /// Holds the latest feedback, joint side. The control thread writes it, any thread reads it; both

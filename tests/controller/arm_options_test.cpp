@@ -11,6 +11,7 @@
 #include "controller/arm_controller_impl.hpp"
 #include "support/closed_loop.hpp"
 #include "support/outcomes.hpp"
+#include "support/planned_motion.hpp"
 
 namespace {
 
@@ -118,6 +119,40 @@ TEST(FloatingArm, ThatNoLongerReportsWhereItIsKeepsFloatingAndIsNotPulledBack) {
   EXPECT_EQ(loop.impl->flags.recovery, Recovery::kDone);
   EXPECT_NEAR(loop.impl->arm_state().q_command[0], moved[0], 0.02);
   EXPECT_NEAR(loop.true_positions()[0], moved[0], 0.02);
+}
+
+/// The arm falls while it is off. Each reply comes a cycle after its request.
+TEST(Recovery, EnablesMotorsWhereTheyAreWithTheTorqueThatTheyNeedThere) {
+  ClosedLoop loop(kelvara::ArmOptions{}, kReady);
+  const auto run = [&](int cycles, auto control) {
+    for (int k = 0; k < cycles; ++k) {
+      control();
+      while (loop.hardware.arm_bus().handle_frames(std::chrono::milliseconds(0)) > 0) {
+      }
+      loop.hardware.arm().advance(ClosedLoop::kPeriod);
+      loop.now += ClosedLoop::kPeriod;
+    }
+  };
+  const auto cycle = [&] { loop.impl->cycle->run_cycle(loop.now); };
+  run(40, cycle);
+  move_joint(loop, {1.5, 0.2, -0.2, 0.0, 0.0, 0.0});
+  run(70, cycle);
+  loop.impl->flags.emergency_stop_flag = true;
+  run(1, cycle);
+  run(40, [] {});
+  const kelvara::JointArray fallen{1.0, 1.6, -0.3, 0.3, 0.0, 0.2};
+  loop.hardware.arm().set_joint_positions(fallen);
+  loop.impl->flags.emergency_stop_flag = false;
+  loop.impl->cycle->begin(loop.now);
+  loop.impl->flags.recovery = Recovery::kRequested;
+  double largest_torque = 0.0;
+  run(60, [&] {
+    cycle();
+    largest_torque = std::max(largest_torque, std::abs(loop.hardware.arm().joint_torques()[0]));
+  });
+  EXPECT_EQ(loop.impl->flags.recovery, Recovery::kDone);
+  EXPECT_NEAR(loop.true_positions()[0], fallen[0], 2e-3);
+  EXPECT_LE(largest_torque, 1.0) << "gravity does not turn joint 1";
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, FaultReactions,

@@ -168,14 +168,38 @@ TEST(MotionStarter, StopsATimedMoveShortOfItsTarget) {
   EXPECT_LE(loop.impl->arm_state().q_command[0], 0.5);
 }
 
+TEST(MotionStarter, LeavesAMotionAloneForAMoveThatCannotBeDone) {
+  ClosedLoop loop(MIT_MODE);
+  go(loop, kReady);
+  const MotionHandle motion = move_joint(loop, JointArray{});
+  loop.run(60);
+  JointArray outside = kReady;
+  outside[0] = 9.0;
+  EXPECT_THROW(move_from_rest(loop, outside), kelvara::MotionError);
+  finish(loop, motion);
+  EXPECT_EQ(motion.wait_for(0.0), MotionOutcome::kDone);
+}
+
 TEST(MotionStarter, EndsWhatNobodyWouldExecute) {
   ClosedLoop loop(MIT_MODE);
   go(loop, kReady);
   const MotionPlanner planner = loop.impl->motions->planner({1.0, 0.0});
   const Plan plan = planner.plan_joint(loop.impl->arm_state().q_command, JointArray{});
-  loop.impl->flags.emergency_stop_flag = true;
-  loop.impl->cycle->run_cycle(loop.now);
-  EXPECT_EQ(loop.impl->motions->execute(plan).wait_for(0.0), MotionOutcome::kFault);
+  for (const bool moves : {false, true}) {
+    loop.impl->flags.emergency_stop_flag = false;
+    if (moves) {
+      loop.impl->slot.override_command(kelvara::motion::NoCommand{});  // as a recovery does
+      loop.run(4);
+      move_joint(loop, JointArray{});
+      loop.run(40);
+    }
+    loop.impl->flags.emergency_stop_flag = true;
+    loop.impl->cycle->run_cycle(loop.now);
+    const MotionHandle motion =
+        moves ? move_joint(loop, kReady) : loop.impl->motions->execute(plan);
+    EXPECT_EQ(motion.wait_for(0.0), MotionOutcome::kFault) << moves;
+    EXPECT_EQ(loop.impl->motions->stop().wait_for(0.0), MotionOutcome::kFault) << moves;
+  }
 }
 
 TEST(MotionStarter, RepeatsTheCommandOfAPlanWhileCyclesCatchUp) {

@@ -180,7 +180,7 @@ TEST(PlannedMotion, FollowsAStreamNoFartherThanTheJointLimits) {
 }
 
 /// As another thread may, which does not know of the stop.
-TEST(PlannedMotion, StopsAStreamThatGoesOnUntilItPauses) {
+TEST(PlannedMotion, StopsAStreamThatGoesOn) {
   ClosedLoop loop(MIT_MODE);
   go(loop, kReady);
   const auto run_stream = [&](int cycles, double from_s) {
@@ -201,9 +201,15 @@ TEST(PlannedMotion, StopsAStreamThatGoesOnUntilItPauses) {
   EXPECT_GT(rest[0], kReady[0] + 0.05);
   run_stream(400, 1.5);
   EXPECT_EQ(loop.impl->arm_state().q_command, rest);
-  loop.run(240);
-  run_stream(200, 2.0);
+  loop.run(400);
+  run_stream(200, 3.5);
+  EXPECT_EQ(loop.impl->arm_state().q_command, rest) << "a pause does not start it again";
+  run_stream(300, 0.5);
   EXPECT_GT(loop.impl->arm_state().q_command[0], rest[0] + 0.1) << "a new stream";
+  finish(loop, loop.impl->motions->stop());
+  finish(loop, move_joint(loop, kReady));
+  run_stream(200, 1.5);
+  EXPECT_GT(loop.impl->arm_state().q_command[0], kReady[0] + 0.1) << "after another motion";
 }
 
 }  // namespace
