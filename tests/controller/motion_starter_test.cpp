@@ -1,5 +1,4 @@
-// Planned motion in closed loop with the simulated arm: no step, whatever follows what, and how it
-// ends.
+// Planned motion in closed loop: no step, whatever follows what, and how it ends.
 
 #include "controller/motion_starter.hpp"
 

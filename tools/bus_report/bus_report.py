@@ -143,6 +143,7 @@ def analyse(record):
         "frames_per_second": record.frames / record.duration,
         "load_percent_of_1_mbit": record.bits / record.duration / 1e6 * 100,
         "mode": "position/velocity" if record.position_velocity else "MIT",
+        "leads": record.position_velocity,
     }
 
 
@@ -180,6 +181,8 @@ def print_joints(report):
 def print_report(report, each_joint):
     print(f"Tracking in {report['mode']} mode, as seen on the bus (radians)")
     (print_joints if each_joint else print_moves)(report)
+    if report["leads"]:
+        print("  the commands of planned moves lead by the motors' braking distance: see the end error")
     floating = report["floating"]
     if floating:
         print(

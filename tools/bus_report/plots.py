@@ -42,8 +42,9 @@ def joint_angles(record):
 
 def plot_tracking(angles, report, path):
     """Commanded and measured angle of each joint over time, and their difference below."""
+    lead = "; commands of planned moves lead by the braking distance" if report["leads"] else ""
     figure, pairs = joint_figure(
-        f"Tracking in {report['mode']} mode; moves shaded", "angle [rad]", "error [mrad]"
+        f"Tracking in {report['mode']} mode; moves shaded{lead}", "angle [rad]", "error [mrad]"
     )
     for joint, ((top, bottom), rows) in enumerate(zip(pairs, angles), 1):
         times, measured, commanded = rows.T
