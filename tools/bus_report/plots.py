@@ -42,7 +42,7 @@ def joint_angles(record):
 
 def plot_tracking(angles, report, path):
     """Commanded and measured angle of each joint over time, and their difference below."""
-    lead = "; commands of planned moves lead by the braking distance" if report["leads"] else ""
+    lead = ", planned ones commanded ahead" if report["leads"] else ""
     figure, pairs = joint_figure(
         f"Tracking in {report['mode']} mode; moves shaded{lead}", "angle [rad]", "error [mrad]"
     )
