@@ -85,8 +85,9 @@ JointState next_state(const Playback& playback, const JointState& from, std::siz
   if (playback.is_over || !(std::min({limits.velocity, limits.acceleration, limits.jerk}) > 0.0)) {
     return brake(from, limits, joint, range);
   }
-  const JointState goal = inside(playback.fit.at(playback.time_s, joint, limits), joint, range);
-  const JointState next = track(goal, from, limits, catch_up);
+  const StreamGoal goal = playback.fit.at(playback.time_s, joint, limits);
+  const JointState next =
+      track(inside(goal.state, joint, range), from, limits, goal.pole, catch_up);
   return stops_inside(next, limits, joint, from.q, range) ? next
                                                           : brake(from, limits, joint, range);
 }

@@ -23,7 +23,7 @@ struct StampedTarget {
 /// brakes to rest.
 struct Follow {
   static constexpr int command_type = 8;
-  static constexpr std::size_t kHistory = 12;
+  static constexpr std::size_t kHistory = 40;
 
   JointArray velocity{};  // rad/s
   double catch_up = 1.0;  // of `velocity`: how much faster than the stream a joint may move

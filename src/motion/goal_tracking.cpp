@@ -13,10 +13,10 @@ namespace {
 
 using description::kControlPeriodS;
 
-// The distance from which the linear law needs the whole jerk, and the fastest poles that the
-// control period allows, 1/s.
+// The distance from which the linear law with the fastest pole needs the whole jerk, and the
+// fastest pole that the control period allows, 1/s.
 constexpr double kNearRad = 2e-3;
-constexpr double kFastestPoles = 60.0;
+constexpr double kFastestPole = 60.0;
 // The error at which half of the goal's velocity counts: of the distance in which a joint stops
 // from that velocity, and this much more. A smaller share can leave the joint behind a steady goal;
 // with a larger one the joint swings farther than a goal that is too fast for it.
@@ -53,8 +53,8 @@ JointState within_reach(const JointState& goal, double error, const RateLimits& 
 }
 
 /// The next state of a joint on its way to rest at 0.
-JointState approach(const JointState& from, const ApproachSpeeds& speeds, RateLimits limits) {
-  const double pole = std::min(std::cbrt(limits.jerk / kNearRad), kFastestPoles);
+JointState approach(const JointState& from, const ApproachSpeeds& speeds, RateLimits limits,
+                    double pole) {
   const JointState share{-pole * pole * pole * from.q, -3.0 * pole * pole * from.dq,
                          -3.0 * pole * from.ddq};
   const JointState next = from.after(kControlPeriodS, share.q + share.dq + share.ddq);
@@ -77,13 +77,15 @@ JointState approach_velocity(const JointState& from, double velocity, const Rate
 
 }  // namespace
 
+double fastest_pole(double jerk) { return std::min(std::cbrt(jerk / kNearRad), kFastestPole); }
+
 JointState track(const JointState& goal, const JointState& from, const RateLimits& limits,
-                 double catch_up) {
+                 double pole, double catch_up) {
   const JointState frame = within_reach(goal, from.q - goal.q, limits);
   const JointState offset =
       approach({from.q - frame.q, from.dq - frame.dq, from.ddq - frame.ddq},
                approach_speeds(goal.dq, frame.dq, limits.velocity, catch_up),
-               {limits.velocity, limits.acceleration - std::abs(frame.ddq), limits.jerk});
+               {limits.velocity, limits.acceleration - std::abs(frame.ddq), limits.jerk}, pole);
   const JointState there = frame.after(kControlPeriodS, 0.0);
   const JointState next{there.q + offset.q, there.dq + offset.dq, there.ddq + offset.ddq};
   const double velocity = next.coasting_velocity(limits.jerk);

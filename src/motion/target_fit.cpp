@@ -5,18 +5,32 @@
 #include <cmath>
 
 #include "description/timing.hpp"
+#include "motion/goal_tracking.hpp"
+#include "motion/target_parabola.hpp"
 
 namespace kelvara::motion {
 namespace {
 
-constexpr double kWindowS = 0.05;
-constexpr std::size_t kLeastTargets = 3;
 constexpr double kMaxPeriodS = 0.06;
-// In a shorter time noise looks like a velocity.
-constexpr double kMinIntervalS = 0.003;
 constexpr double kMinBridgeS = 0.01;
 // Of the acceleration limit; the rest is for the approach.
 constexpr double kAccelerationShare = 0.9;
+
+// The window of exact targets, and the longest one of noisy targets.
+constexpr std::size_t kLeastTargets = 3;
+constexpr double kWindowS = 0.05;
+constexpr double kLongestWindowS = 0.3;
+// Of the jerk limit, for the noise's standard deviation.
+constexpr double kNoiseShare = 0.25;
+constexpr double kSlowestPole = 12.0;  // 1/s
+constexpr double kPoleStep = 0.9;
+
+// The targets that have to confirm the motion, and how much their residuals count against it.
+constexpr std::size_t kWitnesses = 6;
+constexpr double kWitnessS = 0.15;
+constexpr double kDoubt = 40.0;
+constexpr double kDoubtExponent = 0.75;
+constexpr std::size_t kParabolaFreedom = 3;
 
 /// A rate that a joint can follow; beyond the limit the smaller the larger it is.
 double feasible(double rate, double limit) {
@@ -37,79 +51,77 @@ double median_period_s(const Follow& stream) {
   return std::clamp(*middle, description::kControlPeriodS, kMaxPeriodS);
 }
 
+/// The share of a motion that its targets confirm: 1 where the parabola explains them, near 0 for
+/// noise at rest and for a jump. Few targets confirm nothing.
+double confirmed_share(const TargetParabola& parabola) {
+  if (parabola.count() <= kParabolaFreedom + 1 || !(parabola.explained() > 0.0)) {
+    return 0.0;
+  }
+  const auto freedom = static_cast<double>(parabola.count() - kParabolaFreedom);
+  const double doubt = kDoubt * parabola.residual() / std::pow(freedom, kDoubtExponent);
+  return parabola.explained() / (parabola.explained() + doubt);
+}
+
 }  // namespace
 
 TargetFit::TargetFit(const Follow& stream)
     : stream_(stream),
-      first_(Follow::kHistory - std::min(stream.count, kLeastTargets)),
-      period_s_(median_period_s(stream)) {
-  const auto& targets = stream.targets;
-  while (first_ > Follow::kHistory - stream.count &&
-         targets.back().time_s - targets[first_ - 1].time_s <= kWindowS) {
-    --first_;
-  }
-  const auto count = static_cast<double>(Follow::kHistory - first_);
-  for (std::size_t k = first_; k < Follow::kHistory; ++k) {
-    mean_s_ += (targets[k].time_s - targets.back().time_s) / count;
-  }
-  mean_s_ += targets.back().time_s;
-  double third = 0.0;
-  for (std::size_t k = first_; k < Follow::kHistory; ++k) {
-    const double u = targets[k].time_s - mean_s_;
-    variance_ += u * u / count;
-    third += u * u * u / count;
-  }
-  skew_ = variance_ > 0.0 ? third / variance_ : 0.0;
-  for (std::size_t k = first_; k < Follow::kHistory; ++k) {
-    norm_ += std::pow(square(targets[k].time_s - mean_s_), 2);
-  }
-}
+      oldest_(Follow::kHistory - stream.count),
+      period_s_(median_period_s(stream)),
+      noise_(stream, period_s_) {}
 
-JointState TargetFit::at(double time_s, std::size_t joint, const RateLimits& limits) const {
-  const auto& targets = stream_.targets;
-  const StampedTarget& last = targets.back();
-  const auto count = static_cast<double>(Follow::kHistory - first_);
-  double mean = 0.0, slope = 0.0, bend = 0.0;
-  for (std::size_t k = first_; k < Follow::kHistory; ++k) {
-    const double u = targets[k].time_s - mean_s_;
-    const double q = targets[k].q[joint] - last.q[joint];
-    mean += q / count;
-    slope += u * q;
-    bend += square(u) * q;
-  }
-  slope = count > 1.0 ? slope / (count * variance_) : 0.0;
-  const double a_max = kAccelerationShare * limits.acceleration;
-  const double ddq = count > 2.0 ? feasible(2.0 * bend / norm_, a_max) : 0.0;
-  const auto position = [&](double t) {
-    return last.q[joint] + mean + slope * (t - mean_s_) + 0.5 * ddq * square(t - mean_s_);
-  };
+StreamGoal TargetFit::at(double time_s, std::size_t joint, const RateLimits& limits) const {
+  const auto [first, pole] = smoothing(joint, limits.jerk);
+  TargetParabola path(stream_, first, joint);
+  path.set_acceleration(feasible(path.acceleration(), kAccelerationShare * limits.acceleration));
+  const TargetParabola witness(stream_, std::min(first, first_of(kWitnesses, kWitnessS)), joint);
+  const double share = confirmed_share(witness);
+
+  const double last_s = stream_.targets.back().time_s;
   const double t =
-      std::clamp(time_s, targets[first_].time_s, last.time_s + std::max(period_s_, kMinBridgeS));
-  const double known_s = std::min(t, last.time_s);
+      std::clamp(time_s, stream_.targets[first].time_s, last_s + std::max(period_s_, kMinBridgeS));
+  const double known_s = std::min(t, last_s);
   const double reach = limits.velocity * (t - known_s);
-  const double q = position(known_s) + std::clamp(position(t) - position(known_s), -reach, reach);
+  const double bridged = std::clamp(path.position(t) - path.position(known_s), -reach, reach);
+  const double q = share * (path.position(known_s) + bridged) + (1.0 - share) * witness.mean();
   if (t != time_s) {
-    return {q, 0.0, 0.0};
+    return {{q, 0.0, 0.0}, pole};
   }
-  const double dq = slope + ddq * (t - mean_s_ - 0.5 * skew_);
-  const double speed = std::min(std::abs(dq), steady_speed(t, joint, dq, a_max));
-  return {q, std::copysign(std::min(speed, limits.velocity), dq), speed < std::abs(dq) ? 0.0 : ddq};
+  const double dq = std::clamp(path.velocity(t), -limits.velocity, limits.velocity);
+  return {{q, share * dq, share * path.acceleration()}, pole};
 }
 
-double TargetFit::steady_speed(double time_s, std::size_t joint, double dq, double a_max) const {
-  double speed = std::abs(dq);
-  for (std::size_t k = first_ + 1; k < Follow::kHistory; ++k) {
-    const StampedTarget& from = stream_.targets[k - 1];
-    const StampedTarget& to = stream_.targets[k];
-    if (to.time_s - from.time_s < kMinIntervalS) {
-      continue;
-    }
-    const double mean_speed =
-        std::copysign(1.0, dq) * (to.q[joint] - from.q[joint]) / (to.time_s - from.time_s);
-    const double away_s = std::max(std::abs(time_s - 0.5 * (from.time_s + to.time_s)), kMinBridgeS);
-    speed = std::min(speed, std::max(mean_speed, 0.0) + a_max * away_s);
+TargetFit::Smoothing TargetFit::smoothing(std::size_t joint, double jerk) const {
+  const double deviation = noise_.deviation(joint);
+  const double allowed = kNoiseShare * jerk;
+  Smoothing least{first_of(kLeastTargets, kWindowS), fastest_pole(jerk)};
+  while (least.first > oldest_ && age_s(least.first - 1) <= kLongestWindowS &&
+         noise_jerk(deviation, least) > allowed) {
+    --least.first;
   }
-  return speed;
+  while (least.pole > kSlowestPole && noise_jerk(deviation, least) > allowed) {
+    least.pole *= kPoleStep;
+  }
+  return least;
+}
+
+double TargetFit::noise_jerk(double deviation, const Smoothing& smoothing) const {
+  // The deviations of position, velocity and acceleration at the end of a parabola through many
+  // even targets are 3, sqrt(192) / window and sqrt(720) / window² times that of their mean; the
+  // law multiplies them by p³, 3 p² and 3 p.
+  const double p = smoothing.pole;
+  const double per_window = 1.0 / age_s(smoothing.first);
+  const auto count = static_cast<double>(Follow::kHistory - smoothing.first);
+  return deviation / std::sqrt(count) * 3.0 * p *
+         (p * p + std::sqrt(192.0) * p * per_window + std::sqrt(720.0) * per_window * per_window);
+}
+
+std::size_t TargetFit::first_of(std::size_t count, double window_s) const {
+  std::size_t first = Follow::kHistory - std::min(stream_.count, count);
+  while (first > oldest_ && age_s(first - 1) <= window_s) {
+    --first;
+  }
+  return first;
 }
 
 }  // namespace kelvara::motion
