@@ -19,10 +19,10 @@ constexpr double kAccelerationShare = 0.9;
 // The window of exact targets, and the longest one of noisy targets.
 constexpr std::size_t kLeastTargets = 3;
 constexpr double kWindowS = 0.05;
-constexpr double kLongestWindowS = 0.3;
+constexpr double kLongestWindowS = 0.235;
 // Of the jerk limit, for the noise's standard deviation.
 constexpr double kNoiseShare = 0.25;
-constexpr double kSlowestPole = 12.0;  // 1/s
+constexpr double kSlowestPole = 15.0;  // 1/s
 constexpr double kPoleStep = 0.9;
 
 // The targets that have to confirm the motion, and how much their residuals count against it.

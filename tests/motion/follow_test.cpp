@@ -197,6 +197,40 @@ TEST(Follow, CatchesUpSlowlyButFollowsAFastStream) {
   EXPECT_LE(behind.worst_share(), kRounding);
 }
 
+TEST(Follow, AveragesTheNoiseOfItsTargets) {
+  const RateLimits limits{2.5, 8.0, 80.0};
+  for (const double period_s : {0.02, 0.01, 0.001}) {
+    for (const double size : {0.0, 0.3}) {
+      Cases cases;
+      Follower follower(limits);
+      follower.period_s = period_s;
+      const auto sine = [&](double t) { return size * std::sin(2.0 * (t - 1.0)); };
+      const double lag_s = 1.5 * std::max(period_s, 0.004);
+      double error = 0.0;
+      follower.run([&](double t) { return sine(t) + cases.in(-1e-3, 1e-3); }, 8.0,
+                   [&](double now_s) {
+                     if (now_s > 3.0) {
+                       error = std::max(error, std::abs(follower.joint().q - sine(now_s - lag_s)));
+                     }
+                   });
+      EXPECT_LE(error, size > 0.0 ? 8e-3 : 2e-3) << size << " rad, every " << period_s << " s";
+      EXPECT_LE(follower.worst_share(), kRounding);
+    }
+  }
+}
+
+TEST(Follow, DoesNotOvershootASmallJumpOfASlowStream) {
+  for (const double step : {0.005, 0.02}) {
+    Follower follower({2.5, 8.0, 80.0});
+    follower.period_s = 0.05;
+    double farthest = 0.0;
+    follower.run([&](double t) { return t > 2.0 ? step : 0.0; }, 4.0,
+                 [&](double) { farthest = std::max(farthest, follower.joint().q); });
+    EXPECT_LE(farthest, step + 2e-3);
+    EXPECT_NEAR(follower.joint().q, step, 1e-4);
+  }
+}
+
 TEST(Follow, StaysFiniteWhateverTheStampsAre) {
   const double huge = std::numeric_limits<double>::max();
   const double tiny = std::numeric_limits<double>::min();
