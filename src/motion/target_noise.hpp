@@ -16,8 +16,8 @@ class TargetNoise {
   /// @param period_s Of the stream.
   TargetNoise(const Follow& stream, double period_s);
 
-  /// The standard deviation of one joint's targets, rad; 0 for less than six targets. Three
-  /// quarters of the differences lie below it, so that a single jump is no noise.
+  /// The standard deviation of one joint's targets, rad; 0 for less than six targets. It
+  /// is computed from their upper quartile, which a single jump does not change.
   double deviation(std::size_t joint) const;
 
  private:
