@@ -11,7 +11,7 @@ namespace kelvara::motion {
 /// Where a stream leads a joint.
 struct StreamGoal {
   JointState state;
-  double pole;  // of the linear law near the goal, 1/s
+  double pole = 0.0;  // of the linear law near the goal, 1/s
 };
 
 /// The parabola in time through the latest targets of a stream, by least squares: of the last three
