@@ -67,7 +67,7 @@ class Loop {
     instant_.clock = point.clock;
     instant_.standing = {point.q, point.dq, point.model_ddq};
     state.publish_standing(
-        {snapshot.number, instant_.standing, point.clock, point.moving, point.torque_only});
+        {snapshot.number, instant_.standing, point.clock, point.moving, point.torque_only, true});
   }
 
   double time_s() const { return instant_.time_s; }

@@ -35,7 +35,7 @@ TEST_P(FaultReactions, StopTheArmAsAskedAndRecoverWhereItIs) {
   loop.move(kTarget, 2.0);
   loop.run(400, watch);
   loop.hardware.arm().motor(2).raise_error(0xB);
-  for (int k = 0; k < 6 && !loop.impl->flags.exit_flag; ++k) {
+  for (int k = 0; k < 12 && !loop.impl->flags.exit_flag; ++k) {  // a slow bus answers a round later
     loop.impl->cycle->run_cycle(loop.now);
     loop.hardware.step(6, ClosedLoop::kPeriod);
     loop.now += ClosedLoop::kPeriod;
