@@ -36,9 +36,7 @@ TEST_P(FaultReactions, StopTheArmAsAskedAndRecoverWhereItIs) {
   loop.run(400, watch);
   loop.hardware.arm().motor(2).raise_error(0xB);
   for (int k = 0; k < 12 && !loop.impl->flags.exit_flag; ++k) {  // a slow bus answers a round later
-    loop.impl->cycle->run_cycle(loop.now);
-    loop.hardware.step(6, ClosedLoop::kPeriod);
-    loop.now += ClosedLoop::kPeriod;
+    loop.cycle();
   }
   const kelvara::ArmState state = loop.impl->arm_state();
   EXPECT_EQ(state.condition, ArmCondition::kMotorFault);

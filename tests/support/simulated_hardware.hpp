@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <exception>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -67,12 +68,22 @@ class SimulatedHardware {
   auto start(Make make) {
     constexpr int kMaxAttempts = 20;  // where the machine always stands still, as in Valgrind
     for (int attempt = 1;; ++attempt) {
+      std::exception_ptr failure;
+      decltype(make()) made{};
       answer();
-      auto made = make();
-      halt();
-      if (!stood_still() || attempt == kMaxAttempts) {
-        return made;
+      try {
+        made = make();
+      } catch (...) {
+        failure = std::current_exception();
       }
+      halt();
+      if (stood_still() && attempt < kMaxAttempts) {
+        continue;
+      }
+      if (failure) {
+        std::rethrow_exception(failure);
+      }
+      return made;
     }
   }
 
